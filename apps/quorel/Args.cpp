@@ -1,0 +1,110 @@
+#include "apps/quorel/Args.h"
+
+#include <cerrno>
+#include <cstdlib>
+
+namespace quorel::cli {
+namespace {
+
+bool LooksLikeNumber(const std::string& text) {
+    if (text.size() < 2 || text[0] != '-') {
+        return false;
+    }
+    const char c = text[1];
+    return (c >= '0' && c <= '9') || c == '.' || c == ',';
+}
+
+} // namespace
+
+Args::Args(const std::vector<std::string>& arguments, const std::vector<OptionSpec>& specs) {
+    auto findLong = [&](const std::string& name) -> const OptionSpec* {
+        for (const auto& spec : specs) {
+            if (spec.longName == name) {
+                return &spec;
+            }
+        }
+        return nullptr;
+    };
+    auto findShort = [&](char name) -> const OptionSpec* {
+        for (const auto& spec : specs) {
+            if (spec.shortName != '\0' && spec.shortName == name) {
+                return &spec;
+            }
+        }
+        return nullptr;
+    };
+
+    bool optionsEnded = false;
+    for (std::size_t i = 0; i < arguments.size(); ++i) {
+        const std::string& arg = arguments[i];
+        if (optionsEnded || arg.empty() || arg[0] != '-' || arg == "-" || LooksLikeNumber(arg)) {
+            m_positionals.push_back(arg);
+            continue;
+        }
+        if (arg == "--") {
+            optionsEnded = true;
+            continue;
+        }
+        const OptionSpec* spec = nullptr;
+        std::optional<std::string> inlineValue;
+        std::string shown = arg;
+        if (arg.rfind("--", 0) == 0) {
+            std::string name = arg.substr(2);
+            const auto eq = name.find('=');
+            if (eq != std::string::npos) {
+                inlineValue = name.substr(eq + 1);
+                name.resize(eq);
+                shown = "--" + name;
+            }
+            spec = findLong(name);
+        } else if (arg.size() == 2) {
+            spec = findShort(arg[1]);
+        }
+        if (spec == nullptr) {
+            throw UsageError("unknown option " + shown);
+        }
+        if (!spec->takesValue) {
+            if (inlineValue) {
+                throw UsageError("option " + shown + " takes no value");
+            }
+            m_values[spec->longName] = "";
+            continue;
+        }
+        if (!inlineValue) {
+            if (i + 1 >= arguments.size()) {
+                throw UsageError("option " + shown + " needs a value");
+            }
+            inlineValue = arguments[++i];
+        }
+        m_values[spec->longName] = *inlineValue;
+    }
+}
+
+std::optional<std::string> Args::Value(const std::string& longName) const {
+    const auto it = m_values.find(longName);
+    if (it == m_values.end()) {
+        return std::nullopt;
+    }
+    return it->second;
+}
+
+std::string Args::Required(const std::string& longName) const {
+    auto value = Value(longName);
+    if (!value) {
+        throw UsageError("missing option --" + longName);
+    }
+    return *value;
+}
+
+int ParseIntOption(const std::string& text, const std::string& optionName) {
+    errno = 0;
+    char* end = nullptr;
+    const long value = std::strtol(text.c_str(), &end, 10);
+    if (text.empty() || end == nullptr || *end != '\0' || errno != 0 || value < -32768 ||
+        value > 32767) {
+        throw UsageError("option --" + optionName + " needs a whole number, not '" + text + "'");
+    }
+    return static_cast<int>(value);
+}
+
+} // namespace quorel::cli

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace quorel::cli {
+
+// One subcommand of the quorel program. Run gets the arguments after the subcommand's name
+// (and any word the subcommand consumed, e.g. "dump" of "fzy dump") and returns the exit status.
+struct Subcommand {
+    const char* name;
+    const char* summary;
+    const char* help; // full text of --help
+    int (*run)(const std::vector<std::string>& arguments);
+};
+
+// Each subcommand's file defines one of these.
+const Subcommand& ScriptCommand();
+const Subcommand& MembershipCommand();
+
+} // namespace quorel::cli

@@ -1,0 +1,29 @@
+# Warning flags for our own targets only; third-party headers come in as SYSTEM includes.
+add_library(quorel_warnings INTERFACE)
+target_compile_options(quorel_warnings INTERFACE
+    -Wall -Wextra -Wpedantic -Werror -Wshadow -Wnon-virtual-dtor -Wold-style-cast
+    -Wcast-align -Woverloaded-virtual -Wnull-dereference -Wformat=2)
+
+# Every source folder includes headers as "folder/Header.h" from the repository root.
+add_library(quorel_includes INTERFACE)
+target_include_directories(quorel_includes INTERFACE ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR}/generated)
+
+# quorel_library(NAME folder-target SOURCES ... LINKS ...)
+function(quorel_library name)
+    cmake_parse_arguments(ARG "" "" "SOURCES;LINKS" ${ARGN})
+    add_library(${name} STATIC ${ARG_SOURCES})
+    target_link_libraries(${name} PUBLIC quorel_includes ${ARG_LINKS} PRIVATE quorel_warnings)
+endfunction()
+
+# quorel_test(NAME SOURCES ... LINKS ...): one GoogleTest executable per folder.
+function(quorel_test name)
+    cmake_parse_arguments(ARG "" "" "SOURCES;LINKS" ${ARGN})
+    add_executable(${name} ${ARG_SOURCES})
+    target_link_libraries(${name} PRIVATE ${ARG_LINKS} GTest::gtest GTest::gtest_main GTest::gmock quorel_warnings)
+    target_compile_definitions(${name} PRIVATE
+        QUOREL_SOURCE_DIR="${PROJECT_SOURCE_DIR}"
+        QUOREL_BINARY_DIR="${PROJECT_BINARY_DIR}")
+    gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 300)
+endfunction()
+
+configure_file(${PROJECT_SOURCE_DIR}/cmake/Version.h.in ${PROJECT_BINARY_DIR}/generated/quorel/Version.h)

@@ -1,0 +1,217 @@
+#pragma once
+
+// The GIS host's object model as the component sees it: pure interfaces, no GDAL. Every failing
+// call throws quorel::Error with a number and a description a user can act on. Objects are
+// shared: the host and the component may both hold them, as COM references did.
+
+#include "host/api/HostTypes.h"
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace quorel::host {
+
+class IField {
+public:
+    virtual ~IField() = default;
+    virtual std::string Name() const = 0;
+    virtual std::string AliasName() const = 0;
+    virtual std::int32_t Type() const = 0;
+};
+
+// A new field, filled in before it is added to a table.
+class IFieldEdit : public IField {
+public:
+    virtual void SetName(const std::string& name) = 0;
+    virtual void SetType(std::int32_t type) = 0;
+    virtual void SetAliasName(const std::string& alias) = 0;
+};
+
+class IFields {
+public:
+    virtual ~IFields() = default;
+    virtual std::int32_t FieldCount() const = 0;
+    // Unchecked in the original host; here an index out of range throws.
+    virtual std::shared_ptr<IField> Field(std::int32_t index) const = 0;
+    // -1 when no field has that name (exact, case-sensitive).
+    virtual std::int32_t FindField(const std::string& name) const = 0;
+};
+
+// One row of a cursor.
+class IRow {
+public:
+    virtual ~IRow() = default;
+    virtual Value GetValue(std::int32_t fieldIndex) const = 0;
+};
+
+// Walks the features of a feature class. NextRow gives nullptr at the end. A recycling cursor
+// may hand out the same row object again; a non-recycling one gives a fresh row each time.
+class ICursor {
+public:
+    virtual ~ICursor() = default;
+    virtual std::shared_ptr<IRow> NextRow() = 0;
+    virtual std::shared_ptr<IFields> Fields() const = 0;
+};
+
+class IWorkspace {
+public:
+    virtual ~IWorkspace() = default;
+    // The folder of the data, without a trailing separator.
+    virtual std::string PathName() const = 0;
+};
+
+class IFeatureClass {
+public:
+    virtual ~IFeatureClass() = default;
+    virtual std::int32_t ShapeType() const = 0;
+    virtual std::string AliasName() const = 0;
+    virtual std::shared_ptr<IWorkspace> Workspace() const = 0;
+    virtual std::shared_ptr<IFields> Fields() const = 0;
+    virtual std::int32_t FindField(const std::string& name) const = 0;
+    virtual void AddField(const IField& field) = 0;
+    // All features, no filter.
+    virtual std::shared_ptr<ICursor> Search(bool recycling) = 0;
+};
+
+class IFeatureWorkspace : public IWorkspace {
+public:
+    virtual std::shared_ptr<IFeatureClass> OpenFeatureClass(const std::string& name) = 0;
+};
+
+class IWorkspaceFactory {
+public:
+    virtual ~IWorkspaceFactory() = default;
+    virtual std::shared_ptr<IFeatureWorkspace> OpenFromFile(const std::string& path,
+                                                            std::intptr_t window) = 0;
+};
+
+class ILayer {
+public:
+    virtual ~ILayer() = default;
+    virtual std::string Name() const = 0;
+    virtual void SetName(const std::string& name) = 0;
+};
+
+class IFeatureLayer : public ILayer {
+public:
+    virtual std::shared_ptr<IFeatureClass> FeatureClass() const = 0;
+    virtual void SetFeatureClass(std::shared_ptr<IFeatureClass> featureClass) = 0;
+    virtual bool Selectable() const = 0;
+    virtual void SetSelectable(bool selectable) = 0;
+    // All features, no filter.
+    virtual std::shared_ptr<ICursor> Search(bool recycling) = 0;
+};
+
+class IGroupLayer : public ILayer {
+public:
+    virtual std::int32_t Count() const = 0;
+    virtual std::shared_ptr<ILayer> Layer(std::int32_t index) const = 0;
+    virtual void Add(std::shared_ptr<ILayer> layer) = 0;
+};
+
+class IEnumLayer {
+public:
+    virtual ~IEnumLayer() = default;
+    virtual void Reset() = 0;
+    // nullptr at the end.
+    virtual std::shared_ptr<ILayer> Next() = 0;
+};
+
+class IMap {
+public:
+    virtual ~IMap() = default;
+    virtual std::string Name() const = 0;
+    virtual std::int32_t LayerCount() const = 0;
+    // The top-level layer at a 0-based position; out of range throws.
+    virtual std::shared_ptr<ILayer> Layer(std::int32_t index) const = 0;
+    virtual void AddLayer(std::shared_ptr<ILayer> layer) = 0;
+    virtual void DeleteLayer(const std::shared_ptr<ILayer>& layer) = 0;
+    // Layers implementing the interface named by uid (the feature-layer id lists feature
+    // layers); recursive also visits the layers inside group layers.
+    virtual std::unique_ptr<IEnumLayer> Layers(const UID& uid, bool recursive) const = 0;
+};
+
+class IMxDocument {
+public:
+    virtual ~IMxDocument() = default;
+    virtual std::shared_ptr<IMap> FocusMap() const = 0;
+};
+
+class IStatusBar {
+public:
+    virtual ~IStatusBar() = default;
+    virtual void Message(std::int32_t pane, const std::string& text) = 0;
+    virtual std::string MessageText(std::int32_t pane) const = 0;
+    // Fraction done of a long operation, 0 to 1; a negative value hides the progress.
+    virtual void Progress(double fraction) = 0;
+};
+
+class IExtension {
+public:
+    virtual ~IExtension() = default;
+    virtual std::string Name() const = 0;
+};
+
+class IEditor : public IExtension {
+public:
+    virtual std::int32_t EditState() const = 0;
+};
+
+// The field calculator: runs the pre-expression once per feature of the cursor and stores the
+// expression's value in the field.
+class ICalculator {
+public:
+    virtual ~ICalculator() = default;
+    virtual void SetCursor(std::shared_ptr<ICursor> cursor) = 0;
+    virtual void SetPreExpression(const std::string& script) = 0;
+    virtual void SetExpression(const std::string& expression) = 0;
+    virtual void SetField(const std::string& fieldName) = 0;
+    virtual void Calculate() = 0;
+};
+
+class IStatisticsResults {
+public:
+    virtual ~IStatisticsResults() = default;
+    virtual std::int32_t Count() const = 0;
+    virtual double Minimum() const = 0;
+    virtual double Maximum() const = 0;
+    virtual double Mean() const = 0;
+    virtual double StandardDeviation() const = 0;
+};
+
+class IDataStatistics {
+public:
+    virtual ~IDataStatistics() = default;
+    virtual void SetField(const std::string& fieldName) = 0;
+    virtual void SetCursor(std::shared_ptr<ICursor> cursor) = 0;
+    // Distinct non-null values in the order the host finds them.
+    virtual std::vector<Value> UniqueValues() = 0;
+    virtual std::int32_t UniqueValueCount() = 0;
+    virtual std::shared_ptr<IStatisticsResults> Statistics() = 0;
+};
+
+// Stands for the host's class creation ("new Field", "new Calculator" ...).
+class IObjectFactory {
+public:
+    virtual ~IObjectFactory() = default;
+    virtual std::shared_ptr<IFieldEdit> NewField() = 0;
+    virtual std::shared_ptr<ICalculator> NewCalculator() = 0;
+    virtual std::shared_ptr<IDataStatistics> NewDataStatistics() = 0;
+    virtual std::shared_ptr<IWorkspaceFactory> NewShapefileWorkspaceFactory() = 0;
+    virtual std::shared_ptr<IFeatureLayer> NewFeatureLayer() = 0;
+};
+
+class IApplication {
+public:
+    virtual ~IApplication() = default;
+    virtual std::shared_ptr<IMxDocument> Document() const = 0;
+    virtual std::shared_ptr<IStatusBar> StatusBar() const = 0;
+    // nullptr when no extension is registered under that id.
+    virtual std::shared_ptr<IExtension> FindExtensionByCLSID(const UID& uid) const = 0;
+    virtual IObjectFactory& Factory() = 0;
+};
+
+} // namespace quorel::host
