@@ -1,0 +1,54 @@
+#pragma once
+
+// The field calculator's script engine: the subset of VBScript that the generated criterion
+// scripts and simple user scripts need. A script is parsed once, then evaluated over columns of
+// field values, many features per call, so that a run is not one tree walk per feature.
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace quorel::host::script {
+
+// Values of one field (or of the result) for a batch of features. isNull[i] != 0 means the
+// feature's value is Null (values[i] is then meaningless).
+struct Column {
+    std::vector<double> values;
+    std::vector<std::uint8_t> isNull;
+
+    std::size_t size() const { return values.size(); }
+    void resize(std::size_t n) {
+        values.resize(n);
+        isNull.resize(n);
+    }
+};
+
+class Program {
+public:
+    // Parses the pre-expression (statements, may be empty) and the expression (e.g. "Val").
+    // A syntax error throws quorel::Error (error_number::kSyntaxError) whose description names
+    // the line.
+    static Program Compile(const std::string& preExpression, const std::string& expression);
+
+    Program(Program&&) noexcept;
+    Program& operator=(Program&&) noexcept;
+    ~Program();
+
+    // Field names referenced as [name], in order of first appearance; Evaluate takes one input
+    // column per name, in this order.
+    const std::vector<std::string>& FieldNames() const;
+
+    // Evaluates the script once per feature of the batch: inputs[k] holds the values of
+    // FieldNames()[k]; output receives the expression's value per feature (Null where the
+    // value is Null or Empty). Division by zero throws quorel::Error 11 "Division by zero".
+    void Evaluate(const std::vector<const Column*>& inputs, Column& output) const;
+
+private:
+    struct Impl;
+    explicit Program(std::unique_ptr<Impl> impl);
+    std::unique_ptr<Impl> m_impl;
+};
+
+} // namespace quorel::host::script
