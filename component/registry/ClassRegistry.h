@@ -33,7 +33,8 @@ public:
     void RegisterTypeLib(const std::string& libId, const std::string& name,
                          const std::string& version, const std::string& path);
     void UnregisterTypeLib(const std::string& libId);
-    void RegisterClass(const std::string& clsid, const std::string& progId, const std::string& path);
+    void RegisterClass(const std::string& clsid, const std::string& progId,
+                       const std::string& path);
     void UnregisterClass(const std::string& clsid);
 
     std::optional<Class> FindByProgId(const std::string& progId) const;

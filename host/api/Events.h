@@ -6,6 +6,9 @@
 
 #include "host/api/Host.h"
 
+#include <algorithm>
+#include <vector>
+
 namespace quorel::host {
 
 class IDocumentEvents {
@@ -50,6 +53,40 @@ public:
     // The one boolean display property of the map's view that a command may set.
     virtual void SetViewActive(bool active) = 0;
     virtual bool ViewActive() const = 0;
+};
+
+} // namespace quorel::host
+
+namespace quorel::host {
+
+// The handlers connected to one source, for hosts to raise events to. Raising walks a copy, so a
+// handler may connect or disconnect handlers while it runs.
+template <typename Handler> class EventHandlers {
+public:
+    void Advise(Handler* handler) {
+        for (Handler* h : m_handlers) {
+            if (h == handler) {
+                return;
+            }
+        }
+        m_handlers.push_back(handler);
+    }
+    void Unadvise(Handler* handler) { std::erase(m_handlers, handler); }
+    std::size_t Count() const { return m_handlers.size(); }
+    bool Contains(const Handler* handler) const {
+        return std::find(m_handlers.begin(), m_handlers.end(), handler) != m_handlers.end();
+    }
+    template <typename Call> void Raise(Call call) const {
+        const auto handlers = m_handlers;
+        for (Handler* h : handlers) {
+            if (Contains(h)) {
+                call(*h);
+            }
+        }
+    }
+
+private:
+    std::vector<Handler*> m_handlers;
 };
 
 } // namespace quorel::host

@@ -21,8 +21,8 @@
 #include "host/api/Host.h"
 
 #include <array>
-#include <memory>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -42,7 +42,9 @@ inline constexpr HResult kNoAggregation = static_cast<HResult>(0x80040110u);
 inline constexpr HResult kClassNotAvailable = static_cast<HResult>(0x80040111u);
 inline constexpr HResult kRegistrationFailed = static_cast<HResult>(0x80040201u);
 
-inline bool Succeeded(HResult result) { return result >= 0; }
+inline bool Succeeded(HResult result) {
+    return result >= 0;
+}
 
 struct Guid {
     std::uint32_t data1 = 0;
@@ -122,7 +124,9 @@ inline std::string FormatGuid(const Guid& guid) {
 }
 
 // A GUID constant from its text; an invalid text does not compile.
-consteval Guid MakeGuid(std::string_view text) { return ParseGuid(text).value(); }
+consteval Guid MakeGuid(std::string_view text) {
+    return ParseGuid(text).value();
+}
 
 class IUnknown {
 public:
@@ -155,6 +159,14 @@ protected:
     ~IItemDef() = default;
 };
 
+// A picture handed from a component to its host: 24-bit BGR rows, bottom-up as in a
+// device-independent bitmap; width and height in pixels. An empty picture means none.
+struct Picture {
+    std::int32_t width = 0;
+    std::int32_t height = 0;
+    std::string pixels; // width * height * 3 bytes
+};
+
 // A command: a button of the host's toolbars and menus.
 class ICommand : public IUnknown {
 public:
@@ -166,14 +178,7 @@ public:
     virtual std::string Message() = 0;
     virtual std::string HelpFile() = 0;
     virtual std::int32_t HelpContextID() = 0;
-    // The button's picture: 24-bit BGR rows, bottom-up as in a device-independent bitmap;
-    // width and height in pixels. An empty picture means none.
-    struct Bitmap {
-        std::int32_t width = 0;
-        std::int32_t height = 0;
-        std::string pixels; // width * height * 3 bytes
-    };
-    virtual Bitmap BitmapData() = 0;
+    virtual Picture BitmapData() = 0;
     // The handle of the picture as a 32-bit number, 0 when there is none.
     virtual std::int32_t Bitmap() = 0;
     virtual std::string Category() = 0;
