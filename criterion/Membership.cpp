@@ -84,11 +84,12 @@ double MembershipFunction::OfNull() const {
 
 void MembershipFunction::Evaluate(const double* x, double* out, std::size_t count) const {
     // Each statement of the script in order: a later true condition overwrites the degree.
-    // Written as selects so the loop stays free of branches. The ramp is computed for every
-    // value, and only counts where the script would have computed it.
+    // Written as selects so the loop stays free of branches and vectorises. The ramp is computed
+    // for every value and only counts where the script would have computed it. Within its
+    // interval a ramp stays near [0, 1] (the rate is the reciprocal of the interval's width, whose
+    // overflow the constructor has checked), so no value can overflow here.
     const double a = m_a, b = m_b, c = m_c, d = m_d;
     const double rateA = m_rateA, rateB = m_rateB, facA = m_facA, facB = m_facB;
-    bool overflow = false;
     switch (m_kind) {
     case Singleton:
         for (std::size_t i = 0; i < count; ++i) {
@@ -102,13 +103,12 @@ void MembershipFunction::Evaluate(const double* x, double* out, std::size_t coun
             const double down = v * rateB + facB;
             double degree = kEmpty;
             degree = v < a ? 0.0 : degree;
-            const bool rising = v >= a && v < b;
-            const bool falling = v > b && v <= c;
+            const bool rising = (v >= a) & (v < b);
+            const bool falling = (v > b) & (v <= c);
             degree = rising ? up : degree;
             degree = v == b ? 1.0 : degree;
             degree = falling ? down : degree;
             degree = v > c ? 0.0 : degree;
-            overflow |= (rising && std::isinf(up)) || (falling && std::isinf(down));
             out[i] = degree;
         }
         break;
@@ -118,10 +118,9 @@ void MembershipFunction::Evaluate(const double* x, double* out, std::size_t coun
             const double up = v * rateA + facA;
             double degree = kEmpty;
             degree = v <= a ? 0.0 : degree;
-            const bool rising = v >= a && v <= b;
+            const bool rising = (v >= a) & (v <= b);
             degree = rising ? up : degree;
             degree = v >= b ? 1.0 : degree;
-            overflow |= rising && std::isinf(up);
             out[i] = degree;
         }
         break;
@@ -131,10 +130,9 @@ void MembershipFunction::Evaluate(const double* x, double* out, std::size_t coun
             const double down = v * rateA + facA;
             double degree = kEmpty;
             degree = v <= c ? 1.0 : degree;
-            const bool falling = v >= c && v <= d;
+            const bool falling = (v >= c) & (v <= d);
             degree = falling ? down : degree;
             degree = v >= d ? 0.0 : degree;
-            overflow |= falling && std::isinf(down);
             out[i] = degree;
         }
         break;
@@ -145,13 +143,12 @@ void MembershipFunction::Evaluate(const double* x, double* out, std::size_t coun
             const double down = v * rateB + facB;
             double degree = kEmpty;
             degree = v <= a ? 0.0 : degree;
-            const bool rising = v >= a && v <= b;
-            const bool falling = v >= c && v <= d;
+            const bool rising = (v >= a) & (v <= b);
+            const bool falling = (v >= c) & (v <= d);
             degree = rising ? up : degree;
-            degree = v >= b && v <= c ? 1.0 : degree;
+            degree = (v >= b) & (v <= c) ? 1.0 : degree;
             degree = falling ? down : degree;
             degree = v > d ? 0.0 : degree;
-            overflow |= (rising && std::isinf(up)) || (falling && std::isinf(down));
             out[i] = degree;
         }
         break;
@@ -160,9 +157,6 @@ void MembershipFunction::Evaluate(const double* x, double* out, std::size_t coun
             out[i] = kEmpty;
         }
         break;
-    }
-    if (overflow) {
-        ThrowOverflow();
     }
 }
 
