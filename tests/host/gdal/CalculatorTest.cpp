@@ -136,7 +136,7 @@ TEST_F(CalculatorTest, unknownFieldsAreNamed) {
 
 TEST_F(CalculatorTest, aValueTooWideForTheFieldIsAnOverflow) {
     try {
-        NewCalculator("Val = 1E+30", "ZERO")->Calculate();
+        NewCalculator("Val = 1E+300", "ZERO")->Calculate();
         FAIL();
     } catch (const Error& e) {
         EXPECT_EQ(e.Number(), error_number::kOverflow);
