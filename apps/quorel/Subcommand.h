@@ -17,5 +17,6 @@ struct Subcommand {
 // Each subcommand's file defines one of these.
 const Subcommand& ScriptCommand();
 const Subcommand& MembershipCommand();
+const Subcommand& RunCommand();
 
 } // namespace quorel::cli

@@ -17,6 +17,7 @@ std::vector<const Subcommand*> AllCommands() {
     return {
         &quorel::cli::ScriptCommand(),
         &quorel::cli::MembershipCommand(),
+        &quorel::cli::RunCommand(),
     };
 }
 
