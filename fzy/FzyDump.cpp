@@ -35,33 +35,56 @@ std::string KindText(std::int16_t kind) {
     }
 }
 
-void PrintNumber(const NumberEntry& entry, std::ostream& out) {
-    out << "  FieldName: \"" << entry.FieldName << "\"\n"
-        << "  NumberKind: " << entry.NumberKind << "\n"
-        << "  AliasName: \"" << entry.AliasName << "\"\n"
-        << "  A: " << util::FormatNumber(entry.A) << "\n"
-        << "  B: " << util::FormatNumber(entry.B) << "\n"
-        << "  C: " << util::FormatNumber(entry.C) << "\n"
-        << "  D: " << util::FormatNumber(entry.D) << "\n"
-        << "  Folder: \"" << entry.Folder << "\"\n"
-        << "  ShapeName: \"" << entry.ShapeName << "\"\n"
-        << "  Created: " << DateText(entry.Created) << "\n"
-        << "  EndMark: " << entry.EndMark << "\n";
+// Each field is printed as soon as it is read, so that a corrupt entry shows how far it went.
+class FieldPrinter {
+public:
+    FieldPrinter(ByteReader& reader, std::ostream& out) : m_reader(reader), m_out(out) {}
+    void Text(const char* name) {
+        const std::string value = m_reader.ReadText();
+        m_out << "  " << name << ": \"" << value << "\"\n";
+    }
+    void Int16(const char* name) {
+        const std::int16_t value = m_reader.ReadInt16();
+        m_out << "  " << name << ": " << value << "\n";
+    }
+    void Double(const char* name) {
+        const double value = m_reader.ReadDouble();
+        m_out << "  " << name << ": " << util::FormatNumber(value) << "\n";
+    }
+    void Date(const char* name) {
+        const double value = m_reader.ReadDouble();
+        m_out << "  " << name << ": " << DateText(value) << "\n";
+    }
+
+private:
+    ByteReader& m_reader;
+    std::ostream& m_out;
+};
+
+void PrintNumber(ByteReader& reader, std::ostream& out) {
+    FieldPrinter print(reader, out);
+    print.Text("FieldName");
+    print.Int16("NumberKind");
+    print.Text("AliasName");
+    print.Double("A");
+    print.Double("B");
+    print.Double("C");
+    print.Double("D");
+    print.Text("Folder");
+    print.Text("ShapeName");
+    print.Date("Created");
+    print.Int16("EndMark");
 }
 
-void PrintRecord(const RecordEntry& entry, std::ostream& out) {
-    out << "  FieldName: \"" << entry.FieldName << "\"\n"
-        << "  Code: " << entry.Code << "\n"
-        << "  AliasName: \"" << entry.AliasName << "\"\n"
-        << "  Text3: \"" << entry.Text3 << "\"\n"
-        << "  Text4: \"" << entry.Text4 << "\"\n"
-        << "  Field1: \"" << entry.Field1 << "\"\n"
-        << "  Folder1: \"" << entry.Folder1 << "\"\n"
-        << "  Shape1: \"" << entry.Shape1 << "\"\n"
-        << "  Field2: \"" << entry.Field2 << "\"\n"
-        << "  Folder2: \"" << entry.Folder2 << "\"\n"
-        << "  Shape2: \"" << entry.Shape2 << "\"\n"
-        << "  Created: " << DateText(entry.Created) << "\n";
+void PrintRecord(ByteReader& reader, std::ostream& out) {
+    FieldPrinter print(reader, out);
+    print.Text("FieldName");
+    print.Int16("Code");
+    for (const char* name : {"AliasName", "Text3", "Text4", "Field1", "Folder1", "Shape1", "Field2",
+                             "Folder2", "Shape2"}) {
+        print.Text(name);
+    }
+    print.Date("Created");
 }
 
 } // namespace
@@ -104,9 +127,9 @@ void DumpFzy(std::span<const std::uint8_t> bytes, std::ostream& out) {
                             std::to_string(position));
         }
         if (kind == kNumberEntryKind || kind == kNumberEntryKind + kDeletedKindStep) {
-            PrintNumber(ReadNumberBody(reader), out);
+            PrintNumber(reader, out);
         } else if (kind == kRecordEntryKind || kind == kRecordEntryKind + kDeletedKindStep) {
-            PrintRecord(ReadRecordBody(reader), out);
+            PrintRecord(reader, out);
         }
         if (reader.Offset() > position + length) {
             out << "  (the fields run " << reader.Offset() - position - length
