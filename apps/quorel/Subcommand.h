@@ -18,5 +18,7 @@ struct Subcommand {
 const Subcommand& ScriptCommand();
 const Subcommand& MembershipCommand();
 const Subcommand& RunCommand();
+const Subcommand& FzyCommand();
+const Subcommand& MetaCommand();
 
 } // namespace quorel::cli

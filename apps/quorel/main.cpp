@@ -18,6 +18,8 @@ std::vector<const Subcommand*> AllCommands() {
         &quorel::cli::ScriptCommand(),
         &quorel::cli::MembershipCommand(),
         &quorel::cli::RunCommand(),
+        &quorel::cli::FzyCommand(),
+        &quorel::cli::MetaCommand(),
     };
 }
 
