@@ -15,10 +15,8 @@ using quorel::cli::Subcommand;
 
 std::vector<const Subcommand*> AllCommands() {
     return {
-        &quorel::cli::ScriptCommand(),
-        &quorel::cli::MembershipCommand(),
-        &quorel::cli::RunCommand(),
-        &quorel::cli::FzyCommand(),
+        &quorel::cli::ScriptCommand(), &quorel::cli::MembershipCommand(),
+        &quorel::cli::RunCommand(),    &quorel::cli::FzyCommand(),
         &quorel::cli::MetaCommand(),
     };
 }
