@@ -15,8 +15,8 @@ using quorel::cli::Subcommand;
 
 std::vector<const Subcommand*> AllCommands() {
     return {
-        // &quorel::cli::ScriptCommand(),
-        // &quorel::cli::MembershipCommand(),
+        &quorel::cli::ScriptCommand(),
+        &quorel::cli::MembershipCommand(),
         &quorel::cli::FzyCommand(),
         &quorel::cli::MetaCommand(),
     };

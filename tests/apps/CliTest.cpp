@@ -1,0 +1,94 @@
+#include "RunProgram.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using quorel::test::RunProgram;
+
+quorel::test::ProgramResult Quorel(const std::vector<std::string>& arguments,
+                                   const std::string& input = {}) {
+    // A scratch settings folder and a period locale, so the user's own set-up plays no part.
+    return RunProgram(QUOREL_CLI, arguments, input,
+                      {{"XDG_CONFIG_HOME", ::testing::TempDir()}, {"LC_ALL", "C"}});
+}
+
+TEST(CliScriptTest, printsTheScriptWithCrLfAndNothingAfterTheLastLine) {
+    const auto r = Quorel({"script", "--kind", "1", "-a", "3", "--field", "POP"});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.out, "dim Val \r\nif [POP]<>3 then\r\nVal=0\r\nelse\r\n Val=1 \r\nend if");
+    EXPECT_EQ(r.err, "");
+}
+
+TEST(CliScriptTest, readsParametersAsTheBoxesDo) {
+    // A comma mark and a missing c (an empty box) for the triangle.
+    const auto r =
+        Quorel({"script", "--kind", "2", "-a", "-5", "-b", "2,5", "-c", "7", "--field", "S"});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_NE(r.out.find("A= (1/(2.5 --5))"), std::string::npos) << r.out;
+}
+
+TEST(CliScriptTest, refusesParametersOutOfOrder) {
+    const auto r = Quorel({"script", "--kind", "3", "-a", "5", "-b", "2", "--field", "X"});
+    EXPECT_EQ(r.status, 2);
+    EXPECT_EQ(r.out, "");
+    EXPECT_NE(r.err.find(":5:2:100000000000000:1E+15"), std::string::npos) << r.err;
+}
+
+TEST(CliScriptTest, kindZeroPrintsNothing) {
+    const auto r = Quorel(
+        {"script", "--kind", "0", "-a", "1", "-b", "2", "-c", "3", "-d", "4", "--field", "X"});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.out, "");
+}
+
+TEST(CliMembershipTest, printsOneDegreePerValueWithNegativeValuesAfterDashes) {
+    const auto r =
+        Quorel({"membership", "--kind", "2", "-a", "-5", "-b", "0", "-c", "5", "--", "-2.5", "1"});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.out, "0.5\n0.80000000000000004\n");
+}
+
+TEST(CliMembershipTest, readsValuesFromStandardInput) {
+    const auto r =
+        Quorel({"membership", "--kind", "5", "-a", "0", "-b", "10", "-c", "20", "-d", "30"},
+               "15\n25\r\n30\n31\n");
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.out, "1\n0.5\n0\n0\n");
+}
+
+TEST(CliMembershipTest, divisionByZeroIsReportedAndFailsAtTheEnd) {
+    const auto r = Quorel({"membership", "--kind", "3", "-a", "4", "-b", "4", "1", "2"});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.err.find("Division by zero"), std::string::npos);
+}
+
+class CliUsageTest : public ::testing::TestWithParam<std::vector<std::string>> {};
+
+TEST_P(CliUsageTest, exitsWithUsageStatusAndOneLine) {
+    const auto r = Quorel(GetParam());
+    EXPECT_EQ(r.status, 64);
+    ASSERT_FALSE(r.err.empty());
+    EXPECT_EQ(r.err.find('\n'), r.err.size() - 1) << r.err;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Errors, CliUsageTest,
+    ::testing::Values(std::vector<std::string>{"frobnicate"},
+                      std::vector<std::string>{"script", "--kind", "2"},
+                      std::vector<std::string>{"script", "--kind", "x", "--field", "F"},
+                      std::vector<std::string>{"script", "--kind", "9", "--field", "F"},
+                      std::vector<std::string>{"membership", "--kind", "1", "-z", "3"},
+                      std::vector<std::string>{"membership", "--kind", "1", "-a"},
+                      std::vector<std::string>{"membership", "--kind", "1", "abc"}));
+
+TEST(CliTest, versionAndHelp) {
+    EXPECT_EQ(Quorel({"--version"}).out, "10.3.0.2\n");
+    for (const char* command : {"script", "membership"}) {
+        const auto r = Quorel({command, "--help"});
+        EXPECT_EQ(r.status, 0);
+        EXPECT_NE(r.out.find("Usage: quorel "), std::string::npos) << command;
+    }
+}
+
+} // namespace
