@@ -1,0 +1,5 @@
+#include "tests/errors/ComponentProbe.h"
+
+quorel::errors::ComponentIdentity ProbeComponentIdentity() {
+    return quorel::errors::OwnComponent();
+}

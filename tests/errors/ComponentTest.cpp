@@ -1,0 +1,43 @@
+#include "errors/Component.h"
+#include "errors/ErrorLog.h"
+#include "tests/errors/ComponentProbe.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <unistd.h>
+
+namespace quorel::errors {
+namespace {
+
+namespace fs = std::filesystem;
+
+TEST(ComponentTest, versionPrintsMajorMinorRevision) {
+    EXPECT_EQ(ComponentVersionText(), "10.3.2");
+}
+
+TEST(ComponentTest, staticallyLinkedComponentIsTheExecutable) {
+    const fs::path exe = fs::canonical("/proc/self/exe");
+    const ComponentIdentity& self = OwnComponent();
+    EXPECT_EQ(self.folder, exe.parent_path().string());
+    EXPECT_EQ(self.name, exe.stem().string());
+    EXPECT_EQ(self.version, "10.3.2");
+}
+
+TEST(ComponentTest, sharedLibraryComponentIsTheLibraryFile) {
+    const fs::path library = fs::canonical(QUOREL_PROBE_FILE);
+    const ComponentIdentity identity = ProbeComponentIdentity();
+    EXPECT_EQ(identity.folder, library.parent_path().string());
+    EXPECT_EQ(identity.name, library.stem().string());
+    EXPECT_NE(identity.name, fs::canonical("/proc/self/exe").stem().string());
+}
+
+TEST(ComponentTest, errorLogLiesBesideTheComponent) {
+    util::RecordingMessageUi ui;
+    ErrorLog log(ui);
+    const fs::path exe = fs::canonical("/proc/self/exe");
+    EXPECT_EQ(log.ErrorLogFile(), exe.parent_path().string() + "/" + exe.stem().string() + ".log");
+}
+
+} // namespace
+} // namespace quorel::errors

@@ -1,0 +1,82 @@
+#include "errors/ErrorHandling.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <vector>
+
+namespace quorel::errors {
+namespace {
+
+std::vector<std::string> SplitLines(const std::string& text) {
+    std::vector<std::string> lines;
+    std::size_t start = 0;
+    for (;;) {
+        const auto end = text.find("\r\n", start);
+        if (end == std::string::npos) {
+            lines.push_back(text.substr(start));
+            return lines;
+        }
+        lines.push_back(text.substr(start, end - start));
+        start = end + 2;
+    }
+}
+
+struct LineInfoCase {
+    std::int32_t line;
+    const char* expected;
+};
+
+class LineInfoTest : public testing::TestWithParam<LineInfoCase> {};
+
+TEST_P(LineInfoTest, printsTheLineOrNothing) {
+    EXPECT_EQ(LineInfo(GetParam().line), GetParam().expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(Lines, LineInfoTest,
+                         testing::Values(LineInfoCase{0, ""}, LineInfoCase{12, "Line : 12"},
+                                         LineInfoCase{-3, "Line : -3"},
+                                         LineInfoCase{2147483647, "Line : 2147483647"}));
+
+TEST(ProcedureTextTest, endsWithABlankWithoutLineNumber) {
+    EXPECT_EQ(ProcedureText("ICommand_OnClick", "clsRequêteSouple", 12),
+              "ICommand_OnClick clsRequêteSouple Line : 12");
+    EXPECT_EQ(ProcedureText("ICommand_OnClick", "clsRequêteSouple", 0),
+              "ICommand_OnClick clsRequêteSouple ");
+}
+
+TEST(HandleErrorTest, showsTheCallStackBoxLineByLine) {
+    util::RecordingMessageUi ui;
+    HandleError(ui, ProcedureText("Class_Terminate", "clsRequêteSouple", 7), 91, "Quorel",
+                "Object variable not set");
+
+    EXPECT_EQ(ui.beeps, 1);
+    ASSERT_EQ(ui.boxes.size(), 1u);
+    EXPECT_EQ(ui.boxes[0].icon, util::MessageIcon::Exclamation);
+    EXPECT_EQ(ui.boxes[0].title, std::optional<std::string>("Unexpected Program Error"));
+    const std::vector<std::string> expected = {
+        "An error has occured in the application.   Record the call stack sequence",
+        "and the description of the error.",
+        "",
+        "Error Call Stack Sequence ",
+        "\tClass_Terminate clsRequêteSouple Line : 7",
+        "",
+        "Error Number ",
+        "\t91",
+        "Description",
+        "\tObject variable not set",
+        "",
+        "",
+    };
+    EXPECT_EQ(SplitLines(ui.boxes[0].text), expected);
+}
+
+TEST(HandleErrorTest, negativeHostNumbersArePrintedSigned) {
+    util::RecordingMessageUi ui;
+    HandleError(ui, "ICommand_OnCreate clsRequêteSouple ", -2147467259, "Host", "Failure");
+    ASSERT_EQ(ui.boxes.size(), 1u);
+    EXPECT_NE(ui.boxes[0].text.find("\r\nError Number \r\n\t-2147467259\r\n"), std::string::npos);
+}
+
+} // namespace
+} // namespace quorel::errors

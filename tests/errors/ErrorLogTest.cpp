@@ -1,0 +1,190 @@
+#include "errors/ErrorLog.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
+
+namespace quorel::errors {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::vector<std::string> SplitLines(const std::string& text) {
+    std::vector<std::string> lines;
+    std::size_t start = 0;
+    for (;;) {
+        const auto end = text.find("\r\n", start);
+        if (end == std::string::npos) {
+            lines.push_back(text.substr(start));
+            return lines;
+        }
+        lines.push_back(text.substr(start, end - start));
+        start = end + 2;
+    }
+}
+
+std::time_t LocalMoment(int year, int month, int day, int hour, int minute, int second) {
+    std::tm local{};
+    local.tm_year = year - 1900;
+    local.tm_mon = month - 1;
+    local.tm_mday = day;
+    local.tm_hour = hour;
+    local.tm_min = minute;
+    local.tm_sec = second;
+    local.tm_isdst = -1;
+    return std::mktime(&local);
+}
+
+std::string ReadFile(const fs::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream content;
+    content << in.rdbuf();
+    return content.str();
+}
+
+class ErrorLogTest : public testing::Test {
+protected:
+    void SetUp() override {
+        m_folder = fs::temp_directory_path() /
+                   ("quorel_errorlog_" + std::to_string(getpid()) + "_" +
+                    testing::UnitTest::GetInstance()->current_test_info()->name());
+        fs::remove_all(m_folder);
+        fs::create_directories(m_folder);
+    }
+    void TearDown() override {
+        fs::permissions(m_folder, fs::perms::owner_all, fs::perm_options::add);
+        fs::remove_all(m_folder);
+    }
+
+    ErrorLog MakeLog() {
+        return ErrorLog(m_ui, ComponentIdentity{m_folder.string(), "Quorel", "10.3.2"},
+                        [] { return LocalMoment(2024, 3, 5, 14, 7, 9); });
+    }
+
+    fs::path m_folder;
+    util::RecordingMessageUi m_ui;
+};
+
+TEST_F(ErrorLogTest, formatsTheReportLineByLine) {
+    ErrorLog log = MakeLog();
+    const std::string text = log.FormatErrorText("11", "Division by zero", "frm_back(Quorel)",
+                                                 "cmd_go_Click", 42, "Debug=3");
+    const std::vector<std::string> expected = {
+        "",
+        "05/03/2024 14:07:09 Quorel v10.3.2",
+        "Error#11 in frm_back(Quorel) - cmd_go_Click at Line#42",
+        "Exe:" + m_folder.string() + "/Quorel",
+        "Division by zero",
+        "",
+        "Debug=3",
+        "",
+    };
+    EXPECT_EQ(SplitLines(text), expected);
+}
+
+TEST_F(ErrorLogTest, lineZeroHasNoLinePart) {
+    ErrorLog log = MakeLog();
+    const auto lines = SplitLines(
+        log.FormatErrorText("6", "Overflow", "frm_back(Quorel)", "listLang1_Click", 0, ""));
+    ASSERT_GE(lines.size(), 3u);
+    EXPECT_EQ(lines[2], "Error#6 in frm_back(Quorel) - listLang1_Click");
+}
+
+TEST_F(ErrorLogTest, reportShowsCriticalBoxWithNumberAndSourceInTitle) {
+    ErrorLog log = MakeLog();
+    const std::string text = log.ReportError(Error(11, "Quorel", "Division by zero"), "frm_back",
+                                             "cmd_go_Click", true, 0, "Debug=3", true);
+    ASSERT_EQ(m_ui.boxes.size(), 1u);
+    EXPECT_EQ(m_ui.boxes[0].icon, util::MessageIcon::Critical);
+    EXPECT_EQ(m_ui.boxes[0].title, std::optional<std::string>("Error#11 - Quorel"));
+    EXPECT_EQ(m_ui.boxes[0].text, text);
+    EXPECT_EQ(SplitLines(text)[2], "Error#11 in frm_back(Quorel) - cmd_go_Click");
+}
+
+TEST_F(ErrorLogTest, twoReportsGiveTwoEntriesInTheLogBesideTheComponent) {
+    ErrorLog log = MakeLog();
+    EXPECT_EQ(log.ErrorLogFile(), m_folder.string() + "/Quorel.log");
+    log.ReportError(Error(53, "Quorel", "File not found"), "frm_back", "cmd_add_Click", true, 0,
+                    "Debug=1", true);
+    log.ReportError(Error(6, "Quorel", "Overflow"), "frm_back", "cmd_go_Click", true, 0, "Debug=5",
+                    true);
+
+    const auto lines = SplitLines(ReadFile(m_folder / "Quorel.log"));
+    const std::vector<std::string> expected = {
+        "",
+        "05/03/2024 14:07:09 Quorel v10.3.2",
+        "Error#53 in frm_back(Quorel) - cmd_add_Click",
+        "Exe:" + m_folder.string() + "/Quorel",
+        "File not found",
+        "",
+        "Debug=1",
+        "",
+        "",
+        "05/03/2024 14:07:09 Quorel v10.3.2",
+        "Error#6 in frm_back(Quorel) - cmd_go_Click",
+        "Exe:" + m_folder.string() + "/Quorel",
+        "Overflow",
+        "",
+        "Debug=5",
+        "",
+        "",
+    };
+    EXPECT_EQ(lines, expected);
+    EXPECT_EQ(m_ui.boxes.size(), 2u);
+}
+
+TEST_F(ErrorLogTest, logIsWrittenInWindows1252) {
+    ErrorLog log = MakeLog();
+    log.AppendErrorLog("Paramètre");
+    EXPECT_EQ(ReadFile(m_folder / "Quorel.log"), "Param\xE8tre\r\n");
+}
+
+TEST_F(ErrorLogTest, errorNumberZeroDoesNothing) {
+    ErrorLog log = MakeLog();
+    EXPECT_EQ(
+        log.ReportError(Error(0, "Quorel", ""), "frm_back", "cmd_go_Click", true, 0, "", true), "");
+    EXPECT_TRUE(m_ui.boxes.empty());
+    EXPECT_FALSE(fs::exists(m_folder / "Quorel.log"));
+}
+
+TEST_F(ErrorLogTest, unwritableFolderLeavesNoLogAndStillShowsTheBox) {
+    // Root writes everywhere; a folder that does not exist refuses the file to everyone.
+    fs::path folder = m_folder / "missing";
+    if (geteuid() != 0) {
+        folder = m_folder;
+        fs::permissions(m_folder, fs::perms::owner_read | fs::perms::owner_exec);
+    }
+    ErrorLog log(m_ui, ComponentIdentity{folder.string(), "Quorel", "10.3.2"});
+    log.ReportError(Error(70, "Quorel", "Permission denied"), "frm_back", "cmd_go_Click", true, 0,
+                    "Debug=2", true);
+    EXPECT_EQ(m_ui.boxes.size(), 1u);
+    EXPECT_FALSE(fs::exists(folder / "Quorel.log"));
+}
+
+// A box that fails must not stop the report: the log is still written and nothing escapes.
+class ThrowingMessageUi final : public util::IMessageUi {
+public:
+    void MessageBox(const std::string&, util::MessageIcon,
+                    const std::optional<std::string>&) override {
+        throw std::runtime_error("no display");
+    }
+    void Beep() override {}
+    void SetBusy(bool) override {}
+};
+
+TEST_F(ErrorLogTest, failingBoxIsIgnored) {
+    ThrowingMessageUi ui;
+    ErrorLog log(ui, ComponentIdentity{m_folder.string(), "Quorel", "10.3.2"});
+    EXPECT_FALSE(log.ReportError(Error(5, "Quorel", "Invalid"), "frm_back", "cmd_go_Click", true, 0,
+                                 "", true)
+                     .empty());
+    EXPECT_TRUE(fs::exists(m_folder / "Quorel.log"));
+}
+
+} // namespace
+} // namespace quorel::errors
