@@ -7,6 +7,8 @@
 
 #include <gtest/gtest.h>
 
+#include <ostream>
+
 #include <bit>
 #include <cmath>
 #include <random>
@@ -25,6 +27,10 @@ struct DegreeCase {
     double x;
     double degree;
 };
+
+void PrintTo(const DegreeCase& c, std::ostream* os) {
+    *os << "kind " << c.kind << " x=" << c.x;
+}
 
 class MembershipDegreeTest : public ::testing::TestWithParam<DegreeCase> {};
 

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <ostream>
+
 namespace {
 
 using namespace quorel::criterion;
@@ -42,6 +44,10 @@ struct CompletionCase {
     double in[4];
     double out[4];
 };
+
+void PrintTo(const CompletionCase& c, std::ostream* os) {
+    *os << "kind " << c.kind;
+}
 
 class CompleteParametersTest : public ::testing::TestWithParam<CompletionCase> {};
 

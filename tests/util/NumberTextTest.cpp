@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <ostream>
+
 #include <cmath>
 #include <limits>
 
@@ -13,6 +15,10 @@ struct NumberCase {
     double value;
     const char* text;
 };
+
+void PrintTo(const NumberCase& c, std::ostream* os) {
+    *os << c.text;
+}
 
 class FormatNumberTest : public ::testing::TestWithParam<NumberCase> {};
 

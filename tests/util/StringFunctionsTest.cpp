@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <ostream>
+
 namespace {
 
 using namespace quorel::util;
@@ -20,6 +22,10 @@ struct KeyCase {
     const char* defaultValue;
     const char* expected;
 };
+
+void PrintTo(const KeyCase& c, std::ostream* os) {
+    *os << c.text << (c.acceptEnd ? " end" : "");
+}
 
 class ValueAfterKeyTest : public ::testing::TestWithParam<KeyCase> {};
 
