@@ -528,11 +528,11 @@ void IO_fzyext::fzy_io_compressfzy(std::int16_t handle, const std::string& shape
             }
         }
         step = 8;
-        step = 9;
+        // The one moment the file changes: before it the old file is whole, after it the new.
         if (rename(scratch.c_str(), target.c_str()) != 0) {
             throw FileError(errno, kSource, target);
         }
-        step = 10;
+        step = 9;
         // Make the rename itself durable.
         try {
             Descriptor directory(ParentFolder(target), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
@@ -540,6 +540,7 @@ void IO_fzyext::fzy_io_compressfzy(std::int16_t handle, const std::string& shape
         } catch (const Error&) {
         }
         m_files[handle] = std::make_unique<OpenFile>(target);
+        step = 10;
         m_deletedCount = 0;
     } catch (const std::exception& error) {
         ShowLocalError(error, " fzy_io_compressfzy Debug=", step);

@@ -17,5 +17,7 @@ struct Subcommand {
 // Each subcommand's file defines one of these.
 const Subcommand& ScriptCommand();
 const Subcommand& MembershipCommand();
+const Subcommand& FzyCommand();
+const Subcommand& MetaCommand();
 
 } // namespace quorel::cli

@@ -17,6 +17,8 @@ std::vector<const Subcommand*> AllCommands() {
     return {
         &quorel::cli::ScriptCommand(),
         &quorel::cli::MembershipCommand(),
+        &quorel::cli::FzyCommand(),
+        &quorel::cli::MetaCommand(),
     };
 }
 

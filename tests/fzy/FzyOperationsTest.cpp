@@ -1,0 +1,302 @@
+#include "tests/fzy/FzyTestSupport.h"
+
+#include "util/AutomationDate.h"
+#include "util/Error.h"
+
+namespace quorel::fzy::test {
+namespace {
+
+using FzyOpenTest = FzyFixture;
+
+TEST_F(FzyOpenTest, newNameGivesAnEightByteFileAndDropsShp) {
+    std::string name = "PARCELLES.shp";
+    EXPECT_EQ(m_io.fzy_io_open(Folder(), name), 0);
+    EXPECT_EQ(name, "PARCELLES");
+    EXPECT_EQ(m_io.FileStatus(), "New");
+    EXPECT_EQ(ReadBytes(FzyPath()), (Bytes{1, 0, 0, 0, 0, 0, 0, 0}));
+    EXPECT_EQ(m_io.fzy_io_close(), 1);
+}
+
+TEST_F(FzyOpenTest, upperCaseExtensionIsKept) {
+    std::string name = "PARCELLES.SHP";
+    m_io.fzy_io_open(Folder(), name);
+    EXPECT_EQ(name, "PARCELLES.SHP");
+    EXPECT_TRUE(fs::exists(m_folder / "PARCELLES.SHP.fzy"));
+}
+
+TEST_F(FzyOpenTest, shortFileIsNewAndOnlyItsFirstEightBytesAreRewritten) {
+    Bytes old(23, 0xAB);
+    WriteBytes(FzyPath(), old);
+    Open();
+    EXPECT_EQ(m_io.FileStatus(), "New");
+    Bytes expected = old;
+    std::fill(expected.begin(), expected.begin() + 8, 0);
+    expected[0] = 1;
+    EXPECT_EQ(ReadBytes(FzyPath()), expected);
+}
+
+TEST_F(FzyOpenTest, missingFolderIsTheCallersError) {
+    std::string name = "PARCELLES.shp";
+    EXPECT_THROW(m_io.fzy_io_open(Folder() + "/gone", name), Error);
+}
+
+using FzyAppendTest = FzyFixture;
+
+TEST_F(FzyAppendTest, workedExampleIsByteExact) {
+    Open();
+    EXPECT_EQ(m_io.fzy_io_writenumber("FZY_PEN", "FZY_PEN", 2, 1, 2, 3, 4, "/data/abcd", "PARCE"),
+              1);
+    m_io.fzy_io_close();
+
+    const Bytes file = ReadBytes(FzyPath());
+    ASSERT_EQ(file.size(), 108u);
+    EXPECT_EQ(Bytes(file.begin(), file.begin() + 8), (Bytes{1, 0, 0, 0, 1, 0, 0, 0}));
+    EXPECT_EQ(Bytes(file.begin() + 8, file.begin() + 23), Bytes(15, 0));
+    NumberEntry expected{"FZY_PEN", 2, "FZY_PEN",    1,       2,
+                         3,         4, "/data/abcd", "PARCE", util::ToAutomationDate(m_now),
+                         99};
+    EXPECT_EQ(Bytes(file.begin() + 23, file.end()), EncodeNumberEntry(expected));
+    EXPECT_EQ(file[23], 0x55);
+    EXPECT_EQ(file[24], 0x00);
+    EXPECT_EQ(file[107], 0x00);
+    EXPECT_EQ(file[106], 0x63);
+}
+
+TEST_F(FzyAppendTest, oldFileAppendsAtItsEnd) {
+    WriteBytes(FzyPath(), MakeFile(0, 1, 0, {EncodeNumberEntry(MakeNumber("FZY_A"))}));
+    const auto before = fs::file_size(FzyPath());
+    Open();
+    EXPECT_EQ(m_io.FileStatus(), "Old");
+    m_io.fzy_io_writenumber("FZY_B", "FZY_B", 1, 5, 1e14, 1e14, 1e14, "/d", "PARCELLES");
+    m_io.fzy_io_close();
+    const Bytes file = ReadBytes(FzyPath());
+    EXPECT_EQ(Int16At(file, 4), 2);
+    EXPECT_EQ(Int16At(file, before), static_cast<std::int16_t>(file.size() - before));
+}
+
+// The size limit: the cut entry is not counted, and the next append goes behind what it left.
+TEST_F(FzyAppendTest, appendPastTheLimitFailsUncountedAndNextGoesBehindLeftovers) {
+    const std::string longFolder(380, 'f');
+    NumberEntry filler = MakeNumber("FZY_F");
+    filler.Folder = std::string(32766 - 23 - 56 - 5 - 5 - 9 - 400, 'x');
+    Bytes file = MakeFile(0, 1, 0, {EncodeNumberEntry(filler)});
+    const std::size_t startSize = file.size(); // 400 bytes under the limit
+    WriteBytes(FzyPath(), file);
+
+    Open();
+    try {
+        m_io.fzy_io_writenumber("FZY_BIG", "FZY_BIG", 2, 1, 2, 3, 4, longFolder, "PARCELLES");
+        FAIL() << "no overflow";
+    } catch (const Error& e) {
+        EXPECT_EQ(e.Number(), error_number::kOverflow);
+    }
+    m_io.fzy_io_close();
+    const Bytes afterFailure = ReadBytes(FzyPath());
+    EXPECT_EQ(Int16At(afterFailure, 4), 1);
+    EXPECT_GT(afterFailure.size(), startSize);
+    EXPECT_LE(afterFailure.size(), static_cast<std::size_t>(kMaxFileSize));
+
+    Open();
+    m_io.fzy_io_writenumber("FZY_S", "FZY_S", 2, 1, 2, 3, 4, "/d", "P");
+    m_io.fzy_io_close();
+    const Bytes afterSecond = ReadBytes(FzyPath());
+    EXPECT_EQ(Int16At(afterSecond, 4), 2);
+    EXPECT_EQ(afterSecond.size(), afterFailure.size() + 56 + 5 + 5 + 2 + 1);
+    EXPECT_EQ(Int16At(afterSecond, afterFailure.size() + 2), kNumberEntryKind);
+}
+
+TEST_F(FzyAppendTest, exactlyAtTheLimitSucceeds) {
+    NumberEntry filler = MakeNumber("FZY_F");
+    const std::size_t nextEntry = 56 + 5 + 5 + 2 + 1; // FZY_S twice, "/d", "P"
+    filler.Folder = std::string(32766 - 23 - nextEntry - (56 + 5 + 5 + 9), 'x');
+    WriteBytes(FzyPath(), MakeFile(0, 1, 0, {EncodeNumberEntry(filler)}));
+    Open();
+    EXPECT_EQ(m_io.fzy_io_writenumber("FZY_S", "FZY_S", 2, 1, 2, 3, 4, "/d", "P"), 1);
+    m_io.fzy_io_close();
+    EXPECT_EQ(fs::file_size(FzyPath()), 32766u);
+}
+
+using FzyDescriptionTest = FzyFixture;
+
+TEST_F(FzyDescriptionTest, numberDescriptionLineByLine) {
+    Open();
+    m_io.fzy_io_writenumber("FZY_PEN", "FZY_PEN", 3, 2.5, 10, 1e14, 1e14, "/data/sig", "PARCELLES");
+    EXPECT_TRUE(m_io.fzy_io_numberinfo("FZY_PEN"));
+    EXPECT_EQ(m_io.NumberFound(), 1);
+    ASSERT_TRUE(m_io.InfoText());
+    const std::vector<std::string> expected = {
+        "T147 FZY_PEN(T148 :FZY_PEN) T154 3 T154 :",
+        " Val_a = 2.5",
+        " Val_b = 10",
+        " Val_c = 100000000000000",
+        " Val_d = 100000000000000",
+        "T152 /data/sig/PARCELLES T156 " + util::FormatGeneralDate(util::ToAutomationDate(m_now)),
+    };
+    EXPECT_EQ(SplitLines(*m_io.InfoText()), expected);
+    EXPECT_TRUE(m_ui.boxes.empty());
+}
+
+TEST_F(FzyDescriptionTest, decimalMarkIsTheUsers) {
+    Open();
+    m_io.fzy_io_writenumber("FZY_PEN", "FZY_PEN", 1, 2.5, 2.5, 2.5, 2.5, "/d", "P");
+    m_io.SetDecimalMark(',');
+    ASSERT_TRUE(m_io.fzy_io_numberinfo("FZY_PEN"));
+    EXPECT_EQ(SplitLines(*m_io.InfoText())[1], " Val_a = 2,5");
+}
+
+TEST_F(FzyDescriptionTest, windowsFolderIsShownAsItIs) {
+    NumberEntry entry = MakeNumber("FZY_W", 45356.0);
+    entry.Folder = "C:\\SIG\\data";
+    entry.ShapeName = "PARC";
+    WriteBytes(FzyPath(), MakeFile(0, 1, 0, {EncodeNumberEntry(entry)}));
+    Open();
+    ASSERT_TRUE(m_io.fzy_io_numberinfo("FZY_W"));
+    EXPECT_EQ(SplitLines(*m_io.InfoText())[5], "T152 C:\\SIG\\data\\PARC T156 05/03/2024");
+}
+
+TEST_F(FzyDescriptionTest, laterOfTwoSameNamedEntriesIsShown) {
+    NumberEntry first = MakeNumber("FZY_A");
+    NumberEntry second = MakeNumber("FZY_A");
+    second.A = 42;
+    WriteBytes(FzyPath(), MakeFile(0, 3, 0,
+                                   {EncodeNumberEntry(first), EncodeNumberEntry(MakeNumber("X")),
+                                    EncodeNumberEntry(second)}));
+    Open();
+    ASSERT_TRUE(m_io.fzy_io_numberinfo("FZY_A"));
+    EXPECT_EQ(SplitLines(*m_io.InfoText())[1], " Val_a = 42");
+}
+
+TEST_F(FzyDescriptionTest, recordDescriptionLineByLine) {
+    WriteBytes(FzyPath(),
+               MakeFile(2, 1, 0,
+                        {EncodeNumberEntry(MakeNumber("REC")), EncodeRecordEntry(MakeRecord("R0")),
+                         EncodeRecordEntry(MakeRecord("REC"))}));
+    Open();
+    EXPECT_FALSE(m_io.fzy_io_recordinfo("rec", ""));
+    EXPECT_TRUE(m_io.fzy_io_recordinfo("REC", ""));
+    const std::vector<std::string> expected = {
+        "T147 REC (T148 :REC_alias) T149 : ", "SLOPE (T150 C:\\SIG\\data\\PARC)",  "T151 ",
+        "ALTI (T150 /data/sig/RELIEF).",      " T152 -7 T156 05/03/2024 06:00:00",
+    };
+    EXPECT_EQ(SplitLines(*m_io.InfoText()), expected);
+    EXPECT_EQ(m_io.RecordCount(), 2);
+}
+
+TEST_F(FzyDescriptionTest, deletedEntriesAreSkipped) {
+    WriteBytes(FzyPath(), MakeFile(1, 1, 2,
+                                   {WithKind(EncodeRecordEntry(MakeRecord("GONE")), 11),
+                                    WithKind(EncodeNumberEntry(MakeNumber("GONE")), 12)}));
+    Open();
+    EXPECT_FALSE(m_io.fzy_io_numberinfo("GONE"));
+    EXPECT_FALSE(m_io.fzy_io_recordinfo("GONE", ""));
+    EXPECT_FALSE(m_io.InfoText());
+    EXPECT_TRUE(m_ui.boxes.empty());
+}
+
+TEST_F(FzyDescriptionTest, namesAreComparedExactly) {
+    WriteBytes(FzyPath(), MakeFile(0, 1, 0, {EncodeNumberEntry(MakeNumber("FZY_Pente"))}));
+    Open();
+    EXPECT_FALSE(m_io.fzy_io_numberinfo("FZY_PENTE"));
+    EXPECT_TRUE(m_io.fzy_io_numberinfo("FZY_Pente"));
+}
+
+TEST_F(FzyDescriptionTest, emptyNameRecordSearchReadsNothing) {
+    // No file is open: any read would fail and show a box.
+    EXPECT_FALSE(m_io.fzy_io_recordinfo("", ""));
+    EXPECT_TRUE(m_ui.boxes.empty());
+}
+
+TEST_F(FzyDescriptionTest, showInfoShowsTheTextAndDiscardsTheWindow) {
+    WriteBytes(FzyPath(), MakeFile(0, 1, 0, {EncodeNumberEntry(MakeNumber("FZY_A"))}));
+    Open();
+    ASSERT_TRUE(m_io.fzy_io_numberinfo("FZY_A"));
+    m_io.fzy_io_showinfo();
+    m_io.fzy_io_showinfo();
+    ASSERT_EQ(m_window.shown.size(), 2u);
+    EXPECT_EQ(m_window.shown[0].rfind("T147 FZY_A(", 0), 0u);
+    EXPECT_EQ(m_window.shown[1], "");
+}
+
+TEST_F(FzyDescriptionTest, readTextReadsWindows1252Bytes) {
+    WriteBytes(FzyPath(), MakeFile(0, 1, 0, {EncodeNumberEntry(MakeNumber("Pente_é"))}));
+    Open();
+    EXPECT_EQ(m_io.fzy_io_readtext(7, 23 + 6), "Pente_é");
+    EXPECT_EQ(m_io.fzy_io_readtext(0, 23), "");
+}
+
+// Corrupt files: each search ends in its own reported error, and nothing is written.
+struct CorruptCase {
+    const char* name;
+    Bytes file;
+    int numberStep;
+    bool recordSearchFails;
+};
+
+Bytes CorruptLength(std::int16_t length) {
+    Bytes entry = EncodeNumberEntry(MakeNumber("FZY_A"));
+    entry[0] = static_cast<std::uint8_t>(length & 0xFF);
+    entry[1] = static_cast<std::uint8_t>((length >> 8) & 0xFF);
+    return MakeFile(0, 2, 0, {entry, EncodeNumberEntry(MakeNumber("FZY_B"))});
+}
+
+Bytes TextPastEnd() {
+    Bytes entry = EncodeNumberEntry(MakeNumber("FZY_A"));
+    entry[4] = 0x00;
+    entry[5] = 0x10; // a 4096-byte name in a short file
+    return MakeFile(0, 1, 0, {entry});
+}
+
+Bytes Truncated() {
+    Bytes file = MakeFile(0, 1, 0, {EncodeNumberEntry(MakeNumber("FZY_A"))});
+    file.resize(file.size() - 10); // Created and the end mark
+    return file;
+}
+
+Bytes CountsLie() {
+    return MakeFile(0, 5, 0, {EncodeNumberEntry(MakeNumber("FZY_A"))});
+}
+
+class FzyCorruptTest : public FzyFixture, public testing::WithParamInterface<CorruptCase> {};
+
+TEST_P(FzyCorruptTest, searchesReportAndWriteNothing) {
+    WriteBytes(FzyPath(), GetParam().file);
+    Open();
+    EXPECT_FALSE(m_io.fzy_io_numberinfo("FZY_A"));
+    ASSERT_EQ(m_ui.boxes.size(), 1u);
+    EXPECT_NE(m_ui.boxes[0].text.find(" fzy_io_numberinfo Debug=" +
+                                      std::to_string(GetParam().numberStep)),
+              std::string::npos)
+        << m_ui.boxes[0].text;
+    EXPECT_EQ(m_ui.boxes[0].icon, util::MessageIcon::None);
+    EXPECT_FALSE(m_ui.boxes[0].title);
+
+    EXPECT_FALSE(m_io.fzy_io_recordinfo("FZY_A", ""));
+    if (GetParam().recordSearchFails) {
+        ASSERT_EQ(m_ui.boxes.size(), 2u);
+        EXPECT_NE(m_ui.boxes[1].text.find(" fzy_io_recordinfo Debug=2"), std::string::npos);
+    } else {
+        EXPECT_EQ(m_ui.boxes.size(), 1u);
+    }
+    m_io.fzy_io_close();
+    EXPECT_EQ(ReadBytes(FzyPath()), GetParam().file);
+}
+
+INSTANTIATE_TEST_SUITE_P(Files, FzyCorruptTest,
+                         testing::Values(CorruptCase{"zeroLength", CorruptLength(0), 2, true},
+                                         CorruptCase{"negativeLength", CorruptLength(-30), 2, true},
+                                         CorruptCase{"lengthPastEnd", CorruptLength(4000), 2, true},
+                                         CorruptCase{"textPastEnd", TextPastEnd(), 3, false},
+                                         CorruptCase{"truncated", Truncated(), 5, false},
+                                         CorruptCase{"countsLie", CountsLie(), 2, true}),
+                         [](const auto& testInfo) { return std::string(testInfo.param.name); });
+
+TEST_F(FzyDescriptionTest, localErrorTextHasNumberTwoBlanksDescriptionLabelAndStep) {
+    WriteBytes(FzyPath(), CountsLie());
+    Open();
+    m_io.fzy_io_numberinfo("FZY_A");
+    ASSERT_EQ(m_ui.boxes.size(), 1u);
+    EXPECT_EQ(m_ui.boxes[0].text, "62  Input past end of file fzy_io_numberinfo Debug=2");
+}
+
+} // namespace
+} // namespace quorel::fzy::test

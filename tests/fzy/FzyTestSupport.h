@@ -1,0 +1,145 @@
+#pragma once
+
+#include "fzy/FzyFormat.h"
+#include "fzy/IO_fzyext.h"
+#include "util/MessageUi.h"
+#include "util/TextSource.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <unistd.h>
+#include <vector>
+
+namespace quorel::fzy::test {
+
+namespace fs = std::filesystem;
+using Bytes = std::vector<std::uint8_t>;
+
+// Every text id reads "T" and the id, so that descriptions show which text went where.
+class IdTextSource final : public util::ITextSource {
+public:
+    std::string ResourceString(std::int16_t id) const override { return "T" + std::to_string(id); }
+};
+
+class RecordingInfoWindow final : public IInfoWindow {
+public:
+    void ShowModal(const std::string& text) override { shown.push_back(text); }
+    std::vector<std::string> shown;
+};
+
+inline std::vector<std::string> SplitLines(const std::string& text) {
+    std::vector<std::string> lines;
+    std::size_t start = 0;
+    for (;;) {
+        const auto end = text.find("\r\n", start);
+        if (end == std::string::npos) {
+            lines.push_back(text.substr(start));
+            return lines;
+        }
+        lines.push_back(text.substr(start, end - start));
+        start = end + 2;
+    }
+}
+
+inline Bytes ReadBytes(const fs::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+inline void WriteBytes(const fs::path& path, const Bytes& bytes) {
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out.write(reinterpret_cast<const char*>(bytes.data()),
+              static_cast<std::streamsize>(bytes.size()));
+}
+
+// A whole file: header with the given counts, then the entries back to back.
+inline Bytes MakeFile(std::int16_t recordCount, std::int16_t numberCount, std::int16_t deletedCount,
+                      const std::vector<Bytes>& entries) {
+    FzyHeader header;
+    header.RecordCount = recordCount;
+    header.NumberCount = numberCount;
+    header.DeletedCount = deletedCount;
+    Bytes file = EncodeHeader(header);
+    for (const auto& entry : entries) {
+        file.insert(file.end(), entry.begin(), entry.end());
+    }
+    return file;
+}
+
+inline NumberEntry MakeNumber(const std::string& field, double created = 45356.5) {
+    NumberEntry entry;
+    entry.FieldName = field;
+    entry.NumberKind = 2;
+    entry.AliasName = field;
+    entry.A = 1;
+    entry.B = 2;
+    entry.C = 3;
+    entry.D = 4;
+    entry.Folder = "/data/sig";
+    entry.ShapeName = "PARCELLES";
+    entry.Created = created;
+    return entry;
+}
+
+inline RecordEntry MakeRecord(const std::string& field) {
+    RecordEntry entry;
+    entry.FieldName = field;
+    entry.Code = -7;
+    entry.AliasName = field + "_alias";
+    entry.Text3 = "hidden3";
+    entry.Text4 = "hidden4";
+    entry.Field1 = "SLOPE";
+    entry.Folder1 = "C:\\SIG\\data";
+    entry.Shape1 = "PARC";
+    entry.Field2 = "ALTI";
+    entry.Folder2 = "/data/sig";
+    entry.Shape2 = "RELIEF";
+    entry.Created = 45356.25;
+    return entry;
+}
+
+inline Bytes WithKind(Bytes entry, std::int16_t kind) {
+    entry[2] = static_cast<std::uint8_t>(kind & 0xFF);
+    entry[3] = static_cast<std::uint8_t>((kind >> 8) & 0xFF);
+    return entry;
+}
+
+inline std::int16_t Int16At(const Bytes& bytes, std::size_t offset) {
+    return static_cast<std::int16_t>(bytes.at(offset) | (bytes.at(offset + 1) << 8));
+}
+
+// A scratch folder and a fresh component state per test.
+class FzyFixture : public testing::Test {
+protected:
+    void SetUp() override {
+        m_folder = fs::temp_directory_path() /
+                   ("quorel_fzy_" + std::to_string(getpid()) + "_" +
+                    testing::UnitTest::GetInstance()->current_test_info()->name());
+        fs::remove_all(m_folder);
+        fs::create_directories(m_folder);
+    }
+    void TearDown() override { fs::remove_all(m_folder); }
+
+    std::string Folder() const { return m_folder.string(); }
+    fs::path FzyPath(const std::string& name = "PARCELLES") const {
+        return m_folder / (name + ".fzy");
+    }
+
+    // Opens PARCELLES.shp's metadata file.
+    void Open(const std::string& name = "PARCELLES.shp") {
+        std::string shape = name;
+        m_io.fzy_io_open(Folder(), shape);
+    }
+
+    fs::path m_folder;
+    util::RecordingMessageUi m_ui;
+    IdTextSource m_texts;
+    RecordingInfoWindow m_window;
+    std::time_t m_now = 1709647629; // a fixed moment
+    IO_fzyext m_io{m_ui, m_texts, m_window, nullptr, [this] { return m_now; }};
+};
+
+} // namespace quorel::fzy::test

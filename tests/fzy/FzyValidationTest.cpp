@@ -1,0 +1,192 @@
+#include "tests/fzy/FzyTestSupport.h"
+
+#include "host/memory/MemoryHost.h"
+
+namespace quorel::fzy::test {
+namespace {
+
+using host::memory::MemoryApplication;
+using host::memory::MemoryFeatureClass;
+
+class FzyValidationTest : public FzyFixture {
+protected:
+    void SetUp() override {
+        FzyFixture::SetUp();
+        m_layer = m_app->AddFeatureLayer(Folder(), "PARCELLES", host::kGeometryPolygon,
+                                         {{"FID", host::kFieldTypeOID},
+                                          {"SLOPE", host::kFieldTypeDouble},
+                                          {"FZY_A", host::kFieldTypeDouble},
+                                          {"FZY_B", host::kFieldTypeDouble},
+                                          {"FZY_C", host::kFieldTypeDouble},
+                                          {"FZY_R", host::kFieldTypeDouble}});
+        m_io.SetApplication(m_app);
+    }
+
+    MemoryFeatureClass& Class() {
+        return dynamic_cast<MemoryFeatureClass&>(*m_layer->FeatureClass());
+    }
+
+    std::optional<int> Validate() {
+        Open();
+        const auto result = m_io.fzy_io_valid("PARCELLES", Folder());
+        return result;
+    }
+
+    std::shared_ptr<MemoryApplication> m_app = std::make_shared<MemoryApplication>();
+    std::shared_ptr<host::memory::MemoryFeatureLayer> m_layer;
+};
+
+TEST_F(FzyValidationTest, vanishedFieldIsDeletedAndCompactedAway) {
+    const Bytes a = EncodeNumberEntry(MakeNumber("FZY_A"));
+    const Bytes b = EncodeNumberEntry(MakeNumber("FZY_B"));
+    const Bytes c = EncodeNumberEntry(MakeNumber("FZY_C"));
+    WriteBytes(FzyPath(), MakeFile(0, 3, 0, {a, b, c}));
+    Class().DeleteField("FZY_B");
+
+    EXPECT_EQ(Validate(), 1);
+    EXPECT_EQ(ReadBytes(FzyPath()), MakeFile(0, 2, 0, {a, c}));
+    EXPECT_EQ(m_io.NumberCount(), 2);
+    EXPECT_EQ(m_io.DeletedCount(), 0);
+    EXPECT_FALSE(fs::exists(m_folder / "PARCELLES.tmp"));
+    EXPECT_TRUE(m_ui.boxes.empty());
+
+    // The same handle goes on with the compacted file.
+    EXPECT_TRUE(m_io.fzy_io_numberinfo("FZY_C"));
+    EXPECT_FALSE(m_io.fzy_io_numberinfo("FZY_B"));
+}
+
+TEST_F(FzyValidationTest, failedCompactionKeepsTheMarkedOriginal) {
+    const Bytes a = EncodeNumberEntry(MakeNumber("FZY_A"));
+    const Bytes b = EncodeNumberEntry(MakeNumber("FZY_B"));
+    const Bytes c = EncodeNumberEntry(MakeNumber("FZY_C"));
+    WriteBytes(FzyPath(), MakeFile(0, 3, 0, {a, b, c}));
+    Class().DeleteField("FZY_B");
+    fs::create_directory(m_folder / "PARCELLES.tmp"); // the scratch file cannot be made
+
+    EXPECT_EQ(Validate(), 1);
+    EXPECT_EQ(ReadBytes(FzyPath()), MakeFile(0, 3, 1, {a, WithKind(b, 12), c}));
+    ASSERT_EQ(m_ui.boxes.size(), 1u);
+    EXPECT_NE(m_ui.boxes[0].text.find(" fzy_io_compressfzy Debug=7"), std::string::npos)
+        << m_ui.boxes[0].text;
+}
+
+TEST_F(FzyValidationTest, everythingGoneLeavesTheHeaderAndNextAppendGoesToOffset23) {
+    WriteBytes(FzyPath(), MakeFile(0, 2, 0,
+                                   {EncodeNumberEntry(MakeNumber("OLD1")),
+                                    EncodeNumberEntry(MakeNumber("OLD2"))}));
+    EXPECT_EQ(Validate(), 1);
+    EXPECT_EQ(ReadBytes(FzyPath()), MakeFile(0, 0, 0, {}));
+    EXPECT_EQ(m_io.FileStatus(), "Old");
+
+    m_io.fzy_io_writenumber("FZY_A", "FZY_A", 2, 1, 2, 3, 4, "/data/sig", "PARCELLES");
+    m_io.fzy_io_close();
+    const Bytes file = ReadBytes(FzyPath());
+    EXPECT_EQ(Int16At(file, 4), 1);
+    EXPECT_EQ(Int16At(file, 23), static_cast<std::int16_t>(file.size() - 23));
+    EXPECT_EQ(Int16At(file, 25), kNumberEntryKind);
+}
+
+TEST_F(FzyValidationTest, deletedKindsAreSkippedAndDroppedAndRecordsRecounted) {
+    const Bytes gone1 = WithKind(EncodeRecordEntry(MakeRecord("FZY_A")), 11);
+    const Bytes gone2 = WithKind(EncodeNumberEntry(MakeNumber("NOT_CHECKED")), 12);
+    const Bytes record = EncodeRecordEntry(MakeRecord("FZY_R"));
+    const Bytes number = EncodeNumberEntry(MakeNumber("FZY_A"));
+    FzyHeader header;
+    header.Version = 7;
+    header.RecordCount = 2;
+    header.NumberCount = 2;
+    header.DeletedCount = 2;
+    header.Reserved.fill(0xAA);
+    Bytes file = EncodeHeader(header);
+    for (const Bytes* entry : {&gone1, &record, &gone2, &number}) {
+        file.insert(file.end(), entry->begin(), entry->end());
+    }
+    WriteBytes(FzyPath(), file);
+    // A stale scratch file from an earlier failure, longer than the result.
+    WriteBytes(m_folder / "PARCELLES.tmp", Bytes(5000, 0xEE));
+
+    EXPECT_EQ(Validate(), 1);
+    header.RecordCount = 1;
+    header.NumberCount = 1;
+    header.DeletedCount = 0;
+    Bytes expected = EncodeHeader(header);
+    expected.insert(expected.end(), record.begin(), record.end());
+    expected.insert(expected.end(), number.begin(), number.end());
+    EXPECT_EQ(ReadBytes(FzyPath()), expected);
+    EXPECT_FALSE(fs::exists(m_folder / "PARCELLES.tmp"));
+    EXPECT_EQ(m_io.RecordCount(), 1);
+}
+
+TEST_F(FzyValidationTest, corruptFileReportsAndWritesNothing) {
+    Bytes entry = EncodeNumberEntry(MakeNumber("FZY_GONE"));
+    entry[0] = 0; // zero Length
+    entry[1] = 0;
+    const Bytes file = MakeFile(0, 1, 0, {entry});
+    WriteBytes(FzyPath(), file);
+    EXPECT_EQ(Validate(), std::nullopt);
+    ASSERT_EQ(m_ui.boxes.size(), 1u);
+    EXPECT_EQ(m_ui.boxes[0].text, "59  Bad record length fzy_io_valid Debug=2");
+    EXPECT_EQ(ReadBytes(FzyPath()), file);
+    EXPECT_FALSE(fs::exists(m_folder / "PARCELLES.tmp"));
+}
+
+struct CheckCase {
+    const char* name;
+    const char* field;
+    const char* layer;
+    bool expected;
+};
+
+class FzyCheckTest : public FzyValidationTest, public testing::WithParamInterface<CheckCase> {};
+
+TEST_P(FzyCheckTest, answersForTheTopLevelLayerOfThatName) {
+    // A group holding a layer of another name, which must not be looked into.
+    auto group = std::make_shared<host::memory::MemoryGroupLayer>("GROUP");
+    group->Add(
+        std::make_shared<host::memory::MemoryFeatureLayer>("INNER", m_layer->FeatureClass()));
+    m_app->FocusMemoryMap()->AppendLayer(group);
+    EXPECT_EQ(m_io.fzy_io_check(GetParam().field, GetParam().layer), GetParam().expected);
+    EXPECT_TRUE(m_ui.boxes.empty());
+}
+
+INSTANTIATE_TEST_SUITE_P(Names, FzyCheckTest,
+                         testing::Values(CheckCase{"present", "SLOPE", "PARCELLES", true},
+                                         CheckCase{"missing", "FZY_X", "PARCELLES", false},
+                                         CheckCase{"caseDiffers", "slope", "PARCELLES", false},
+                                         CheckCase{"layerCaseDiffers", "FZY_X", "parcelles", true},
+                                         CheckCase{"onlyInsideAGroup", "FZY_X", "INNER", true},
+                                         CheckCase{"noSuchLayer", "FZY_X", "RENAMED", true}),
+                         [](const auto& testInfo) { return std::string(testInfo.param.name); });
+
+TEST_F(FzyValidationTest, emptyMapKeepsTheEntry) {
+    m_app->FocusMemoryMap()->DeleteLayer(m_layer);
+    const Bytes file = MakeFile(0, 1, 0, {EncodeNumberEntry(MakeNumber("FZY_A"))});
+    WriteBytes(FzyPath(), file);
+    EXPECT_EQ(Validate(), 1);
+    m_io.fzy_io_close();
+    EXPECT_EQ(ReadBytes(FzyPath()), file);
+}
+
+TEST_F(FzyValidationTest, errorInsideTheCheckIsShownAndKeepsTheEntry) {
+    // A layer of that name that is not a feature layer.
+    m_app->FocusMemoryMap()->DeleteLayer(m_layer);
+    m_app->FocusMemoryMap()->AddLayer(std::make_shared<host::memory::MemoryLayer>("PARCELLES"));
+    const Bytes file = MakeFile(0, 1, 0, {EncodeNumberEntry(MakeNumber("FZY_A"))});
+    WriteBytes(FzyPath(), file);
+    EXPECT_EQ(Validate(), 1);
+    ASSERT_EQ(m_ui.boxes.size(), 1u);
+    EXPECT_EQ(m_ui.boxes[0].text, "13  Type mismatch fzy_io_check Debug=2");
+    m_io.fzy_io_close();
+    EXPECT_EQ(ReadBytes(FzyPath()), file);
+}
+
+TEST_F(FzyValidationTest, noApplicationIsAnErrorThatKeepsTheEntry) {
+    m_io.SetApplication(nullptr);
+    EXPECT_TRUE(m_io.fzy_io_check("FZY_A", "PARCELLES"));
+    ASSERT_EQ(m_ui.boxes.size(), 1u);
+    EXPECT_NE(m_ui.boxes[0].text.find("424  Object required"), std::string::npos);
+    EXPECT_NE(m_ui.boxes[0].text.find(" fzy_io_check Debug=1"), std::string::npos);
+}
+
+} // namespace
+} // namespace quorel::fzy::test
