@@ -19,5 +19,6 @@ const Subcommand& ScriptCommand();
 const Subcommand& MembershipCommand();
 const Subcommand& FzyCommand();
 const Subcommand& MetaCommand();
+const Subcommand& RunCommand();
 
 } // namespace quorel::cli

@@ -19,6 +19,7 @@ std::vector<const Subcommand*> AllCommands() {
         &quorel::cli::MembershipCommand(),
         &quorel::cli::FzyCommand(),
         &quorel::cli::MetaCommand(),
+        &quorel::cli::RunCommand(),
     };
 }
 

@@ -59,7 +59,7 @@ void Calculator::Calculate() {
     }
     const script::Program program = script::Program::Compile(m_preExpression, m_expression);
 
-    DbfBatchFile table(cursor->FeatureClass().DbfPath(), true, cursor->Position());
+    DbfBatchFile table(cursor->FeatureClass().DbfPath(), true, cursor->Position(), m_batchBytes);
     const DbfHeader& header = table.Header();
     std::size_t outputColumn = 0;
     const DbfField outputField = NumericColumn(header, m_field, outputColumn);

@@ -25,12 +25,16 @@ public:
     // of the script (division by zero...) stops the work: the batches done so far stay written.
     void Calculate() override;
 
+    // Records per batch are about this many bytes' worth (tests use small batches).
+    void SetBatchBytes(std::size_t bytes) { m_batchBytes = bytes; }
+
 private:
     std::shared_ptr<IStatusBar> m_statusBar;
     std::shared_ptr<ICursor> m_cursor;
     std::string m_preExpression;
     std::string m_expression;
     std::string m_field;
+    std::size_t m_batchBytes = std::size_t{2} << 20;
 };
 
 } // namespace quorel::host::gdal

@@ -25,7 +25,7 @@ constexpr char kHeaderTerminator = 0x0D;
 constexpr char kEndOfFile = 0x1A;
 constexpr std::size_t kMaxFieldCount = 255;
 constexpr std::size_t kMaxRecordLength = 65535;
-constexpr std::size_t kBatchBytes = std::size_t{2} << 20;
+constexpr std::size_t kBatchBytes = DbfBatchFile::kDefaultBatchBytes;
 
 std::uint16_t ReadU16(const std::string& bytes, std::size_t at) {
     return static_cast<std::uint16_t>(static_cast<unsigned char>(bytes[at]) |
@@ -401,14 +401,15 @@ void AddDbfField(const std::string& dbfPath, const std::string& name, char type,
     SyncFolder(dbfPath);
 }
 
-DbfBatchFile::DbfBatchFile(const std::string& dbfPath, bool writable, std::size_t firstRecord)
+DbfBatchFile::DbfBatchFile(const std::string& dbfPath, bool writable, std::size_t firstRecord,
+                           std::size_t batchBytes)
     : m_path(dbfPath), m_next(firstRecord) {
     m_file = FileHandle(::open(dbfPath.c_str(), (writable ? O_RDWR : O_RDONLY) | O_CLOEXEC));
     if (m_file.Get() < 0) {
         ThrowFileError(errno, writable ? "write" : "open", dbfPath);
     }
     m_header = ReadDbfHeader(m_file.Get(), dbfPath);
-    const std::size_t batch = std::max<std::size_t>(1, kBatchBytes / m_header.recordLength);
+    const std::size_t batch = std::max<std::size_t>(1, batchBytes / m_header.recordLength);
     m_buffer.resize(std::min<std::size_t>(batch, std::max<std::size_t>(1, m_header.recordCount)) *
                     m_header.recordLength);
 }

@@ -85,7 +85,10 @@ bool FormatDbfNumber(std::optional<double> value, const DbfField& field, char* d
 // current batch back in place. Memory stays the size of one batch whatever the table's size.
 class DbfBatchFile {
 public:
-    DbfBatchFile(const std::string& dbfPath, bool writable, std::size_t firstRecord = 0);
+    static constexpr std::size_t kDefaultBatchBytes = std::size_t{2} << 20;
+
+    DbfBatchFile(const std::string& dbfPath, bool writable, std::size_t firstRecord = 0,
+                 std::size_t batchBytes = kDefaultBatchBytes);
 
     const DbfHeader& Header() const { return m_header; }
     // Loads the next batch; false at the end.
