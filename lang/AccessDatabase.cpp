@@ -158,8 +158,8 @@ public:
         for (std::size_t i = 0; i < items.size(); ++i) {
             result.push_back(Aggregate(*items[i], sources[i], tableRows));
         }
-        return std::make_unique<MemoryRecordset>(static_cast<int>(result.size()),
-                                                 std::vector<Row>{std::move(result)});
+        const int fieldCount = static_cast<int>(result.size());
+        return std::make_unique<MemoryRecordset>(fieldCount, std::vector<Row>{std::move(result)});
     }
 
     std::vector<std::string> ColumnNames(const std::string& tableName) override {
@@ -249,7 +249,7 @@ private:
             if (!best) {
                 best = value;
             } else if (item.kind == SelectItem::Kind::Max ? Less(*best, value)
-                                                           : Less(value, *best)) {
+                                                          : Less(value, *best)) {
                 best = value;
             }
         }

@@ -16,14 +16,14 @@ constexpr const char* kNoObject = "Object variable or With block variable not se
 } // namespace
 
 std::optional<SharedFolderRewrite> SharedFolderRewriteFromSettings(const ISettingsStore& settings) {
-    std::string prefix = settings.GetSetting(kSettingsApplication, kSiteSection,
-                                             kSharedFolderPrefixKey);
+    std::string prefix =
+        settings.GetSetting(kSettingsApplication, kSiteSection, kSharedFolderPrefixKey);
     if (prefix.empty()) {
         return std::nullopt;
     }
-    return SharedFolderRewrite{std::move(prefix),
-                               settings.GetSetting(kSettingsApplication, kSiteSection,
-                                                   kSharedFolderReplacementKey)};
+    return SharedFolderRewrite{
+        std::move(prefix),
+        settings.GetSetting(kSettingsApplication, kSiteSection, kSharedFolderReplacementKey)};
 }
 
 DataAccess::DataAccess(util::IMessageUi& ui, std::optional<SharedFolderRewrite> sharedFolder)

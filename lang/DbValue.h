@@ -13,8 +13,12 @@ struct DbNull {
 };
 using DbValue = std::variant<std::monostate, DbNull, double, std::string>;
 
-inline bool IsEmpty(const DbValue& value) { return std::holds_alternative<std::monostate>(value); }
-inline bool IsNull(const DbValue& value) { return std::holds_alternative<DbNull>(value); }
+inline bool IsEmpty(const DbValue& value) {
+    return std::holds_alternative<std::monostate>(value);
+}
+inline bool IsNull(const DbValue& value) {
+    return std::holds_alternative<DbNull>(value);
+}
 
 // The conversions the loading code applies to database values. They raise the errors the
 // component's reports name: "Invalid use of Null" (94), "Type mismatch" (13), "Overflow" (6).

@@ -41,6 +41,12 @@ void InitLanguageList(ILanguageDialog& dialog, clsResourceMDB* resource) noexcep
 
 void listlang1_Click(ILanguageDialog& dialog, clsResourceMDB* resource,
                      errors::ErrorLog& log) noexcept {
+    std::string moduleName = "frm_back";
+    try {
+        moduleName = dialog.Form().Name();
+    } catch (...) {
+        // The report then names the definition dialog.
+    }
     std::int32_t line = 0;
     try {
         line = 1;
@@ -60,11 +66,11 @@ void listlang1_Click(ILanguageDialog& dialog, clsResourceMDB* resource,
         line = 4;
         texts.SaveLangSetting();
     } catch (const Error& e) {
-        log.ReportError(e, dialog.Form().Name(), "listLang1_Click", true, line, "", true);
+        log.ReportError(e, moduleName, "listLang1_Click", true, line, "", true);
         return;
     } catch (const std::exception& e) {
-        log.ReportError(Error(error_number::kHostFailure, "listLang1_Click", e.what()),
-                        dialog.Form().Name(), "listLang1_Click", true, line, "", true);
+        log.ReportError(Error(error_number::kHostFailure, "listLang1_Click", e.what()), moduleName,
+                        "listLang1_Click", true, line, "", true);
         return;
     }
     try {

@@ -45,9 +45,9 @@ public:
             return name;
         }
         const std::size_t start = m_pos;
-        while (m_pos < m_text.size() && (std::isalnum(static_cast<unsigned char>(m_text[m_pos])) ||
-                                         m_text[m_pos] == '_' ||
-                                         static_cast<unsigned char>(m_text[m_pos]) >= 0x80)) {
+        while (m_pos < m_text.size() &&
+               (std::isalnum(static_cast<unsigned char>(m_text[m_pos])) || m_text[m_pos] == '_' ||
+                static_cast<unsigned char>(m_text[m_pos]) >= 0x80)) {
             ++m_pos;
         }
         if (m_pos == start) {
@@ -67,8 +67,8 @@ private:
 bool SameWord(const std::string& word, const char* keyword) {
     std::size_t i = 0;
     for (; keyword[i] != '\0'; ++i) {
-        if (i >= word.size() ||
-            std::tolower(static_cast<unsigned char>(word[i])) != static_cast<unsigned char>(keyword[i])) {
+        if (i >= word.size() || std::tolower(static_cast<unsigned char>(word[i])) !=
+                                    static_cast<unsigned char>(keyword[i])) {
             return false;
         }
     }

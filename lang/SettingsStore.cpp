@@ -138,8 +138,8 @@ std::filesystem::path IniSettingsStore::FileFor(const std::string& application) 
     return m_folder / (application + ".ini");
 }
 
-std::string IniSettingsStore::GetSetting(const std::string& application,
-                                         const std::string& section, const std::string& key,
+std::string IniSettingsStore::GetSetting(const std::string& application, const std::string& section,
+                                         const std::string& key,
                                          const std::string& defaultValue) const {
     std::string current;
     std::optional<std::string> found;
@@ -195,7 +195,8 @@ void IniSettingsStore::SaveSetting(const std::string& application, const std::st
             }
         }
         if (sectionFound) {
-            lines.insert(lines.begin() + static_cast<std::ptrdiff_t>(*sectionEnd), key + "=" + value);
+            lines.insert(lines.begin() + static_cast<std::ptrdiff_t>(*sectionEnd),
+                         key + "=" + value);
         } else {
             if (!lines.empty() && !Trim(lines.back()).empty()) {
                 lines.emplace_back();

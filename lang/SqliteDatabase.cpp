@@ -18,8 +18,8 @@ using StatementHandle = std::unique_ptr<sqlite3_stmt, StatementFinalizer>;
 
 StatementHandle Prepare(sqlite3* handle, const std::string& sql) {
     sqlite3_stmt* raw = nullptr;
-    const int rc = sqlite3_prepare_v2(handle, sql.c_str(), static_cast<int>(sql.size()) + 1,
-                                      &raw, nullptr);
+    const int rc =
+        sqlite3_prepare_v2(handle, sql.c_str(), static_cast<int>(sql.size()) + 1, &raw, nullptr);
     StatementHandle statement(raw);
     if (rc != SQLITE_OK) {
         throw EngineError(sqlite3_errmsg(handle));

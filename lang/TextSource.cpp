@@ -151,8 +151,8 @@ TextSourceTable ReadTextSource(std::istream& in, const std::string& sourceName) 
         for (std::size_t i = 1; i < cells.size(); ++i) {
             texts.push_back(Unescape(cells[i], where));
             if (texts.back().empty() && id != kFontTextId) {
-                throw Fault(where, "text " + cells[0] + " is empty in language " +
-                                       table.languages[i - 1]);
+                throw Fault(where,
+                            "text " + cells[0] + " is empty in language " + table.languages[i - 1]);
             }
         }
         if (!table.texts.emplace(static_cast<std::int16_t>(id), std::move(texts)).second) {
@@ -176,8 +176,8 @@ void WriteTextDatabase(const TextSourceTable& table, const std::filesystem::path
     std::error_code ec;
     std::filesystem::remove(file, ec);
     sqlite3* raw = nullptr;
-    const int rc = sqlite3_open_v2(file.c_str(), &raw, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE,
-                                   nullptr);
+    const int rc =
+        sqlite3_open_v2(file.c_str(), &raw, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
     std::unique_ptr<sqlite3, SqliteCloser> handle(raw);
     Check(raw, rc, file.string());
 

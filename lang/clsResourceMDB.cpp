@@ -53,8 +53,8 @@ void clsResourceMDB::LoadResData() {
     m_texts.reset();
     std::unique_ptr<IRecordset> rs;
     try {
-        const std::int16_t max = ValueToInt16(m_dao.DAO_MaxValue(m_db.get(), TableName, "id", true),
-                                              "clsResourceMDB");
+        const std::int16_t max =
+            ValueToInt16(m_dao.DAO_MaxValue(m_db.get(), TableName, "id", true), "clsResourceMDB");
         if (max == 0) {
             return;
         }
@@ -66,7 +66,8 @@ void clsResourceMDB::LoadResData() {
         LoadTexts(rs);
         SetFontFromDb();
     } catch (const Error& e) {
-        m_dao.Ui().MessageBox(e.Description(), util::MessageIcon::Critical, std::string(kLoadTitle));
+        m_dao.Ui().MessageBox(e.Description(), util::MessageIcon::Critical,
+                              std::string(kLoadTitle));
     } catch (const std::exception& e) {
         m_dao.Ui().MessageBox(e.what(), util::MessageIcon::Critical, std::string(kLoadTitle));
     }
@@ -159,7 +160,8 @@ void clsResourceMDB::LoadFormLanguageText(ILabelledForm& frm, bool bSetFontToFor
 std::string clsResourceMDB::FillLanguageList(util::IListControl& listLang) {
     const std::string failure = m_dao.DAO_FillFieldList(m_db.get(), TableName, listLang);
     if (!failure.empty()) {
-        m_dao.Ui().MessageBox(failure, util::MessageIcon::Critical, std::string("FillLanguageList"));
+        m_dao.Ui().MessageBox(failure, util::MessageIcon::Critical,
+                              std::string("FillLanguageList"));
     }
     return {};
 }
