@@ -1,29 +1,20 @@
 #pragma once
 
 // The component-wide values the dialog shares with the criterion run and the metadata file:
-// the host application, the chosen layer, the last shapefile picked and the chosen kind. They
-// outlive the dialog: closing and opening it again keeps them.
+// the host application, the chosen layer and the chosen kind (those the run reads), and the
+// shapefile last picked in the open dialog. They outlive the dialog: closing and opening it
+// again keeps them.
 
-#include "criterion/FuzzyKind.h"
-#include "host/api/Host.h"
+#include "criterion/RunCriterion.h"
 
-#include <cstdint>
-#include <memory>
 #include <string>
 
 namespace quorel::dialog {
 
-struct ComponentState {
-    std::shared_ptr<host::IApplication> g_app;
-    // Set only by choosing an entry of Lst_shapes.
-    std::string g_layer_name;
-    std::string g_layer_path;
-    std::int32_t g_layer_index = 0;
-    // The shapefile last picked in the open dialog: its folder (no trailing separator) and base
-    // name.
+struct ComponentState : criterion::ComponentState {
+    // The folder (no trailing separator) and base name of the shapefile last picked.
     std::string g_shape_folder;
     std::string g_shape_name;
-    criterion::FuzzyNumberKind kind = criterion::kNoKind;
 };
 
 } // namespace quorel::dialog

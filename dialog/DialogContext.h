@@ -22,8 +22,6 @@ class IMessageUi;
 
 namespace quorel::dialog {
 
-class frm_back;
-
 // The open-file dialog: title and filters ("description (pattern)"); the chosen path, or
 // nullopt when the user cancelled.
 using FileChooser = std::function<std::optional<std::string>(
@@ -41,8 +39,6 @@ struct DialogContext {
     errors::ErrorLog& log;
     fzy::IO_fzyext& fzy;
     FileChooser chooseFile = SystemFileChooser;
-    // "Calculer": the criterion run over the dialog.
-    std::function<void(frm_back&)> runCriterion;
 };
 
 } // namespace quorel::dialog

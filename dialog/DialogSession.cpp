@@ -8,8 +8,7 @@ DialogSession::DialogSession(util::IMessageUi& ui, lang::ISettingsStore& setting
                              const std::string& componentFolder, errors::ComponentIdentity identity)
     : module1(ui, settings, componentFolder), log(ui, std::move(identity)), texts(module1),
       infoWindow([this]() -> const lang::clsResourceMDB* { return module1.gResource(); }),
-      fzy(ui, texts, infoWindow), context{state,  ui, module1, log, fzy, SystemFileChooser,
-                                          nullptr} {
+      fzy(ui, texts, infoWindow), context{state, ui, module1, log, fzy, SystemFileChooser} {
     fzy.SetDecimalMark(util::DecimalSeparator());
 }
 

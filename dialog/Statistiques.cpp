@@ -69,7 +69,8 @@ void Statistiques::Form_Load(const lang::clsResourceMDB* resource) {
 void Statistiques::Fill(const std::vector<std::string>& lines, const std::string& summary) {
     List1->clear();
     for (const std::string& line : lines) {
-        List1->addItem(QString::fromStdString(line));
+        auto* item = new QListWidgetItem(QString::fromStdString(line), List1);
+        item->setTextAlignment(Qt::AlignRight | Qt::AlignVCenter);
     }
     // Text1 shows CR LF as one line break.
     Text1->setPlainText(QString::fromStdString(summary).remove(QLatin1Char('\r')));

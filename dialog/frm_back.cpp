@@ -1,5 +1,6 @@
 #include "dialog/frm_back.h"
 
+#include "criterion/FuzzyKind.h"
 #include "dialog/CurrentTexts.h"
 #include "dialog/FieldStatistics.h"
 #include "dialog/Pictures.h"
@@ -178,6 +179,9 @@ void frm_back::BuildControls() {
         face->setIconSize(QSize(kButtonFaceSize, kButtonFaceSize));
         face->setFixedSize(kButtonFaceSize + 8, kButtonFaceSize + 8);
         face->setMouseTracking(true);
+        // Shows which shape was clicked last; only SelectKind changes it.
+        face->setCheckable(true);
+        face->setAutoExclusive(true);
         face->installEventFilter(this);
         connect(face, &QToolButton::clicked, this, [this, k] { SelectKind(k); });
         cmd_nf[static_cast<std::size_t>(k - 1)] = face;
@@ -509,12 +513,13 @@ void frm_back::Lst_fields_MouseUp() {
 void frm_back::SelectKind(int kind) {
     const criterion::KindInfo& info = criterion::InfoOfKind(kind);
     Picture1->setPixmap(LoadResPicture(info.diagramBitmap));
+    cmd_nf[static_cast<std::size_t>(kind - 1)]->setChecked(true);
     const std::array<QLineEdit*, 4> boxes = {Txt_val_a, Txt_val_b, Txt_val_c, Txt_val_d};
     for (std::size_t i = 0; i < boxes.size(); ++i) {
         boxes[i]->setEnabled(info.boxes[i]);
         boxes[i]->setVisible(info.boxes[i]);
     }
-    m_context.state.kind = static_cast<criterion::FuzzyNumberKind>(kind);
+    m_context.state.kind = static_cast<std::int16_t>(kind);
 }
 
 void frm_back::ShowKindExplanation(int kind) {
@@ -523,9 +528,20 @@ void frm_back::ShowKindExplanation(int kind) {
 }
 
 void frm_back::cmd_go_Click() {
-    if (m_context.runCriterion) {
-        m_context.runCriterion(*this);
-    }
+    m_context.fzy.SetApplication(m_context.state.g_app);
+    const CurrentTexts texts(m_context.module1);
+    criterion::CriterionRun run(m_context.state, *this, m_context.ui, texts, m_context.fzy,
+                                m_context.log);
+    run.RunCriterion();
+}
+
+std::string frm_back::ParameterText(int box) const {
+    const std::array<const QLineEdit*, 4> boxes = {Txt_val_a, Txt_val_b, Txt_val_c, Txt_val_d};
+    return boxes.at(static_cast<std::size_t>(box))->text().toStdString();
+}
+
+std::string frm_back::NewNameText() const {
+    return Txt_new_name->text().toStdString();
 }
 
 void frm_back::cmdStats_Click() {
@@ -566,6 +582,7 @@ void frm_back::sum_table_Click() {
     try {
         fzy::IO_fzyext& fzy = m_context.fzy;
         ComponentState& state = m_context.state;
+        fzy.SetApplication(state.g_app);
         marker = 1;
         fzy.fzy_io_open(state.g_layer_path, state.g_layer_name);
         marker = 2;

@@ -29,7 +29,7 @@ namespace quorel::dialog {
 
 // The definition dialog "Définition d'un critère de classification souple": the layer, its
 // numeric field, the shape and its parameters, the output name, and the run.
-class frm_back final : public QDialog, public lang::ILanguageDialog {
+class frm_back final : public QDialog, public lang::ILanguageDialog, public criterion::IRunDialog {
     Q_OBJECT
 
 public:
@@ -55,6 +55,14 @@ public:
     // lang::ILanguageDialog
     lang::ILabelledForm& Form() override { return m_form; }
     util::IListControl& LanguageList() override { return *m_languages; }
+
+    // criterion::IRunDialog
+    std::int32_t FieldListIndex() const override { return m_fields->ListIndex(); }
+    std::string FieldListText() const override { return m_fields->Text(); }
+    void ClearFieldList() override { m_fields->Clear(); }
+    void AddFieldListItem(const std::string& name) override { m_fields->AddItem(name); }
+    std::string ParameterText(int box) const override;
+    std::string NewNameText() const override;
 
     QtListControl& ShapeList() { return *m_shapes; }
     QtListControl& FieldList() { return *m_fields; }

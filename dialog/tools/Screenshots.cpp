@@ -100,7 +100,6 @@ int main(int argc, char** argv) {
     const auto app = std::make_shared<quorel::host::gdal::Application>();
     app->AddShapefileLayer(data + "/parcels.shp");
     session.SetApplication(app);
-    session.context.runCriterion = nullptr;
 
     // A recorded criterion, so that the metadata window has something to show.
     std::string layerName = "parcels";
