@@ -20,5 +20,6 @@ const Subcommand& MembershipCommand();
 const Subcommand& FzyCommand();
 const Subcommand& MetaCommand();
 const Subcommand& RunCommand();
+const Subcommand& StatsCommand();
 
 } // namespace quorel::cli

@@ -24,6 +24,7 @@ std::vector<const Subcommand*> AllCommands() {
         &quorel::cli::FzyCommand(),
         &quorel::cli::MetaCommand(),
         &quorel::cli::RunCommand(),
+        &quorel::cli::StatsCommand(),
     };
 }
 
