@@ -6,7 +6,9 @@
 namespace quorel::dialog {
 
 QtListControl::QtListControl(QListWidget& list) : m_list(list) {
-    m_connection = QObject::connect(&m_list, &QListWidget::currentRowChanged, &m_list, [this](int) {
+    // The selection, not the current row: a list given the focus makes its first row current
+    // without selecting it, which is no click.
+    m_connection = QObject::connect(&m_list, &QListWidget::itemSelectionChanged, &m_list, [this] {
         if (!m_settingIndex && m_onClick) {
             m_onClick();
         }
@@ -31,7 +33,8 @@ std::string QtListControl::List(int index) const {
 }
 
 int QtListControl::ListIndex() const {
-    return m_list.currentRow();
+    const QListWidgetItem* current = m_list.currentItem();
+    return current != nullptr && current->isSelected() ? m_list.currentRow() : -1;
 }
 
 void QtListControl::SetListIndex(int index) {
