@@ -245,6 +245,7 @@ void frm_back::LayOut() {
     dataGrid->addWidget(Label2, 0, 1);
     dataGrid->addWidget(Lst_fields, 1, 1);
     auto* fieldButtons = new QHBoxLayout;
+    fieldButtons->setSpacing(6);
     fieldButtons->addWidget(cmdStats);
     fieldButtons->addWidget(sum_table);
     fieldButtons->addStretch();

@@ -433,3 +433,36 @@ TEST_F(FrmBackTest, enterInABoxDoesNotRunTheCriterion) {
 
 } // namespace
 } // namespace quorel::dialog::test
+
+namespace quorel::dialog::test {
+namespace {
+
+// Controls at the dialog's smallest size and at a large one: none covers another.
+TEST_F(FrmBackTest, controlsNeverOverlapWhenTheDialogIsResized) {
+    frm_back& dialog = Dialog();
+    for (const QSize size : {dialog.minimumSizeHint(), QSize(1200, 900)}) {
+        dialog.resize(size);
+        QApplication::processEvents();
+        std::vector<QWidget*> controls;
+        for (QWidget* widget : dialog.findChildren<QWidget*>()) {
+            if (widget->parentWidget() == &dialog && widget->isVisible() &&
+                !widget->objectName().isEmpty()) {
+                controls.push_back(widget);
+            }
+        }
+        ASSERT_GT(controls.size(), 20u);
+        for (std::size_t i = 0; i < controls.size(); ++i) {
+            EXPECT_TRUE(dialog.rect().contains(controls[i]->geometry()))
+                << controls[i]->objectName().toStdString();
+            for (std::size_t j = i + 1; j < controls.size(); ++j) {
+                EXPECT_FALSE(controls[i]->geometry().intersects(controls[j]->geometry()))
+                    << controls[i]->objectName().toStdString() << " and "
+                    << controls[j]->objectName().toStdString() << " at " << size.width() << " x "
+                    << size.height();
+            }
+        }
+    }
+}
+
+} // namespace
+} // namespace quorel::dialog::test
