@@ -2,9 +2,12 @@
 
 #include "tests/dialog/DialogFixture.h"
 
+#include "dialog/Pictures.h"
 #include "dialog/QtLabelledForm.h"
 #include "dialog/QtListControl.h"
 #include "dialog/QtMessageUi.h"
+#include "dialog/frm_back.h"
+#include "dialog/frm_ress.h"
 
 #include <QApplication>
 #include <QDialog>
@@ -151,6 +154,59 @@ TEST_F(DialogTest, labelledFormMapsCaptionTextTooltipAndFont) {
     EXPECT_EQ(button->font().family(), QStringLiteral("DejaVu Serif"));
     EXPECT_EQ(button->font().pointSizeF(), QApplication::font().pointSizeF());
     EXPECT_FALSE(button->font().bold());
+}
+
+} // namespace
+} // namespace quorel::dialog::test
+
+namespace quorel::dialog::test {
+namespace {
+
+struct PictureCase {
+    int id;
+    QSize size;
+};
+
+class PictureTest : public DialogTest, public ::testing::WithParamInterface<PictureCase> {};
+
+TEST_P(PictureTest, hasItsSizeAndDiffersFromTheOtherKinds) {
+    const QImage picture = LoadResPicture(GetParam().id).toImage();
+    EXPECT_EQ(picture.size(), GetParam().size);
+    const int first = GetParam().id <= 105 ? 101 : 106;
+    for (int other = first; other < first + 5; ++other) {
+        if (other != GetParam().id) {
+            EXPECT_NE(picture, LoadResPicture(other).toImage()) << other;
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Bitmaps, PictureTest,
+                         ::testing::Values(PictureCase{101, {60, 60}}, PictureCase{103, {60, 60}},
+                                           PictureCase{105, {60, 60}}, PictureCase{106, {280, 187}},
+                                           PictureCase{108, {280, 187}},
+                                           PictureCase{110, {280, 187}}),
+                         [](const auto& testInfo) { return std::to_string(testInfo.param.id); });
+
+TEST_F(DialogTest, unknownBitmapIsNullAndTheHiddenFormHoldsTheCommandPicture) {
+    EXPECT_TRUE(LoadResPicture(100).isNull());
+    EXPECT_TRUE(LoadResPicture(111).isNull());
+    frm_ress form;
+    EXPECT_FALSE(form.isVisible());
+    ASSERT_NE(form.Picture2, nullptr);
+    EXPECT_EQ(form.Picture2->pixmap().size(), QSize(71, 62));
+}
+
+TEST_F(DialogTest, mainprogShowsTheDialogModallyAndReturnsWhenItCloses) {
+    std::string title;
+    bool modal = false;
+    const auto seen = OnNextModal([&](QWidget& window) {
+        title = window.objectName().toStdString();
+        modal = window.isModal();
+    });
+    Mainprog(m_session->context);
+    EXPECT_TRUE(*seen);
+    EXPECT_EQ(title, "frm_back");
+    EXPECT_TRUE(modal);
 }
 
 } // namespace
