@@ -2,6 +2,7 @@
 
 #include "util/Error.h"
 #include "util/NumberText.h"
+#include "util/StringFunctions.h"
 
 #include <charconv>
 #include <cmath>
@@ -72,7 +73,8 @@ std::string ValueToText(const DbValue& value, const std::string& source) {
         throw InvalidUseOfNull(source);
     }
     if (const auto* number = std::get_if<double>(&value)) {
-        return util::FormatNumber(*number);
+        // A number read as text follows the user's regional settings.
+        return util::FormatNumber(*number, util::DecimalSeparator());
     }
     return std::get<std::string>(value);
 }

@@ -26,9 +26,12 @@ enum class OpCode : std::uint8_t {
     kGreaterOrEqual,
     kAnd,
     kOr,
+    kLogicalAnd, // And of two truth values (True, False, Null)
+    kLogicalOr,
     kNegate,
     kNot,
-    kStore,      // dst = a, only where the current mask holds (everywhere at depth 0)
+    kLogicalNot,
+    kStore,      // dst = a where the current mask holds; b = 1 inside an If
     kIfBegin,    // opens a level: Then mask from condition a; jump when no feature takes it
     kElseIfPrep, // the remaining features become current, before an ElseIf's condition
     kElseIfTest, // narrows to the features whose condition a holds; jump when none
@@ -36,6 +39,7 @@ enum class OpCode : std::uint8_t {
     kEndIf,      // closes the level
 };
 
+// Null is NaN in a slot; variables also keep, per feature, whether they are still Empty.
 struct Instruction {
     OpCode op;
     std::uint32_t dst = 0;
@@ -49,8 +53,8 @@ enum class SlotKind : std::uint8_t { kField, kVariable, kConstant, kTemporary };
 struct Slot {
     SlotKind kind;
     std::uint32_t field = 0; // kField: index into the field names
-    double value = 0.0;      // kConstant
-    std::uint8_t tag = 0;    // kConstant
+    double value = 0.0;      // kConstant (NaN for Null)
+    bool empty = false;      // kConstant: the constant Empty
 };
 
 struct CompiledScript {
@@ -59,7 +63,8 @@ struct CompiledScript {
     std::vector<std::string> fieldNames;
     std::vector<std::uint32_t> fieldSlots; // slot of each field, in field order
     std::uint32_t resultSlot = 0;
-    std::uint32_t maxDepth = 0; // deepest If nesting
+    std::uint32_t maxDepth = 0;            // deepest If nesting
+    std::vector<std::uint32_t> resetSlots; // variables whose initial Empty may be read
 };
 
 } // namespace quorel::host::script

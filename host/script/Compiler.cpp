@@ -76,50 +76,62 @@ std::optional<BinaryOperator> FindBinaryOperator(const Token& token) {
     return std::nullopt;
 }
 
-template <typename Op>
-int Fold(double a, std::uint8_t ta, double b, std::uint8_t tb, double& r, std::uint8_t& tr) {
+template <typename Op> int Fold(double a, double b, double& r) {
     int error = kNoError;
-    Op::Apply(a, ta, b, tb, r, tr, error);
+    r = Op::Apply(a, b, error);
     return error;
 }
 
-// The scalar semantics of a binary instruction, for constant folding.
-int FoldBinary(OpCode op, double a, std::uint8_t ta, double b, std::uint8_t tb, double& r,
-               std::uint8_t& tr) {
+// The scalar semantics of an instruction, for constant folding.
+int FoldInstruction(OpCode op, double a, double b, double& r) {
     switch (op) {
     case OpCode::kAdd:
-        return Fold<AddOp>(a, ta, b, tb, r, tr);
+        return Fold<AddOp>(a, b, r);
     case OpCode::kSubtract:
-        return Fold<SubtractOp>(a, ta, b, tb, r, tr);
+        return Fold<SubtractOp>(a, b, r);
     case OpCode::kMultiply:
-        return Fold<MultiplyOp>(a, ta, b, tb, r, tr);
+        return Fold<MultiplyOp>(a, b, r);
     case OpCode::kDivide:
-        return Fold<DivideOp>(a, ta, b, tb, r, tr);
+        return Fold<DivideOp>(a, b, r);
     case OpCode::kIntegerDivide:
-        return Fold<IntegerDivideOp>(a, ta, b, tb, r, tr);
+        return Fold<IntegerDivideOp>(a, b, r);
     case OpCode::kMod:
-        return Fold<ModOp>(a, ta, b, tb, r, tr);
+        return Fold<ModOp>(a, b, r);
     case OpCode::kPower:
-        return Fold<PowerOp>(a, ta, b, tb, r, tr);
+        return Fold<PowerOp>(a, b, r);
     case OpCode::kEqual:
-        return Fold<CompareOp<std::equal_to<>>>(a, ta, b, tb, r, tr);
+        return Fold<CompareOp<std::equal_to<>>>(a, b, r);
     case OpCode::kNotEqual:
-        return Fold<CompareOp<std::not_equal_to<>>>(a, ta, b, tb, r, tr);
+        return Fold<CompareOp<std::not_equal_to<>>>(a, b, r);
     case OpCode::kLess:
-        return Fold<CompareOp<std::less<>>>(a, ta, b, tb, r, tr);
+        return Fold<CompareOp<std::less<>>>(a, b, r);
     case OpCode::kGreater:
-        return Fold<CompareOp<std::greater<>>>(a, ta, b, tb, r, tr);
+        return Fold<CompareOp<std::greater<>>>(a, b, r);
     case OpCode::kLessOrEqual:
-        return Fold<CompareOp<std::less_equal<>>>(a, ta, b, tb, r, tr);
+        return Fold<CompareOp<std::less_equal<>>>(a, b, r);
     case OpCode::kGreaterOrEqual:
-        return Fold<CompareOp<std::greater_equal<>>>(a, ta, b, tb, r, tr);
+        return Fold<CompareOp<std::greater_equal<>>>(a, b, r);
     case OpCode::kAnd:
-        return Fold<AndOp>(a, ta, b, tb, r, tr);
+        return Fold<AndOp>(a, b, r);
     case OpCode::kOr:
-        return Fold<OrOp>(a, ta, b, tb, r, tr);
+        return Fold<OrOp>(a, b, r);
+    case OpCode::kLogicalAnd:
+        return Fold<LogicalAndOp>(a, b, r);
+    case OpCode::kLogicalOr:
+        return Fold<LogicalOrOp>(a, b, r);
+    case OpCode::kNegate:
+        return Fold<NegateOp>(a, b, r);
+    case OpCode::kNot:
+        return Fold<NotOp>(a, b, r);
+    case OpCode::kLogicalNot:
+        return Fold<LogicalNotOp>(a, b, r);
     default:
-        return kInvalidCall; // not a binary instruction: leave it to run time
+        return kInvalidCall; // not a value instruction: leave it to run time
     }
+}
+
+bool IsComparison(OpCode op) {
+    return op >= OpCode::kEqual && op <= OpCode::kGreaterOrEqual;
 }
 
 std::string DescribeToken(const Token& token) {
@@ -150,18 +162,21 @@ private:
         std::uint32_t slot = 0;
         bool temporary = false;
         bool constant = false;
-        double value = 0.0;
-        std::uint8_t tag = kEmpty;
+        double value = 0.0;   // of a constant (NaN for Null)
+        bool empty = false;   // the constant Empty
+        bool logical = false; // only True, False or Null: a comparison, or And, Or, Not of such
     };
 
     struct Variable {
         std::uint32_t slot = 0;
         bool declared = false;
-        // Known while it was last assigned a constant outside any If (every variable starts
-        // Empty); reads then use the constant, which lets whole subexpressions fold.
+        // Known while it was last assigned a constant in a branch that is still open (every
+        // variable starts Empty, at the top level): reads there use the constant, which lets
+        // whole subexpressions fold. The features a branch runs for all hold that value.
         bool known = true;
         double value = 0.0;
-        std::uint8_t tag = kEmpty;
+        bool empty = true;
+        std::uint32_t branch = 0;
     };
 
     struct OpenIf {
@@ -187,7 +202,7 @@ private:
     Operand ParsePrefix();
 
     // Code.
-    Operand Constant(double value, std::uint8_t tag);
+    Operand Constant(double value, bool empty = false);
     Operand EmitBinary(OpCode op, const Operand& left, const Operand& right);
     Operand EmitUnary(OpCode op, const Operand& operand);
     std::size_t Emit(Instruction instruction);
@@ -197,6 +212,10 @@ private:
     Variable& FindVariable(const std::string& name);
     std::uint32_t FieldSlot(const std::string& name);
     void PatchPendingBranch(std::size_t target);
+    void OpenBranch();
+    void CloseBranch();
+    bool IsKnown(const Variable& variable) const;
+    void RemoveDeadStores();
 
     [[noreturn]] void Fail(const std::string& detail) const {
         m_lexer->Fail(m_lexer->Peek().line, detail);
@@ -211,8 +230,9 @@ private:
     std::vector<OpenIf> m_openIfs;
     std::unordered_map<std::string, Variable> m_variables;
     std::unordered_map<std::string, std::uint32_t> m_fields;
-    std::map<std::pair<std::uint64_t, std::uint8_t>, std::uint32_t> m_constants;
+    std::map<std::pair<std::uint64_t, bool>, std::uint32_t> m_constants;
     std::vector<std::uint32_t> m_freeTemporaries;
+    std::vector<bool> m_branchOpen{true}; // by branch number; 0 is the top level
 };
 
 CompiledScript Compiler::Run(const std::string& preExpression, const std::string& expression) {
@@ -231,6 +251,7 @@ CompiledScript Compiler::Run(const std::string& preExpression, const std::string
     }
     m_script.resultSlot = result.slot;
     m_lexer = nullptr;
+    RemoveDeadStores();
     return std::move(m_script);
 }
 
@@ -333,6 +354,7 @@ void Compiler::ParseIf() {
     Release(condition);
     const std::size_t index = Emit({OpCode::kIfBegin, 0, condition.slot, 0, 0});
     m_openIfs.push_back({line, false, index, {}});
+    OpenBranch();
     m_script.maxDepth = std::max(m_script.maxDepth, static_cast<std::uint32_t>(m_openIfs.size()));
 }
 
@@ -348,6 +370,7 @@ void Compiler::ParseElseIf() {
         Fail("ElseIf after Else");
     }
     m_lexer->Next();
+    CloseBranch();
     const std::size_t prepare = Emit({OpCode::kElseIfPrep, 0, 0, 0, 0});
     PatchPendingBranch(prepare);
     m_openIfs.back().jumpsToEnd.push_back(prepare);
@@ -355,6 +378,7 @@ void Compiler::ParseElseIf() {
     ExpectThen();
     Release(condition);
     m_openIfs.back().pendingBranch = Emit({OpCode::kElseIfTest, 0, condition.slot, 0, 0});
+    OpenBranch();
 }
 
 void Compiler::ParseElse() {
@@ -369,6 +393,8 @@ void Compiler::ParseElse() {
         Fail("a statement after Else on the same line is not supported; write ElseIf");
     }
     ExpectEndOfLine("Else");
+    CloseBranch();
+    OpenBranch();
     const std::size_t index = Emit({OpCode::kElse, 0, 0, 0, 0});
     PatchPendingBranch(index);
     m_openIfs.back().hasElse = true;
@@ -397,6 +423,69 @@ void Compiler::ParseEnd() {
         m_script.code[jump].jump = static_cast<std::uint32_t>(index);
     }
     m_openIfs.pop_back();
+    CloseBranch();
+}
+
+void Compiler::OpenBranch() {
+    m_branchOpen.push_back(true);
+}
+
+void Compiler::CloseBranch() {
+    // The innermost open branch is the last open number.
+    for (std::size_t branch = m_branchOpen.size(); branch-- > 1;) {
+        if (m_branchOpen[branch]) {
+            m_branchOpen[branch] = false;
+            return;
+        }
+    }
+}
+
+bool Compiler::IsKnown(const Variable& variable) const {
+    return variable.known && m_branchOpen[variable.branch];
+}
+
+// A store whose value no later instruction can read is dropped: typically a variable assigned a
+// constant, whose reads all used the constant. Later stores under a mask read the old value
+// (they keep it for the features outside the mask). Variables whose initial Empty can still be
+// read are listed for the reset at the start of each chunk.
+void Compiler::RemoveDeadStores() {
+    std::vector<Instruction>& code = m_script.code;
+    std::vector<bool> needed(m_script.slots.size(), false);
+    needed[m_script.resultSlot] = true;
+    std::vector<bool> dead(code.size(), false);
+    for (std::size_t pc = code.size(); pc-- > 0;) {
+        const Instruction& instruction = code[pc];
+        if (instruction.op == OpCode::kStore) {
+            if (!needed[instruction.dst]) {
+                dead[pc] = true;
+                continue;
+            }
+            const bool masked = instruction.b != 0;
+            needed[instruction.dst] = masked;
+            needed[instruction.a] = true;
+        } else {
+            needed[instruction.a] = true;
+            needed[instruction.b] = true;
+        }
+    }
+    for (std::uint32_t slot = 0; slot < m_script.slots.size(); ++slot) {
+        if (needed[slot] && m_script.slots[slot].kind == SlotKind::kVariable) {
+            m_script.resetSlots.push_back(slot);
+        }
+    }
+    std::vector<std::uint32_t> newIndex(code.size() + 1);
+    std::size_t kept = 0;
+    for (std::size_t pc = 0; pc < code.size(); ++pc) {
+        newIndex[pc] = static_cast<std::uint32_t>(kept);
+        if (!dead[pc]) {
+            code[kept++] = code[pc];
+        }
+    }
+    newIndex[code.size()] = static_cast<std::uint32_t>(kept);
+    code.resize(kept);
+    for (Instruction& instruction : code) {
+        instruction.jump = newIndex[instruction.jump]; // jumps go to control instructions
+    }
 }
 
 void Compiler::ParseAssignment() {
@@ -415,10 +504,15 @@ void Compiler::ParseAssignment() {
     ExpectEndOfLine("the assignment");
     Variable& variable = FindVariable(name.text);
     Release(value);
-    Emit({OpCode::kStore, variable.slot, value.slot, 0, 0});
-    variable.known = m_openIfs.empty() && value.constant;
+    const std::uint32_t masked = m_openIfs.empty() ? 0 : 1;
+    Emit({OpCode::kStore, variable.slot, value.slot, masked, 0});
+    variable.known = value.constant;
     variable.value = value.value;
-    variable.tag = value.tag;
+    variable.empty = value.empty;
+    variable.branch = static_cast<std::uint32_t>(m_branchOpen.size() - 1);
+    while (!m_branchOpen[variable.branch]) {
+        --variable.branch;
+    }
 }
 
 Compiler::Operand Compiler::ParseExpression(int minimumPrecedence) {
@@ -450,9 +544,9 @@ Compiler::Operand Compiler::ParsePrefix() {
     const Token token = m_lexer->Next();
     switch (token.kind) {
     case TokenKind::kNumber:
-        return Constant(token.number, kNumber);
+        return Constant(token.number);
     case TokenKind::kField:
-        return Operand{FieldSlot(token.text), false, false, 0.0, kNumber};
+        return Operand{FieldSlot(token.text)};
     case TokenKind::kSymbol:
         if (token.text == "-") {
             return EmitUnary(OpCode::kNegate, ParseExpression(kUnaryOperandPrecedence));
@@ -474,16 +568,16 @@ Compiler::Operand Compiler::ParsePrefix() {
             return EmitUnary(OpCode::kNot, ParseExpression(kNotOperandPrecedence));
         }
         if (token.text == "true") {
-            return Constant(-1.0, kNumber);
+            return Constant(-1.0);
         }
         if (token.text == "false") {
-            return Constant(0.0, kNumber);
+            return Constant(0.0);
         }
         if (token.text == "null") {
-            return Constant(0.0, kNull);
+            return Constant(kNullValue);
         }
         if (token.text == "empty") {
-            return Constant(0.0, kEmpty);
+            return Constant(0.0, true);
         }
         if (kReservedWords.contains(token.text)) {
             break;
@@ -494,10 +588,10 @@ Compiler::Operand Compiler::ParsePrefix() {
         }
         {
             const Variable& variable = FindVariable(token.text);
-            if (variable.known) {
-                return Constant(variable.value, variable.tag);
+            if (IsKnown(variable)) {
+                return Constant(variable.value, variable.empty);
             }
-            return Operand{variable.slot, false, false, 0.0, kNumber};
+            return Operand{variable.slot};
         }
     case TokenKind::kEndOfLine:
     case TokenKind::kEndOfText:
@@ -516,16 +610,18 @@ std::uint32_t Compiler::NewSlot(Slot slot) {
     return static_cast<std::uint32_t>(m_script.slots.size() - 1);
 }
 
-Compiler::Operand Compiler::Constant(double value, std::uint8_t tag) {
-    if (tag != kNumber) {
-        value = 0.0; // Empty must read as 0 in arithmetic
+Compiler::Operand Compiler::Constant(double value, bool empty) {
+    if (IsNullValue(value)) {
+        value = kNullValue; // one Null
     }
-    const auto key = std::make_pair(std::bit_cast<std::uint64_t>(value), tag);
+    const auto key = std::make_pair(std::bit_cast<std::uint64_t>(value), empty);
     auto found = m_constants.find(key);
     if (found == m_constants.end()) {
-        found = m_constants.emplace(key, NewSlot({SlotKind::kConstant, 0, value, tag})).first;
+        found = m_constants.emplace(key, NewSlot({SlotKind::kConstant, 0, value, empty})).first;
     }
-    return Operand{found->second, false, true, value, tag};
+    Operand operand{found->second, false, true, value, empty};
+    operand.logical = value == 0.0 || value == -1.0 || IsNullValue(value);
+    return operand;
 }
 
 std::uint32_t Compiler::AllocateTemporary() {
@@ -544,39 +640,45 @@ void Compiler::Release(const Operand& operand) {
 }
 
 Compiler::Operand Compiler::EmitBinary(OpCode op, const Operand& left, const Operand& right) {
+    const bool logical = left.logical && right.logical;
+    if (logical && op == OpCode::kAnd) {
+        op = OpCode::kLogicalAnd;
+    } else if (logical && op == OpCode::kOr) {
+        op = OpCode::kLogicalOr;
+    }
     if (left.constant && right.constant) {
         double value = 0.0;
-        std::uint8_t tag = kNumber;
         // A failing constant operation stays in the code: it fails only if a feature runs it.
-        if (FoldBinary(op, left.value, left.tag, right.value, right.tag, value, tag) == kNoError) {
-            return Constant(value, tag);
+        if (FoldInstruction(op, left.value, right.value, value) == kNoError) {
+            return Constant(value);
         }
     }
+    // The target is never an operand's slot: a failing column is checked against its operands.
+    const std::uint32_t target = AllocateTemporary();
     Release(left);
     Release(right);
-    const std::uint32_t target = AllocateTemporary();
     Emit({op, target, left.slot, right.slot, 0});
-    return Operand{target, true, false, 0.0, kNumber};
+    Operand result{target, true};
+    result.logical = IsComparison(op) || op == OpCode::kLogicalAnd || op == OpCode::kLogicalOr;
+    return result;
 }
 
 Compiler::Operand Compiler::EmitUnary(OpCode op, const Operand& operand) {
+    if (op == OpCode::kNot && operand.logical) {
+        op = OpCode::kLogicalNot;
+    }
     if (operand.constant) {
         double value = 0.0;
-        std::uint8_t tag = kNumber;
-        int error = kNoError;
-        if (op == OpCode::kNegate) {
-            NegateOp::Apply(operand.value, operand.tag, value, tag, error);
-        } else {
-            NotOp::Apply(operand.value, operand.tag, value, tag, error);
-        }
-        if (error == kNoError) {
-            return Constant(value, tag);
+        if (FoldInstruction(op, operand.value, 0.0, value) == kNoError) {
+            return Constant(value);
         }
     }
-    Release(operand);
     const std::uint32_t target = AllocateTemporary();
-    Emit({op, target, operand.slot, 0, 0});
-    return Operand{target, true, false, 0.0, kNumber};
+    Release(operand);
+    Emit({op, target, operand.slot, operand.slot, 0});
+    Operand result{target, true};
+    result.logical = op == OpCode::kLogicalNot;
+    return result;
 }
 
 Compiler::Variable& Compiler::FindVariable(const std::string& name) {

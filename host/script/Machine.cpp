@@ -1,16 +1,21 @@
 #include "host/script/Machine.h"
 
+#include "host/script/ColumnOps.h"
 #include "host/script/Operations.h"
 #include "util/Error.h"
 
 #include <algorithm>
-#include <functional>
 
 namespace quorel::host::script {
 
 namespace {
 
+using column::Bits;
+using column::kLanes;
+using column::Vec;
+
 const char* const kSource = "Field calculator script";
+constexpr std::int64_t kAll = -1;
 
 [[noreturn]] void ThrowRuntimeError(int error) {
     switch (error) {
@@ -23,62 +28,104 @@ const char* const kSource = "Field calculator script";
     }
 }
 
-// Any feature in the mask? Also what decides whether a branch runs at all.
-bool AnySet(const std::uint8_t* mask, std::size_t count) {
-    std::uint8_t any = 0;
-    for (std::size_t i = 0; i < count; ++i) {
-        any |= mask[i];
+bool AnySet(const std::int64_t* mask, std::size_t lanes) {
+    Bits any{};
+    for (std::size_t i = 0; i < lanes; i += kLanes) {
+        any |= column::LoadBits(mask + i);
     }
-    return any != 0;
+    return (any[0] | any[1]) != 0;
+}
+
+// The error number of the first feature of the mask whose operation fails.
+template <typename Scalar>
+int FirstError(const double* left, const double* right, std::size_t lanes,
+               const std::int64_t* mask) {
+    for (std::size_t i = 0; i < lanes; ++i) {
+        if (mask[i] != 0) {
+            int error = kNoError;
+            Scalar::Apply(left[i], right[i], error);
+            if (error != kNoError) {
+                return error;
+            }
+        }
+    }
+    return kInvalidCall; // not reached: the column form and Apply agree on failures
 }
 
 } // namespace
 
 Machine::Machine(const CompiledScript& script)
     : m_script(script), m_values(script.slots.size() * kChunk),
-      m_tags(script.slots.size() * kChunk), m_masks(2 * (script.maxDepth + 1) * kChunk),
-      m_read(script.slots.size()) {
+      m_empty(script.slots.size() * kChunk), m_masks(2 * (script.maxDepth + 1) * kChunk),
+      m_noFlags(kChunk, 0), m_allFlags(kChunk, kAll) {
     for (std::uint32_t slot = 0; slot < script.slots.size(); ++slot) {
-        m_read[slot] = Values(slot);
         const Slot& description = script.slots[slot];
         if (description.kind == SlotKind::kConstant) {
             std::fill_n(Values(slot), kChunk, description.value);
-            std::fill_n(Tags(slot), kChunk, description.tag);
         }
     }
-    std::fill_n(CurrentMask(0), kChunk, std::uint8_t{1});
+}
+
+const std::int64_t* Machine::EmptyFlags(std::uint32_t slot) const {
+    const Slot& description = m_script.slots[slot];
+    if (description.kind == SlotKind::kVariable) {
+        return &m_empty[slot * kChunk];
+    }
+    return description.kind == SlotKind::kConstant && description.empty ? m_allFlags.data()
+                                                                        : m_noFlags.data();
 }
 
 template <typename Op>
-int Machine::Binary(const Instruction& instruction, std::size_t count, const std::uint8_t* mask) {
-    const double* left = m_read[instruction.a];
-    const double* right = m_read[instruction.b];
-    const std::uint8_t* leftTags = Tags(instruction.a);
-    const std::uint8_t* rightTags = Tags(instruction.b);
-    double* result = Values(instruction.dst);
-    std::uint8_t* resultTags = Tags(instruction.dst);
-    int failed = 0;
-    for (std::size_t i = 0; i < count; ++i) {
-        int error = kNoError;
-        Op::Apply(left[i], leftTags[i], right[i], rightTags[i], result[i], resultTags[i], error);
-        failed |= mask[i] != 0 ? error : 0;
+int Machine::Vector(const Instruction& instruction, std::size_t lanes, const std::int64_t* mask) {
+    const double* left = Values(instruction.a);
+    const double* right = Values(instruction.b);
+    double* result = Values(instruction.dst); // never an operand's slot
+    Bits failed{};
+    for (std::size_t i = 0; i < lanes; i += kLanes) {
+        Bits fails{};
+        const Vec r = Op::Compute(column::Load(left + i), column::Load(right + i), fails);
+        column::Save(result + i, r);
+        failed |= fails & column::LoadBits(mask + i);
     }
-    return failed;
+    if ((failed[0] | failed[1]) == 0) {
+        return kNoError;
+    }
+    return FirstError<typename Op::Scalar>(left, right, lanes, mask);
 }
 
 template <typename Op>
-int Machine::Unary(const Instruction& instruction, std::size_t count, const std::uint8_t* mask) {
-    const double* operand = m_read[instruction.a];
-    const std::uint8_t* operandTags = Tags(instruction.a);
+int Machine::PerFeature(const Instruction& instruction, std::size_t lanes,
+                        const std::int64_t* mask) {
+    const double* left = Values(instruction.a);
+    const double* right = Values(instruction.b);
     double* result = Values(instruction.dst);
-    std::uint8_t* resultTags = Tags(instruction.dst);
-    int failed = 0;
-    for (std::size_t i = 0; i < count; ++i) {
+    bool failed = false;
+    for (std::size_t i = 0; i < lanes; ++i) {
         int error = kNoError;
-        Op::Apply(operand[i], operandTags[i], result[i], resultTags[i], error);
-        failed |= mask[i] != 0 ? error : 0;
+        result[i] = Op::Apply(left[i], right[i], error);
+        failed |= error != kNoError && mask[i] != 0;
     }
-    return failed;
+    return failed ? FirstError<Op>(left, right, lanes, mask) : kNoError;
+}
+
+void Machine::Store(const Instruction& instruction, std::size_t lanes, std::size_t depth) {
+    const double* source = Values(instruction.a);
+    const std::int64_t* sourceEmpty = EmptyFlags(instruction.a);
+    double* target = Values(instruction.dst);
+    std::int64_t* targetEmpty = Empty(instruction.dst);
+    if (depth == 0) {
+        std::copy_n(source, lanes, target);
+        std::copy_n(sourceEmpty, lanes, targetEmpty);
+        return;
+    }
+    const std::int64_t* mask = CurrentMask(depth);
+    for (std::size_t i = 0; i < lanes; i += kLanes) {
+        const Bits m = column::LoadBits(mask + i);
+        column::Save(target + i,
+                     column::Select(m, column::Load(source + i), column::Load(target + i)));
+        column::SaveBits(targetEmpty + i, (column::LoadBits(sourceEmpty + i) & m) |
+                                              (column::LoadBits(targetEmpty + i) & ~m));
+    }
 }
 
 void Machine::Evaluate(const std::vector<const Column*>& inputs, std::size_t count,
@@ -96,22 +143,35 @@ void Machine::Evaluate(const std::vector<const Column*>& inputs, std::size_t cou
 
 bool Machine::Run(const std::vector<const Column*>& inputs, std::size_t offset, std::size_t count,
                   bool scalar, Column& output) {
+    // Whole vectors; the lanes past the features are outside every mask.
+    const std::size_t lanes = (count + kLanes - 1) / kLanes * kLanes;
+    std::int64_t* top = CurrentMask(0);
+    std::fill_n(top, count, kAll);
+    std::fill(top + count, top + lanes, 0);
     for (std::uint32_t slot = 0; slot < m_script.slots.size(); ++slot) {
         const Slot& description = m_script.slots[slot];
         if (description.kind == SlotKind::kField) {
-            const Column& column = *inputs[description.field];
-            m_read[slot] = column.values.data() + offset;
-            // Any non-zero byte means Null; the operations test one bit.
-            const std::uint8_t* isNull = column.isNull.data() + offset;
-            std::uint8_t* tags = Tags(slot);
-            for (std::size_t i = 0; i < count; ++i) {
-                tags[i] = isNull[i] != 0 ? kNull : kNumber;
+            const Column& input = *inputs[description.field];
+            const double* values = input.values.data() + offset;
+            const std::uint8_t* isNull = input.isNull.data() + offset;
+            double* target = Values(slot);
+            const std::size_t whole = count / kLanes * kLanes;
+            for (std::size_t i = 0; i < whole; i += kLanes) {
+                const Bits null{isNull[i] != 0 ? kAll : 0, isNull[i + 1] != 0 ? kAll : 0};
+                column::Save(target + i, column::Select(null, column::Splat(kNullValue),
+                                                        column::Load(values + i)));
             }
-        } else if (description.kind == SlotKind::kVariable) {
-            // Each feature runs the script afresh: every variable starts Empty.
-            std::fill_n(Values(slot), count, 0.0);
-            std::fill_n(Tags(slot), count, std::uint8_t{kEmpty});
+            for (std::size_t i = whole; i < count; ++i) {
+                target[i] = isNull[i] != 0 ? kNullValue : values[i];
+            }
+            std::fill(target + count, target + lanes, 0.0);
         }
+    }
+    // Each feature runs the script afresh: every variable starts Empty (only those where it
+    // shows: the others are written whole before any read).
+    for (const std::uint32_t slot : m_script.resetSlots) {
+        std::fill_n(Values(slot), lanes, 0.0);
+        std::fill_n(Empty(slot), lanes, kAll);
     }
 
     std::size_t depth = 0;
@@ -119,89 +179,84 @@ bool Machine::Run(const std::vector<const Column*>& inputs, std::size_t offset, 
     std::size_t pc = 0;
     while (pc < code.size()) {
         const Instruction& instruction = code[pc];
-        const std::uint8_t* mask = CurrentMask(depth);
-        int failed = 0;
+        const std::int64_t* mask = CurrentMask(depth);
+        int failed = kNoError;
         switch (instruction.op) {
         case OpCode::kAdd:
-            failed = Binary<AddOp>(instruction, count, mask);
+            failed = Vector<column::Add>(instruction, lanes, mask);
             break;
         case OpCode::kSubtract:
-            failed = Binary<SubtractOp>(instruction, count, mask);
+            failed = Vector<column::Subtract>(instruction, lanes, mask);
             break;
         case OpCode::kMultiply:
-            failed = Binary<MultiplyOp>(instruction, count, mask);
+            failed = Vector<column::Multiply>(instruction, lanes, mask);
             break;
         case OpCode::kDivide:
-            failed = Binary<DivideOp>(instruction, count, mask);
-            break;
-        case OpCode::kIntegerDivide:
-            failed = Binary<IntegerDivideOp>(instruction, count, mask);
-            break;
-        case OpCode::kMod:
-            failed = Binary<ModOp>(instruction, count, mask);
-            break;
-        case OpCode::kPower:
-            failed = Binary<PowerOp>(instruction, count, mask);
+            failed = Vector<column::Divide>(instruction, lanes, mask);
             break;
         case OpCode::kEqual:
-            failed = Binary<CompareOp<std::equal_to<>>>(instruction, count, mask);
+            failed = Vector<column::Equal>(instruction, lanes, mask);
             break;
         case OpCode::kNotEqual:
-            failed = Binary<CompareOp<std::not_equal_to<>>>(instruction, count, mask);
+            failed = Vector<column::NotEqual>(instruction, lanes, mask);
             break;
         case OpCode::kLess:
-            failed = Binary<CompareOp<std::less<>>>(instruction, count, mask);
+            failed = Vector<column::Less>(instruction, lanes, mask);
             break;
         case OpCode::kGreater:
-            failed = Binary<CompareOp<std::greater<>>>(instruction, count, mask);
+            failed = Vector<column::Greater>(instruction, lanes, mask);
             break;
         case OpCode::kLessOrEqual:
-            failed = Binary<CompareOp<std::less_equal<>>>(instruction, count, mask);
+            failed = Vector<column::LessOrEqual>(instruction, lanes, mask);
             break;
         case OpCode::kGreaterOrEqual:
-            failed = Binary<CompareOp<std::greater_equal<>>>(instruction, count, mask);
+            failed = Vector<column::GreaterOrEqual>(instruction, lanes, mask);
             break;
-        case OpCode::kAnd:
-            failed = Binary<AndOp>(instruction, count, mask);
+        case OpCode::kLogicalAnd:
+            failed = Vector<column::LogicalAnd>(instruction, lanes, mask);
             break;
-        case OpCode::kOr:
-            failed = Binary<OrOp>(instruction, count, mask);
+        case OpCode::kLogicalOr:
+            failed = Vector<column::LogicalOr>(instruction, lanes, mask);
+            break;
+        case OpCode::kLogicalNot:
+            failed = Vector<column::LogicalNot>(instruction, lanes, mask);
             break;
         case OpCode::kNegate:
-            failed = Unary<NegateOp>(instruction, count, mask);
+            failed = Vector<column::Negate>(instruction, lanes, mask);
+            break;
+        case OpCode::kIntegerDivide:
+            failed = PerFeature<IntegerDivideOp>(instruction, lanes, mask);
+            break;
+        case OpCode::kMod:
+            failed = PerFeature<ModOp>(instruction, lanes, mask);
+            break;
+        case OpCode::kPower:
+            failed = PerFeature<PowerOp>(instruction, lanes, mask);
+            break;
+        case OpCode::kAnd:
+            failed = PerFeature<AndOp>(instruction, lanes, mask);
+            break;
+        case OpCode::kOr:
+            failed = PerFeature<OrOp>(instruction, lanes, mask);
             break;
         case OpCode::kNot:
-            failed = Unary<NotOp>(instruction, count, mask);
+            failed = PerFeature<NotOp>(instruction, lanes, mask);
             break;
-        case OpCode::kStore: {
-            const double* source = m_read[instruction.a];
-            const std::uint8_t* sourceTags = Tags(instruction.a);
-            double* target = Values(instruction.dst);
-            std::uint8_t* targetTags = Tags(instruction.dst);
-            if (depth == 0) {
-                std::copy_n(source, count, target);
-                std::copy_n(sourceTags, count, targetTags);
-            } else {
-                for (std::size_t i = 0; i < count; ++i) {
-                    target[i] = mask[i] != 0 ? source[i] : target[i];
-                    targetTags[i] = mask[i] != 0 ? sourceTags[i] : targetTags[i];
-                }
-            }
+        case OpCode::kStore:
+            Store(instruction, lanes, depth);
             break;
-        }
         case OpCode::kIfBegin: {
-            const double* condition = m_read[instruction.a];
-            const std::uint8_t* conditionTags = Tags(instruction.a);
-            std::uint8_t* current = CurrentMask(depth + 1);
-            std::uint8_t* remaining = RemainingMask(depth + 1);
-            for (std::size_t i = 0; i < count; ++i) {
-                const auto taken =
-                    static_cast<std::uint8_t>(IsTrue(condition[i], conditionTags[i]));
-                current[i] = static_cast<std::uint8_t>(mask[i] & taken);
-                remaining[i] = static_cast<std::uint8_t>(mask[i] & (taken ^ 1U));
+            const double* condition = Values(instruction.a);
+            std::int64_t* current = CurrentMask(depth + 1);
+            std::int64_t* remaining = RemainingMask(depth + 1);
+            for (std::size_t i = 0; i < lanes; i += kLanes) {
+                const Bits taken = column::IsTrue(column::Load(condition + i));
+                const Bits open = column::LoadBits(mask + i);
+                column::SaveBits(current + i, open & taken);
+                column::SaveBits(remaining + i, open & ~taken);
             }
             ++depth;
-            if (!AnySet(current, count)) {
+            if (!AnySet(current, lanes)) {
                 pc = instruction.jump;
                 continue;
             }
@@ -209,27 +264,25 @@ bool Machine::Run(const std::vector<const Column*>& inputs, std::size_t offset, 
         }
         case OpCode::kElseIfPrep:
         case OpCode::kElse: {
-            const std::uint8_t* remaining = RemainingMask(depth);
-            if (!AnySet(remaining, count)) {
+            const std::int64_t* remaining = RemainingMask(depth);
+            if (!AnySet(remaining, lanes)) {
                 pc = instruction.jump;
                 continue;
             }
-            std::copy_n(remaining, count, CurrentMask(depth));
+            std::copy_n(remaining, lanes, CurrentMask(depth));
             break;
         }
         case OpCode::kElseIfTest: {
-            const double* condition = m_read[instruction.a];
-            const std::uint8_t* conditionTags = Tags(instruction.a);
-            std::uint8_t* current = CurrentMask(depth);
-            std::uint8_t* remaining = RemainingMask(depth);
-            for (std::size_t i = 0; i < count; ++i) {
-                const auto taken =
-                    static_cast<std::uint8_t>(IsTrue(condition[i], conditionTags[i]));
-                const std::uint8_t open = remaining[i];
-                current[i] = static_cast<std::uint8_t>(open & taken);
-                remaining[i] = static_cast<std::uint8_t>(open & (taken ^ 1U));
+            const double* condition = Values(instruction.a);
+            std::int64_t* current = CurrentMask(depth);
+            std::int64_t* remaining = RemainingMask(depth);
+            for (std::size_t i = 0; i < lanes; i += kLanes) {
+                const Bits taken = column::IsTrue(column::Load(condition + i));
+                const Bits open = column::LoadBits(remaining + i);
+                column::SaveBits(current + i, open & taken);
+                column::SaveBits(remaining + i, open & ~taken);
             }
-            if (!AnySet(current, count)) {
+            if (!AnySet(current, lanes)) {
                 pc = instruction.jump;
                 continue;
             }
@@ -239,7 +292,7 @@ bool Machine::Run(const std::vector<const Column*>& inputs, std::size_t offset, 
             --depth;
             break;
         }
-        if (failed != 0) {
+        if (failed != kNoError) {
             if (scalar) {
                 ThrowRuntimeError(failed);
             }
@@ -248,14 +301,23 @@ bool Machine::Run(const std::vector<const Column*>& inputs, std::size_t offset, 
         ++pc;
     }
 
-    const double* result = m_read[m_script.resultSlot];
-    const std::uint8_t* resultTags = Tags(m_script.resultSlot);
+    const double* result = Values(m_script.resultSlot);
+    const std::int64_t* empty = EmptyFlags(m_script.resultSlot);
     double* values = output.values.data() + offset;
     std::uint8_t* isNull = output.isNull.data() + offset;
-    for (std::size_t i = 0; i < count; ++i) {
-        // Null and Empty both leave the field Null.
-        isNull[i] = resultTags[i] != kNumber ? 1 : 0;
-        values[i] = resultTags[i] != kNumber ? 0.0 : result[i];
+    // Null and Empty both leave the field Null.
+    const std::size_t whole = count / kLanes * kLanes;
+    for (std::size_t i = 0; i < whole; i += kLanes) {
+        const Vec r = column::Load(result + i);
+        const Bits null = column::IsNull(r) | column::LoadBits(empty + i);
+        column::Save(values + i, column::Select(null, column::Splat(0.0), r));
+        isNull[i] = static_cast<std::uint8_t>(null[0] & 1);
+        isNull[i + 1] = static_cast<std::uint8_t>(null[1] & 1);
+    }
+    for (std::size_t i = whole; i < count; ++i) {
+        const bool null = IsNullValue(result[i]) || empty[i] != 0;
+        isNull[i] = null ? 1 : 0;
+        values[i] = null ? 0.0 : result[i];
     }
     return true;
 }

@@ -9,9 +9,10 @@
 
 namespace quorel::host::script {
 
-// Runs a compiled script over columns, a chunk of features at a time: each instruction loops
-// over the chunk, Ifs narrow a mask, and a branch that no feature of the chunk takes is skipped.
-// The working storage is the machine's own, so one compiled script can run on several threads.
+// Runs a compiled script over columns, a chunk of features at a time: each instruction is one
+// vector loop over the chunk, an If narrows a mask, and a branch that no feature of the chunk
+// takes is skipped. The working storage is the machine's own, so one compiled script can run on
+// several threads, each with its machine.
 class Machine {
 public:
     explicit Machine(const CompiledScript& script);
@@ -23,27 +24,33 @@ public:
 
 private:
     // In batch mode a failing feature makes Run return false; the chunk is then run again one
-    // feature at a time (scalar mode), so that the error is the one of the first failing feature,
-    // as if each feature ran the script alone.
+    // feature at a time (scalar mode), so that the error is the one of the first failing
+    // feature, as if each feature ran the script alone.
     bool Run(const std::vector<const Column*>& inputs, std::size_t offset, std::size_t count,
              bool scalar, Column& output);
 
+    // Run one instruction over `lanes` features (a multiple of the vector width); 0, or the
+    // error number of a feature of the mask.
     template <typename Op>
-    int Binary(const Instruction& instruction, std::size_t count, const std::uint8_t* mask);
+    int Vector(const Instruction& instruction, std::size_t lanes, const std::int64_t* mask);
     template <typename Op>
-    int Unary(const Instruction& instruction, std::size_t count, const std::uint8_t* mask);
+    int PerFeature(const Instruction& instruction, std::size_t lanes, const std::int64_t* mask);
+    void Store(const Instruction& instruction, std::size_t lanes, std::size_t depth);
+    // Where the "still Empty" flags of a slot's values come from: the variable's own flags, or
+    // none or all for other slots.
+    const std::int64_t* EmptyFlags(std::uint32_t slot) const;
 
     double* Values(std::uint32_t slot) { return &m_values[slot * kChunk]; }
-    std::uint8_t* Tags(std::uint32_t slot) { return &m_tags[slot * kChunk]; }
-    std::uint8_t* CurrentMask(std::size_t depth) { return &m_masks[2 * depth * kChunk]; }
-    std::uint8_t* RemainingMask(std::size_t depth) { return &m_masks[(2 * depth + 1) * kChunk]; }
+    std::int64_t* Empty(std::uint32_t slot) { return &m_empty[slot * kChunk]; }
+    std::int64_t* CurrentMask(std::size_t depth) { return &m_masks[2 * depth * kChunk]; }
+    std::int64_t* RemainingMask(std::size_t depth) { return &m_masks[(2 * depth + 1) * kChunk]; }
 
     const CompiledScript& m_script;
     std::vector<double> m_values;
-    std::vector<std::uint8_t> m_tags;
-    std::vector<std::uint8_t> m_masks;
-    // Where each slot is read from: its own storage, or the input column for a field.
-    std::vector<const double*> m_read;
+    std::vector<std::int64_t> m_empty; // per variable and feature: all ones while Empty
+    std::vector<std::int64_t> m_masks; // per If level: current and remaining features
+    std::vector<std::int64_t> m_noFlags;
+    std::vector<std::int64_t> m_allFlags;
 };
 
 } // namespace quorel::host::script
