@@ -34,6 +34,6 @@ ogrinfo -q -ro "$scratch/parcels.shp" -sql "SELECT SLOPE, FZY_SLOPE FROM parcels
     grep -E 'SLOPE \(' | paste - - | sed 's/ (Real) = / = /g; s/^ */    /'
 if "$q" --help | grep -qE '^  meta '; then
     echo
-    echo "== quorel meta"
-    "$q" meta "$scratch/parcels.shp" || true
+    echo "== quorel meta parcels.shp FZY_SLOPE"
+    "$q" meta "$scratch/parcels.shp" FZY_SLOPE | tr -d "\r" || true
 fi

@@ -17,9 +17,9 @@ struct Subcommand {
 // Each subcommand's file defines one of these.
 const Subcommand& ScriptCommand();
 const Subcommand& MembershipCommand();
+const Subcommand& RunCommand();
 const Subcommand& FzyCommand();
 const Subcommand& MetaCommand();
-const Subcommand& RunCommand();
 const Subcommand& StatsCommand();
 
 } // namespace quorel::cli
