@@ -20,5 +20,6 @@ const Subcommand& MembershipCommand();
 const Subcommand& RunCommand();
 const Subcommand& FzyCommand();
 const Subcommand& MetaCommand();
+const Subcommand& StatsCommand();
 
 } // namespace quorel::cli

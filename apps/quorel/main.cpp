@@ -21,7 +21,7 @@ std::vector<const Subcommand*> AllCommands() {
     return {
         &quorel::cli::ScriptCommand(), &quorel::cli::MembershipCommand(),
         &quorel::cli::RunCommand(),    &quorel::cli::FzyCommand(),
-        &quorel::cli::MetaCommand(),
+        &quorel::cli::MetaCommand(),   &quorel::cli::StatsCommand(),
     };
 }
 
