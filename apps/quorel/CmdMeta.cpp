@@ -1,4 +1,5 @@
 #include "apps/quorel/Args.h"
+#include "apps/quorel/CliTexts.h"
 #include "apps/quorel/Subcommand.h"
 
 #include "fzy/IO_fzyext.h"
@@ -10,12 +11,6 @@
 
 namespace quorel::cli {
 namespace {
-
-// Texts by id come from the text database, which the command line does not load yet.
-class EmptyTextSource final : public util::ITextSource {
-public:
-    std::string ResourceString(std::int16_t /*id*/) const override { return {}; }
-};
 
 // The metadata window, as text on standard output.
 class ConsoleInfoWindow final : public fzy::IInfoWindow {
@@ -60,10 +55,9 @@ int RunMeta(const std::vector<std::string>& arguments) {
     std::string layerName = slash == std::string::npos ? shapefile : shapefile.substr(slash + 1);
 
     CountingMessageUi ui;
-    EmptyTextSource texts;
     ConsoleInfoWindow window;
     // The metadata button's operations never reach the host: none is needed.
-    fzy::IO_fzyext io(ui, texts, window);
+    fzy::IO_fzyext io(ui, CliTexts(), window);
 
     // As the metadata button does, with the shapefile as the chosen layer.
     int step = 0;
@@ -78,7 +72,7 @@ int RunMeta(const std::vector<std::string>& arguments) {
         const bool foundRecord = io.fzy_io_recordinfo(text, "");
         step = 5;
         if (!foundNumber && !foundRecord) {
-            io.SetInfoText(texts.ResourceString(153));
+            io.SetInfoText(CliTexts().ResourceString(153));
         }
         io.fzy_io_showinfo();
         io.fzy_io_close();

@@ -42,8 +42,10 @@ protected:
     RunResult Run(const std::string& arguments) {
         const fs::path out = m_folder / "stdout";
         const fs::path err = m_folder / "stderr";
-        const std::string command = std::string(QUOREL_PROGRAM) + " " + arguments + " >" +
-                                    out.string() + " 2>" + err.string();
+        // A scratch settings folder: the user's remembered language plays no part.
+        const std::string command = "env XDG_CONFIG_HOME=" + (m_folder / "config").string() +
+                                    " LC_ALL=C " + std::string(QUOREL_PROGRAM) + " " + arguments +
+                                    " >" + out.string() + " 2>" + err.string();
         const int raw = std::system(command.c_str());
         return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, ReadText(out), ReadText(err)};
     }
@@ -103,18 +105,18 @@ TEST_F(CliFzyTest, metaShowsTheLastNumberEntryOfTheField) {
     WriteFzy("PARC.fzy", {Number("FZY_A", 2.5), Number("FZY_A", 7)}, 2);
     const RunResult result = Run("meta " + (m_folder / "PARC.shp").string() + " FZY_A");
     EXPECT_EQ(result.status, 0) << result.err;
-    EXPECT_EQ(result.out, " FZY_A( :FZY_A)  3  :\n"
+    EXPECT_EQ(result.out, "Résultats FZY_A(alias :FZY_A) forme 3 forme :\n"
                           " Val_a = 7\n"
                           " Val_b = 10\n"
                           " Val_c = 100000000000000\n"
                           " Val_d = 100000000000000\n"
-                          " C:\\SIG\\data\\PARC  05/03/2024 06:00:00\n");
+                          "Calculé sur C:\\SIG\\data\\PARC le 05/03/2024 06:00:00\n");
 }
 
 TEST_F(CliFzyTest, metaWithoutMetadataCreatesTheFileAndShowsText153) {
     const RunResult result = Run("meta " + (m_folder / "NEW.shp").string() + " SLOPE");
     EXPECT_EQ(result.status, 0) << result.err;
-    EXPECT_EQ(result.out, "\n"); // text 153, empty until the text database is loaded
+    EXPECT_EQ(result.out, "Aucune métadonnée n'est enregistrée pour cet attribut.\n"); // text 153
     EXPECT_EQ(fs::file_size(m_folder / "NEW.fzy"), 8u);
 }
 
