@@ -22,6 +22,17 @@ test: build
 	ctest --preset dev -j $(JOBS)
 	$(MAKE) build-asan
 	ctest --preset asan -j $(JOBS)
+	$(MAKE) fuzz
+
+# Builds the fuzz target, writes its seed corpus and fuzzes for FUZZ_SECONDS; a crash fails.
+FUZZ_SECONDS ?= 60
+fuzz: deps
+	cmake --preset fuzz
+	cmake --build build/fuzz --target quorel_fzy_fuzz quorel_fzy_seeds -j $(JOBS)
+	rm -rf build/fuzz/seeds && build/fuzz/tests/fuzz/quorel_fzy_seeds build/fuzz/seeds
+	mkdir -p build/fuzz/corpus
+	build/fuzz/tests/fuzz/quorel_fzy_fuzz -max_total_time=$(FUZZ_SECONDS) -timeout=10 \
+		-artifact_prefix=build/fuzz/ build/fuzz/corpus build/fuzz/seeds
 
 format:
 	git ls-files '*.cpp' '*.h' | xargs clang-format -i

@@ -4,6 +4,7 @@
 #include "util/CodePage.h"
 #include "util/Error.h"
 #include "util/NumberText.h"
+#include "util/StringFunctions.h"
 
 #include <cerrno>
 #include <fcntl.h>
@@ -257,15 +258,20 @@ std::int16_t IO_fzyext::fzy_io_writenumber(const std::string& fieldName,
     return 1;
 }
 
+char IO_fzyext::DecimalMark() const {
+    return m_decimalMark ? *m_decimalMark : util::DecimalSeparator();
+}
+
 std::string IO_fzyext::NumberDescription(const NumberEntry& entry) const {
+    const char mark = DecimalMark();
     const std::string kindText = Text(154);
     std::string text = Text(147) + " " + entry.FieldName + "(" + Text(148) + " :" +
                        entry.AliasName + ") " + kindText + " " + Int16Text(entry.NumberKind) + " " +
                        kindText + " :\r\n";
-    text += " Val_a = " + util::FormatNumber(entry.A, m_decimalMark) + "\r\n";
-    text += " Val_b = " + util::FormatNumber(entry.B, m_decimalMark) + "\r\n";
-    text += " Val_c = " + util::FormatNumber(entry.C, m_decimalMark) + "\r\n";
-    text += " Val_d = " + util::FormatNumber(entry.D, m_decimalMark) + "\r\n";
+    text += " Val_a = " + util::FormatNumber(entry.A, mark) + "\r\n";
+    text += " Val_b = " + util::FormatNumber(entry.B, mark) + "\r\n";
+    text += " Val_c = " + util::FormatNumber(entry.C, mark) + "\r\n";
+    text += " Val_d = " + util::FormatNumber(entry.D, mark) + "\r\n";
     text += Text(152) + " " + JoinFolder(entry.Folder, entry.ShapeName) + " " + Text(156) + " " +
             util::FormatGeneralDate(entry.Created);
     return text;

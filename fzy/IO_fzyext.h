@@ -39,7 +39,8 @@ public:
 
     // The host application (g_app), set once the command is created.
     void SetApplication(std::shared_ptr<host::IApplication> app) { m_app = std::move(app); }
-    // The user's decimal mark for the numbers of the descriptions.
+    // The decimal mark of the descriptions' numbers; the user's (util::DecimalSeparator) unless
+    // set here.
     void SetDecimalMark(char mark) { m_decimalMark = mark; }
 
     // Opens (creating when missing) folder/name.fzy; removes every ".shp" from name.
@@ -76,6 +77,7 @@ private:
     std::int16_t FreeFile() const;
     void ShowLocalError(const std::exception& error, const char* label, int step) noexcept;
     std::string Text(std::int16_t id) const { return m_texts.ResourceString(id); }
+    char DecimalMark() const;
     std::string NumberDescription(const NumberEntry& entry) const;
     std::string RecordDescription(const RecordEntry& entry) const;
 
@@ -84,7 +86,7 @@ private:
     IInfoWindow& m_window;
     std::shared_ptr<host::IApplication> m_app;
     Clock m_clock;
-    char m_decimalMark = '.';
+    std::optional<char> m_decimalMark;
 
     std::map<std::int16_t, std::unique_ptr<OpenFile>> m_files;
     std::int16_t m_fileNumber = 0;

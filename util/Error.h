@@ -43,6 +43,8 @@ inline constexpr std::int32_t kInputPastEnd = 62;
 inline constexpr std::int32_t kPermissionDenied = 70;
 inline constexpr std::int32_t kPathNotFound = 76;
 inline constexpr std::int32_t kInvalidArgument = 5;
+inline constexpr std::int32_t kObjectVariableNotSet = 91;
+inline constexpr std::int32_t kInvalidUseOfNull = 94;
 inline constexpr std::int32_t kObjectRequired = 424;
 inline constexpr std::int32_t kSyntaxError = 1002;
 // Host (GIS) failures: layers, fields, tables, the field calculator.

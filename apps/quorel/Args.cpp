@@ -1,5 +1,7 @@
 #include "apps/quorel/Args.h"
 
+#include "apps/quorel/CliTexts.h"
+
 #include <cerrno>
 #include <cstdlib>
 
@@ -61,18 +63,20 @@ Args::Args(const std::vector<std::string>& arguments, const std::vector<OptionSp
             spec = findShort(arg[1]);
         }
         if (spec == nullptr) {
-            throw UsageError("unknown option " + shown);
+            throw UsageError(CliMessage(cli_text::kUnknownOption, "unknown option %1", {shown}));
         }
         if (!spec->takesValue) {
             if (inlineValue) {
-                throw UsageError("option " + shown + " takes no value");
+                throw UsageError(
+                    CliMessage(cli_text::kOptionTakesNoValue, "option %1 takes no value", {shown}));
             }
             m_values[spec->longName] = "";
             continue;
         }
         if (!inlineValue) {
             if (i + 1 >= arguments.size()) {
-                throw UsageError("option " + shown + " needs a value");
+                throw UsageError(
+                    CliMessage(cli_text::kOptionNeedsValue, "option %1 needs a value", {shown}));
             }
             inlineValue = arguments[++i];
         }
@@ -91,7 +95,7 @@ std::optional<std::string> Args::Value(const std::string& longName) const {
 std::string Args::Required(const std::string& longName) const {
     auto value = Value(longName);
     if (!value) {
-        throw UsageError("missing option --" + longName);
+        throw UsageError(CliMessage(cli_text::kMissingOption, "missing option --%1", {longName}));
     }
     return *value;
 }
@@ -102,7 +106,9 @@ int ParseIntOption(const std::string& text, const std::string& optionName) {
     const long value = std::strtol(text.c_str(), &end, 10);
     if (text.empty() || end == nullptr || *end != '\0' || errno != 0 || value < -32768 ||
         value > 32767) {
-        throw UsageError("option --" + optionName + " needs a whole number, not '" + text + "'");
+        throw UsageError(CliMessage(cli_text::kOptionNeedsWholeNumber,
+                                    "option --%1 needs a whole number, not '%2'",
+                                    {optionName, text}));
     }
     return static_cast<int>(value);
 }

@@ -36,7 +36,8 @@ Criterion ReadCriterion(const Args& args) {
     Criterion criterion;
     criterion.kind = ParseIntOption(args.Required("kind"), "kind");
     if (criterion.kind < 0 || criterion.kind > 5) {
-        throw UsageError("option --kind takes 0 to 5, not " + std::to_string(criterion.kind));
+        throw UsageError(CliMessage(cli_text::kKindOutOfRange, "option --kind takes 0 to 5, not %1",
+                                    {std::to_string(criterion.kind)}));
     }
     criterion.a = criterion::ParseNumberText(args.Value("a").value_or(""), criterion::kDefaultA);
     criterion.b = criterion::ParseNumberText(args.Value("b").value_or(""), criterion::kDefaultBCD);
@@ -61,13 +62,16 @@ bool CheckOrder(const Criterion& c) {
 int RunScript(const std::vector<std::string>& arguments) {
     const Args args(arguments, kParameterOptions);
     if (!args.Positionals().empty()) {
-        throw UsageError("unexpected argument '" + args.Positionals().front() + "'");
+        throw UsageError(CliMessage(cli_text::kUnexpectedArgument, "unexpected argument '%1'",
+                                    {args.Positionals().front()}));
     }
-    const std::string field = args.Required("field");
+    // Parameters out of order are refused before the field is asked for, as the refusal does
+    // not depend on it.
     const Criterion c = ReadCriterion(args);
     if (!CheckOrder(c)) {
         return kExitRefused;
     }
+    const std::string field = args.Required("field");
     if (const auto script = criterion::BuildPreExpression(c.kind, field, c.a, c.b, c.c, c.d)) {
         std::cout << *script << std::flush;
     }
@@ -87,7 +91,7 @@ int RunMembership(const std::vector<std::string>& arguments) {
             value = util::ParseDecimal(text, ',');
         }
         if (!value) {
-            throw UsageError("not a number: '" + text + "'");
+            throw UsageError(CliMessage(cli_text::kNotANumber, "not a number: '%1'", {text}));
         }
         try {
             if (!degree) {

@@ -17,6 +17,10 @@ struct Subcommand {
 // Each subcommand's file defines one of these.
 const Subcommand& ScriptCommand();
 const Subcommand& MembershipCommand();
+const Subcommand& RunCommand();
+const Subcommand& FzyCommand();
+const Subcommand& MetaCommand();
+const Subcommand& StatsCommand();
 const Subcommand& RegisterCommand();
 
 } // namespace quorel::cli

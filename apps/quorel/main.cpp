@@ -1,4 +1,5 @@
 #include "apps/quorel/Args.h"
+#include "apps/quorel/CliTexts.h"
 #include "apps/quorel/Subcommand.h"
 
 #include "quorel/Version.h"
@@ -6,37 +7,86 @@
 
 #include <exception>
 #include <iostream>
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace {
 
+using quorel::cli::CliMessage;
 using quorel::cli::Subcommand;
+namespace cli_text = quorel::cli::cli_text;
 
 std::vector<const Subcommand*> AllCommands() {
     return {
-        &quorel::cli::ScriptCommand(),
-        &quorel::cli::MembershipCommand(),
+        &quorel::cli::ScriptCommand(),   &quorel::cli::MembershipCommand(),
+        &quorel::cli::RunCommand(),      &quorel::cli::FzyCommand(),
+        &quorel::cli::MetaCommand(),     &quorel::cli::StatsCommand(),
         &quorel::cli::RegisterCommand(),
     };
 }
 
 void PrintUsage(std::ostream& out) {
-    out << "Usage: quorel [--version] [--help] COMMAND [ARGS...]\n\n"
-           "Turns a numeric attribute of a polygon shapefile into a fuzzy classification "
-           "criterion.\n\nCommands:\n";
+    out << CliMessage(cli_text::kUsage,
+                      "Usage: quorel [--version] [--help] [--lang CODE] COMMAND [ARGS...]")
+        << "\n\n"
+        << CliMessage(cli_text::kPurpose, "Turns a numeric attribute of a polygon shapefile into "
+                                          "a fuzzy classification criterion.")
+        << "\n\n"
+        << CliMessage(cli_text::kCommands, "Commands:") << "\n";
     for (const Subcommand* command : AllCommands()) {
         std::string name = command->name;
         name.resize(std::max<std::size_t>(name.size(), 12), ' ');
         out << "  " << name << " " << command->summary << "\n";
     }
-    out << "\nRun 'quorel COMMAND --help' for a command's options.\n";
+    out << "\n"
+        << CliMessage(cli_text::kCommandHelp,
+                      "Run 'quorel COMMAND --help' for a command's options.")
+        << "\n";
+}
+
+// Takes the global option --lang CODE (or --lang=CODE) out of the arguments, wherever it stands
+// before "--", and returns its code.
+std::optional<std::string> TakeLanguageOption(std::vector<std::string>& arguments) {
+    std::optional<std::string> code;
+    for (std::size_t i = 0; i < arguments.size();) {
+        const std::string& arg = arguments[i];
+        if (arg == "--") {
+            break;
+        }
+        if (arg == "--lang") {
+            if (i + 1 >= arguments.size()) {
+                throw quorel::cli::UsageError(CliMessage(cli_text::kLanguageNeedsCode,
+                                                         "option --lang needs a language code"));
+            }
+            code = arguments[i + 1];
+            arguments.erase(arguments.begin() + static_cast<std::ptrdiff_t>(i),
+                            arguments.begin() + static_cast<std::ptrdiff_t>(i) + 2);
+        } else if (arg.rfind("--lang=", 0) == 0) {
+            code = arg.substr(7);
+            arguments.erase(arguments.begin() + static_cast<std::ptrdiff_t>(i));
+        } else {
+            ++i;
+        }
+    }
+    return code;
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
     std::vector<std::string> arguments(argv + 1, argv + argc);
+    try {
+        if (const auto code = TakeLanguageOption(arguments)) {
+            quorel::cli::SwitchCliLanguage(*code);
+            if (arguments.empty()) {
+                return 0; // "quorel --lang en" only switches and remembers
+            }
+        }
+    } catch (const quorel::cli::UsageError& e) {
+        std::cerr << "quorel: " << e.what() << "\n";
+        return quorel::cli::kExitUsage;
+    }
     if (arguments.empty()) {
         PrintUsage(std::cerr);
         return quorel::cli::kExitUsage;
@@ -70,14 +120,19 @@ int main(int argc, char** argv) {
             std::cerr << "quorel " << command->name << ": " << e.what() << "\n";
             return quorel::cli::kExitUsage;
         } catch (const quorel::Error& e) {
-            std::cerr << "quorel " << command->name << ": error " << e.Number() << ": "
-                      << e.Description() << "\n";
+            std::cerr << "quorel " << command->name << ": "
+                      << CliMessage(cli_text::kError, "error %1: %2",
+                                    {std::to_string(e.Number()), e.Description()})
+                      << "\n";
             return 1;
         } catch (const std::exception& e) {
             std::cerr << "quorel " << command->name << ": " << e.what() << "\n";
             return 1;
         }
     }
-    std::cerr << "quorel: unknown command '" << first << "' (see quorel --help)\n";
+    std::cerr << "quorel: "
+              << CliMessage(cli_text::kUnknownCommand, "unknown command '%1' (see quorel --help)",
+                            {first})
+              << "\n";
     return quorel::cli::kExitUsage;
 }

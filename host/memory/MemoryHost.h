@@ -107,7 +107,7 @@ public:
 
     std::int32_t ShapeType() const override { return m_shapeType; }
     std::string AliasName() const override { return m_name; }
-    std::shared_ptr<IWorkspace> Workspace() const override { return m_workspace; }
+    std::shared_ptr<IWorkspace> Workspace() const override { return m_workspace.lock(); }
     std::shared_ptr<IFields> Fields() const override { return m_fields; }
     std::int32_t FindField(const std::string& name) const override;
     // Adds a copy of the field; every row gets Null. An existing name throws.
@@ -127,7 +127,8 @@ private:
     MemoryFeatureClass(std::shared_ptr<MemoryWorkspace> workspace, std::string name,
                        std::int32_t shapeType);
 
-    std::shared_ptr<MemoryWorkspace> m_workspace;
+    // The workspace owns its classes; a class only refers back to it.
+    std::weak_ptr<MemoryWorkspace> m_workspace;
     std::string m_name;
     std::int32_t m_shapeType;
     std::shared_ptr<MemoryFields> m_fields = std::make_shared<MemoryFields>();

@@ -41,8 +41,12 @@ public:
     const std::vector<std::string>& FieldNames() const;
 
     // Evaluates the script once per feature of the batch: inputs[k] holds the values of
-    // FieldNames()[k]; output receives the expression's value per feature (Null where the
-    // value is Null or Empty). Division by zero throws quorel::Error 11 "Division by zero".
+    // FieldNames()[k] (all of the same size; a NaN value counts as Null); output is resized and
+    // receives the expression's value per feature (Null where the value is Null or Empty).
+    // Without fields, output.size() on entry gives the number of features.
+    // A failing feature stops the batch with the error the first failing feature raises:
+    // quorel::Error 11 "Division by zero", 6 "Overflow" (also 0/0), 5 "Invalid procedure call
+    // or argument". Thread-safe: each call works in its own storage.
     void Evaluate(const std::vector<const Column*>& inputs, Column& output) const;
 
 private:

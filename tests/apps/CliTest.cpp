@@ -75,7 +75,8 @@ TEST_P(CliUsageTest, exitsWithUsageStatusAndOneLine) {
 INSTANTIATE_TEST_SUITE_P(
     Errors, CliUsageTest,
     ::testing::Values(std::vector<std::string>{"frobnicate"},
-                      std::vector<std::string>{"script", "--kind", "2"},
+                      std::vector<std::string>{"script", "--kind", "2", "-a", "0", "-b", "1", "-c",
+                                               "2"},
                       std::vector<std::string>{"script", "--kind", "x", "--field", "F"},
                       std::vector<std::string>{"script", "--kind", "9", "--field", "F"},
                       std::vector<std::string>{"membership", "--kind", "1", "-z", "3"},

@@ -120,6 +120,7 @@ protected:
                     testing::UnitTest::GetInstance()->current_test_info()->name());
         fs::remove_all(m_folder);
         fs::create_directories(m_folder);
+        m_io.SetDecimalMark('.');
     }
     void TearDown() override { fs::remove_all(m_folder); }
 

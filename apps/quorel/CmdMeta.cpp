@@ -1,0 +1,103 @@
+#include "apps/quorel/Args.h"
+#include "apps/quorel/CliTexts.h"
+#include "apps/quorel/Subcommand.h"
+
+#include "fzy/IO_fzyext.h"
+#include "util/Error.h"
+#include "util/MessageUi.h"
+#include "util/TextSource.h"
+
+#include <iostream>
+
+namespace quorel::cli {
+namespace {
+
+// The metadata window, as text on standard output.
+class ConsoleInfoWindow final : public fzy::IInfoWindow {
+public:
+    void ShowModal(const std::string& text) override {
+        std::string shown;
+        for (std::size_t i = 0; i < text.size(); ++i) {
+            if (!(text[i] == '\r' && i + 1 < text.size() && text[i + 1] == '\n')) {
+                shown += text[i];
+            }
+        }
+        std::cout << shown << "\n";
+    }
+};
+
+// Boxes on standard error; remembers whether any was shown, for the exit status.
+class CountingMessageUi final : public util::IMessageUi {
+public:
+    void MessageBox(const std::string& text, util::MessageIcon icon,
+                    const std::optional<std::string>& title = std::nullopt) override {
+        ++boxes;
+        std::cout.flush();
+        m_console.MessageBox(text, icon, title);
+    }
+    void Beep() override { m_console.Beep(); }
+    void SetBusy(bool busy) override { m_console.SetBusy(busy); }
+    int boxes = 0;
+
+private:
+    util::ConsoleMessageUi m_console;
+};
+
+int RunMeta(const std::vector<std::string>& arguments) {
+    const Args args(arguments, {});
+    if (args.Positionals().size() != 2) {
+        throw UsageError("expected SHAPEFILE FIELD");
+    }
+    const std::string& shapefile = args.Positionals()[0];
+    const std::string& field = args.Positionals()[1];
+    const auto slash = shapefile.rfind('/');
+    const std::string folder = slash == std::string::npos ? "." : shapefile.substr(0, slash);
+    std::string layerName = slash == std::string::npos ? shapefile : shapefile.substr(slash + 1);
+
+    CountingMessageUi ui;
+    ConsoleInfoWindow window;
+    // The metadata button's operations never reach the host: none is needed.
+    fzy::IO_fzyext io(ui, CliTexts(), window);
+
+    // As the metadata button does, with the shapefile as the chosen layer.
+    int step = 0;
+    try {
+        step = 1;
+        io.fzy_io_open(folder, layerName);
+        step = 2;
+        const std::string& text = field;
+        step = 3;
+        const bool foundNumber = io.fzy_io_numberinfo(text);
+        step = 4;
+        const bool foundRecord = io.fzy_io_recordinfo(text, "");
+        step = 5;
+        if (!foundNumber && !foundRecord) {
+            io.SetInfoText(CliTexts().ResourceString(153));
+        }
+        io.fzy_io_showinfo();
+        io.fzy_io_close();
+    } catch (const Error& error) {
+        ui.MessageBox(std::to_string(error.Number()) + "  " + error.Description() +
+                          " Sum_table Debug=" + std::to_string(step),
+                      util::MessageIcon::None);
+    }
+    return ui.boxes == 0 ? 0 : 1;
+}
+
+} // namespace
+
+const Subcommand& MetaCommand() {
+    static const Subcommand command{
+        "meta", "Show what the metadata file records about a field",
+        "Usage: quorel meta SHAPEFILE FIELD\n\n"
+        "Shows what the metadata window would show for FIELD, as the dialog's metadata button\n"
+        "does with SHAPEFILE as the chosen layer: the description of the last number entry of\n"
+        "that output field, or of its record entry, or text 153 when nothing is recorded.\n"
+        "Like the button, it creates an empty metadata file beside the shapefile when there is\n"
+        "none. Only the .fzy file is read; the shapefile itself need not exist. Texts by id are\n"
+        "empty until the text database is loaded. Exit status 1 when an error was reported.\n",
+        RunMeta};
+    return command;
+}
+
+} // namespace quorel::cli

@@ -1,0 +1,235 @@
+#include "criterion/RunCriterion.h"
+
+#include "criterion/Parameters.h"
+#include "criterion/Script.h"
+#include "errors/ErrorLog.h"
+#include "fzy/IO_fzyext.h"
+#include "util/Error.h"
+#include "util/MessageUi.h"
+#include "util/TextSource.h"
+
+#include <exception>
+
+namespace quorel::criterion {
+namespace {
+
+constexpr const char* kFormName = "frm_back";
+constexpr const char* kProcedureName = "cmd_go_Click";
+constexpr std::size_t kMaxFieldNameLength = 10;
+
+// Names are cut by characters, not bytes.
+std::size_t CharacterCount(const std::string& text) {
+    std::size_t count = 0;
+    for (const char c : text) {
+        if ((static_cast<unsigned char>(c) & 0xC0) != 0x80) {
+            ++count;
+        }
+    }
+    return count;
+}
+
+std::string FirstCharacters(const std::string& text, std::size_t count) {
+    std::size_t seen = 0;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if ((static_cast<unsigned char>(text[i]) & 0xC0) != 0x80) {
+            if (seen == count) {
+                return text.substr(0, i);
+            }
+            ++seen;
+        }
+    }
+    return text;
+}
+
+bool TableHasField(const host::IFields& fields, const std::string& name) {
+    for (std::int32_t i = 0; i < fields.FieldCount(); ++i) {
+        if (fields.Field(i)->Name() == name) {
+            return true;
+        }
+    }
+    return false;
+}
+
+} // namespace
+
+std::string MakeOutputFieldName(const std::string& typed, const host::IFields& fields) {
+    if (CharacterCount(typed) <= kMaxFieldNameLength) {
+        return typed;
+    }
+    std::string candidate = FirstCharacters(typed, kMaxFieldNameLength);
+    int counter = 0;
+    while (TableHasField(fields, candidate)) {
+        ++counter;
+        const std::string digits = std::to_string(counter);
+        candidate = FirstCharacters(candidate, kMaxFieldNameLength - digits.size()) + digits;
+    }
+    return candidate;
+}
+
+RunOutcome CriterionRun::RunCriterion() {
+    m_step = 1;
+    if (m_dialog.FieldListIndex() == -1) {
+        m_ui.MessageBox(m_texts.ResourceString(kTextNoFieldSelected), util::MessageIcon::Critical);
+        return RunOutcome::Refused;
+    }
+    const int kind = m_state.kind;
+    double a = ParseNumberText(m_dialog.ParameterText(0), kDefaultA);
+    double b = ParseNumberText(m_dialog.ParameterText(1), kDefaultBCD);
+    double c = ParseNumberText(m_dialog.ParameterText(2), kDefaultBCD);
+    double d = ParseNumberText(m_dialog.ParameterText(3), kDefaultBCD);
+    CompleteParameters(kind, a, b, c, d);
+    if (!CheckParameterOrder(a, b, c, d)) {
+        m_ui.MessageBox(ParameterOrderMessage(m_texts, a, b, c, d), util::MessageIcon::Critical);
+        return RunOutcome::Refused;
+    }
+
+    bool busy = false;
+    bool fzyOpen = false;
+    // The normal pointer and the closed metadata file, however the run ends.
+    auto tidyUp = [&] {
+        if (fzyOpen) {
+            fzyOpen = false;
+            try {
+                m_fzy.fzy_io_close();
+            } catch (...) {
+                // closing is best effort; the error being reported matters more
+            }
+        }
+        if (busy) {
+            busy = false;
+            m_ui.SetBusy(false);
+        }
+    };
+
+    std::shared_ptr<host::IMxDocument> document;
+    std::shared_ptr<host::IMap> map;
+    std::shared_ptr<host::IFeatureLayer> layer;
+    std::shared_ptr<host::IFeatureClass> featureClass;
+    std::shared_ptr<host::IEditor> editor;
+    std::shared_ptr<host::IFields> fields;
+    std::shared_ptr<host::IFieldEdit> newField;
+    std::shared_ptr<host::ICalculator> calculator;
+    std::shared_ptr<host::ICursor> cursor;
+    std::shared_ptr<host::IStatusBar> statusBar;
+    try {
+        m_ui.SetBusy(true);
+        busy = true;
+        m_step = 101;
+
+        m_fzy.fzy_io_open(m_state.g_layer_path, m_state.g_layer_name);
+        fzyOpen = true;
+        m_fzy.fzy_io_valid(m_state.g_layer_name, m_state.g_layer_path);
+
+        if (!m_state.g_app) {
+            throw Error(error_number::kObjectRequired, kProcedureName,
+                        "Object required: no host application");
+        }
+        document = m_state.g_app->Document();
+        map = document->FocusMap();
+        layer = std::dynamic_pointer_cast<host::IFeatureLayer>(map->Layer(m_state.g_layer_index));
+        if (!layer) {
+            throw Error(error_number::kTypeMismatch, kProcedureName,
+                        "Type mismatch: the layer at position " +
+                            std::to_string(m_state.g_layer_index) + " is not a feature layer");
+        }
+        m_step = 102;
+        featureClass = layer->FeatureClass();
+        m_step = 2;
+        editor = std::dynamic_pointer_cast<host::IEditor>(
+            m_state.g_app->FindExtensionByCLSID(host::UID{host::kEditorExtensionId}));
+        if (!editor) {
+            throw Error(error_number::kObjectRequired, kProcedureName,
+                        "Object required: the host has no editor extension");
+        }
+        if (editor->EditState() == host::kEditStateEditing) {
+            tidyUp();
+            m_ui.MessageBox(m_texts.ResourceString(kTextEditing), util::MessageIcon::Critical);
+            return RunOutcome::Refused;
+        }
+        m_step = 3;
+        m_step = 4;
+
+        fields = featureClass->Fields();
+        const std::string selected = m_dialog.FieldListText();
+        const std::int32_t sourceIndex = featureClass->FindField(selected);
+        m_step = 41;
+        if (sourceIndex < 0) {
+            throw Error(error_number::kHostFailure, kProcedureName, "Field not found: " + selected);
+        }
+        const std::string sourceName = fields->Field(sourceIndex)->Name();
+        m_step = 42;
+        const std::string outputName = MakeOutputFieldName(m_dialog.NewNameText(), *fields);
+
+        newField = m_state.g_app->Factory().NewField();
+        newField->SetName(outputName);
+        newField->SetType(host::kFieldTypeDouble);
+        newField->SetAliasName(outputName);
+        featureClass->AddField(*newField);
+        m_step = 6;
+        m_step = 7;
+
+        calculator = m_state.g_app->Factory().NewCalculator();
+        m_step = 71;
+        cursor = featureClass->Search(true);
+        m_step = 8;
+
+        statusBar = m_state.g_app->StatusBar();
+        statusBar->Message(0, m_texts.ResourceString(kTextComputing));
+        calculator->SetCursor(cursor);
+        if (const auto script = BuildPreExpression(kind, sourceName, a, b, c, d)) {
+            calculator->SetPreExpression(*script);
+        }
+        calculator->SetExpression(kCalculatorExpression);
+        calculator->SetField(outputName);
+        calculator->Calculate();
+        statusBar->Message(0, "");
+
+        m_fzy.fzy_io_writenumber(outputName, outputName, static_cast<std::int16_t>(kind), a, b, c,
+                                 d, m_state.g_layer_path, m_state.g_layer_name);
+        fzyOpen = false;
+        m_fzy.fzy_io_close();
+
+        m_dialog.ClearFieldList();
+        fields = featureClass->Fields();
+        for (std::int32_t i = 0; i < fields->FieldCount(); ++i) {
+            m_step = 10;
+            const auto field = fields->Field(i);
+            if (field->Type() < host::kFieldTypeString) {
+                m_dialog.AddFieldListItem(field->Name());
+            }
+        }
+    } catch (const std::exception& caught) {
+        tidyUp();
+        const auto* error = dynamic_cast<const Error*>(&caught);
+        const Error reported =
+            error ? *error : Error(error_number::kHostFailure, kProcedureName, caught.what());
+        m_log.ReportError(reported, kFormName, kProcedureName, true, 0,
+                          "Debug=" + std::to_string(m_step), true);
+        return RunOutcome::Failed;
+    }
+
+    // Let go of the host objects in turn, as the component released its references.
+    int step = 11;
+    auto release = [&](auto& object) {
+        m_step = step++;
+        object.reset();
+    };
+    release(cursor);
+    release(calculator);
+    release(newField);
+    release(fields);
+    release(editor);
+    release(featureClass);
+    release(layer);
+    release(map);
+    release(document);
+    release(statusBar);
+    tidyUp();
+    m_ui.MessageBox(m_texts.ResourceString(kTextRunDone), util::MessageIcon::None);
+    // Nothing is pending here: the report shows nothing.
+    m_log.ReportError(Error(0, "", ""), kFormName, kProcedureName, true, 0,
+                      "Debug=" + std::to_string(m_step), true);
+    return RunOutcome::Done;
+}
+
+} // namespace quorel::criterion

@@ -1,0 +1,90 @@
+#pragma once
+
+// The criterion run: what "Calculer" does. It adds a double field to the chosen layer's table,
+// has the host's field calculator fill it with the degrees of the chosen criterion, records the
+// criterion in the shapefile's metadata file and lists the table's numeric fields again.
+
+#include "host/api/Host.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace quorel::util {
+class IMessageUi;
+class ITextSource;
+} // namespace quorel::util
+namespace quorel::errors {
+class ErrorLog;
+}
+namespace quorel::fzy {
+class IO_fzyext;
+}
+
+namespace quorel::criterion {
+
+// The component-wide state the run reads: the host application and the chosen layer (set when
+// the user picks a layer), and the kind (set by the shape buttons). One object per loaded
+// component; tests make their own.
+struct ComponentState {
+    std::shared_ptr<host::IApplication> g_app;
+    std::string g_layer_name;
+    std::string g_layer_path;
+    std::int32_t g_layer_index = 0;
+    std::int16_t kind = 0; // a FuzzyNumberKind
+};
+
+// The definition dialog's controls that the run reads and refills; the Qt dialog implements
+// it, tests and the command line use plain implementations.
+class IRunDialog {
+public:
+    virtual ~IRunDialog() = default;
+    // Lst_fields: the selected entry's index (-1 for none) and text.
+    virtual std::int32_t FieldListIndex() const = 0;
+    virtual std::string FieldListText() const = 0;
+    virtual void ClearFieldList() = 0;
+    virtual void AddFieldListItem(const std::string& name) = 0;
+    // Txt_val_a to Txt_val_d, box 0 to 3.
+    virtual std::string ParameterText(int box) const = 0;
+    // Txt_new_name.
+    virtual std::string NewNameText() const = 0;
+};
+
+// Text ids of the run's messages.
+inline constexpr std::int16_t kTextNoFieldSelected = 131;
+inline constexpr std::int16_t kTextEditing = 133;
+inline constexpr std::int16_t kTextComputing = 134;
+inline constexpr std::int16_t kTextRunDone = 162;
+
+// How a run ended: message 162 reached, refused by a check (131, 132, 133), or a reported error.
+enum class RunOutcome { Done, Refused, Failed };
+
+// The output field's name: a name of at most 10 characters as typed; a longer one cut to 10
+// and, while a field of the table bears it (exact comparison), numbered: the first 9 characters
+// and the counter, from the tenth candidate on the first 8 and two digits, so that the name
+// always fits a shapefile's 10 characters.
+std::string MakeOutputFieldName(const std::string& typed, const host::IFields& fields);
+
+class CriterionRun {
+public:
+    CriterionRun(ComponentState& state, IRunDialog& dialog, util::IMessageUi& ui,
+                 const util::ITextSource& texts, fzy::IO_fzyext& fzy, errors::ErrorLog& log)
+        : m_state(state), m_dialog(dialog), m_ui(ui), m_texts(texts), m_fzy(fzy), m_log(log) {}
+
+    // The click of cmd_go. Reports its own failures (ReportError, "cmd_go_Click").
+    RunOutcome RunCriterion();
+
+    // The step marker where the last run ended.
+    int StepMarker() const { return m_step; }
+
+private:
+    ComponentState& m_state;
+    IRunDialog& m_dialog;
+    util::IMessageUi& m_ui;
+    const util::ITextSource& m_texts;
+    fzy::IO_fzyext& m_fzy;
+    errors::ErrorLog& m_log;
+    int m_step = 0;
+};
+
+} // namespace quorel::criterion

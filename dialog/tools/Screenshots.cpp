@@ -1,0 +1,139 @@
+// Writes the component's pictures and a screenshot of each window, in French and in English,
+// to the folder given as the only argument: the definition dialog with a shape chosen and a
+// field selected, the statistics window and the metadata window. Runs on the offscreen
+// platform over a sample shapefile made on the spot.
+
+#include "dialog/DialogSession.h"
+#include "dialog/Pictures.h"
+#include "dialog/frm_back.h"
+#include "host/gdal/Application.h"
+#include "lang/SettingsStore.h"
+#include "tools/sample/SampleData.h"
+#include "util/ListControl.h"
+#include "util/MessageUi.h"
+
+#include <QApplication>
+#include <QDir>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QPainter>
+#include <QString>
+#include <QTemporaryDir>
+#include <QTimer>
+
+#include <cstdlib>
+#include <iostream>
+
+namespace {
+
+using quorel::dialog::LoadResPicture;
+
+// All pictures on one sheet, the small ones enlarged three times pixel for pixel, so that a
+// reviewer sees every pixel of the button faces.
+void WriteSheet(const QString& path) {
+    QImage sheet(5 * 190 + 10, 200 + 2 * 197 + 10, QImage::Format_RGB32);
+    sheet.fill(QColor(236, 236, 236));
+    QPainter painter(&sheet);
+    for (int k = 0; k < 5; ++k) {
+        const QPixmap face = LoadResPicture(101 + k);
+        painter.drawPixmap(10 + k * 190, 10, face.scaled(180, 180));
+    }
+    for (int k = 0; k < 5; ++k) {
+        painter.drawPixmap(10 + (k % 3) * 290, 200 + (k / 3) * 197, LoadResPicture(106 + k));
+    }
+    const QPixmap command = quorel::dialog::CommandPicture();
+    painter.drawPixmap(10 + 2 * 290, 200 + 197, command.scaled(command.size() * 3));
+    painter.end();
+    sheet.save(path);
+}
+
+void WritePictures(const QDir& folder) {
+    for (int id = 101; id <= 110; ++id) {
+        LoadResPicture(id).save(folder.filePath(QStringLiteral("bitmap%1.png").arg(id)));
+    }
+    quorel::dialog::CommandPicture().save(folder.filePath(QStringLiteral("frm_ress.png")));
+    WriteSheet(folder.filePath(QStringLiteral("pictures-zoomed.png")));
+}
+
+// The next modal window that opens is saved to path and closed.
+void GrabNextModal(const QString& path) {
+    QTimer::singleShot(150, [path] {
+        if (QWidget* window = QApplication::activeModalWidget()) {
+            window->grab().save(path);
+            window->close();
+        } else {
+            std::cerr << "no window to grab for " << path.toStdString() << "\n";
+        }
+    });
+}
+
+void SelectRow(QListWidget& list, const QString& text) {
+    const auto items = list.findItems(text, Qt::MatchExactly);
+    if (!items.isEmpty()) {
+        list.setCurrentItem(items.front());
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    if (argc != 2) {
+        std::cerr << "usage: quorel_dialog_screenshots FOLDER\n";
+        return 64;
+    }
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    QApplication application(argc, argv);
+    const QDir folder(QString::fromLocal8Bit(argv[1]));
+    QTemporaryDir scratch;
+    if (!folder.mkpath(QStringLiteral(".")) || !scratch.isValid()) {
+        std::cerr << "cannot create " << argv[1] << " or a scratch folder\n";
+        return 1;
+    }
+    WritePictures(folder);
+
+    const std::string data = scratch.path().toStdString();
+    quorel::tools::WriteSampleShapefile(data + "/parcels.shp", 64);
+    quorel::lang::IniSettingsStore settings(data);
+    quorel::util::RecordingMessageUi ui;
+    quorel::dialog::DialogSession session(ui, settings, QUOREL_TEXT_DB_FOLDER,
+                                          {data, "quorel", "10.3.2"});
+    const auto app = std::make_shared<quorel::host::gdal::Application>();
+    app->AddShapefileLayer(data + "/parcels.shp");
+    session.SetApplication(app);
+
+    // A recorded criterion, so that the metadata window has something to show.
+    std::string layerName = "parcels";
+    session.fzy.fzy_io_open(data, layerName);
+    session.fzy.fzy_io_writenumber("SLOPE", "SLOPE", 5, 2, 5, 10, 15, data, "parcels");
+    session.fzy.fzy_io_close();
+
+    quorel::dialog::frm_back dialog(session.context);
+    dialog.Form_Load();
+    dialog.show();
+    for (const char* language : {"fr", "en"}) {
+        quorel::util::SelectListItem(dialog.LanguageList(), language);
+        SelectRow(*dialog.Lst_shapes, QStringLiteral("parcels"));
+        dialog.Lst_shapes_MouseUp();
+        SelectRow(*dialog.Lst_fields, QStringLiteral("SLOPE"));
+        dialog.Lst_fields_MouseUp();
+        dialog.SelectKind(5);
+        dialog.ShowKindExplanation(5);
+        dialog.Txt_val_a->setText(QStringLiteral("2"));
+        dialog.Txt_val_b->setText(QStringLiteral("5"));
+        dialog.Txt_val_c->setText(QStringLiteral("10"));
+        dialog.Txt_val_d->setText(QStringLiteral("15"));
+        QApplication::processEvents();
+        const QString suffix = QStringLiteral("_%1.png").arg(QLatin1String(language));
+        dialog.grab().save(folder.filePath(QStringLiteral("frm_back") + suffix));
+
+        GrabNextModal(folder.filePath(QStringLiteral("Statistiques") + suffix));
+        dialog.cmdStats_Click();
+        GrabNextModal(folder.filePath(QStringLiteral("frm_display_fzy") + suffix));
+        dialog.sum_table_Click();
+        session.state.g_layer_name = "parcels";
+    }
+    for (const auto& box : ui.boxes) {
+        std::cerr << "message: " << box.text << "\n";
+    }
+    return EXIT_SUCCESS;
+}

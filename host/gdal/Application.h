@@ -1,0 +1,163 @@
+#pragma once
+
+// The host application over shapefiles: documents with maps and layers, the editor extension,
+// a status bar, and the factory of host objects (fields, calculator, data statistics,
+// workspace factory, feature layers).
+
+#include "host/api/Host.h"
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace quorel::host::gdal {
+
+class StatusBar final : public IStatusBar {
+public:
+    using MessageListener = std::function<void(std::int32_t pane, const std::string& text)>;
+    using ProgressListener = std::function<void(double fraction)>;
+
+    void Message(std::int32_t pane, const std::string& text) override;
+    std::string MessageText(std::int32_t pane) const override;
+    void Progress(double fraction) override;
+
+    double CurrentProgress() const { return m_progress; }
+    // Lets a front end (the command line, a window) show what the status bar shows.
+    void SetMessageListener(MessageListener listener) { m_messageListener = std::move(listener); }
+    void SetProgressListener(ProgressListener listener) {
+        m_progressListener = std::move(listener);
+    }
+
+private:
+    std::vector<std::string> m_panes;
+    double m_progress = -1;
+    MessageListener m_messageListener;
+    ProgressListener m_progressListener;
+};
+
+// The editor extension, registered as "esriEditor.Editor". The host application (or a test)
+// starts and stops editing.
+class Editor final : public IEditor {
+public:
+    std::string Name() const override { return "Editor"; }
+    std::int32_t EditState() const override { return m_state; }
+    void SetEditState(std::int32_t state) { m_state = state; }
+
+private:
+    std::int32_t m_state = kEditStateNotEditing;
+};
+
+class FeatureLayer final : public IFeatureLayer {
+public:
+    std::string Name() const override { return m_name; }
+    void SetName(const std::string& name) override { m_name = name; }
+    std::shared_ptr<IFeatureClass> FeatureClass() const override { return m_featureClass; }
+    void SetFeatureClass(std::shared_ptr<IFeatureClass> featureClass) override {
+        m_featureClass = std::move(featureClass);
+    }
+    bool Selectable() const override { return m_selectable; }
+    void SetSelectable(bool selectable) override { m_selectable = selectable; }
+    std::shared_ptr<ICursor> Search(bool recycling) override;
+
+private:
+    std::string m_name;
+    std::shared_ptr<IFeatureClass> m_featureClass;
+    bool m_selectable = true;
+};
+
+class GroupLayer final : public IGroupLayer {
+public:
+    std::string Name() const override { return m_name; }
+    void SetName(const std::string& name) override { m_name = name; }
+    std::int32_t Count() const override { return static_cast<std::int32_t>(m_layers.size()); }
+    std::shared_ptr<ILayer> Layer(std::int32_t index) const override;
+    void Add(std::shared_ptr<ILayer> layer) override { m_layers.push_back(std::move(layer)); }
+
+private:
+    std::string m_name;
+    std::vector<std::shared_ptr<ILayer>> m_layers;
+};
+
+class Map final : public IMap {
+public:
+    explicit Map(std::string name = "Layers") : m_name(std::move(name)) {}
+
+    std::string Name() const override { return m_name; }
+    std::int32_t LayerCount() const override { return static_cast<std::int32_t>(m_layers.size()); }
+    std::shared_ptr<ILayer> Layer(std::int32_t index) const override;
+    void AddLayer(std::shared_ptr<ILayer> layer) override;
+    void DeleteLayer(const std::shared_ptr<ILayer>& layer) override;
+    std::unique_ptr<IEnumLayer> Layers(const UID& uid, bool recursive) const override;
+
+private:
+    std::string m_name;
+    std::vector<std::shared_ptr<ILayer>> m_layers;
+};
+
+class MxDocument final : public IMxDocument {
+public:
+    MxDocument();
+
+    std::shared_ptr<IMap> FocusMap() const override { return m_focusMap; }
+    void AddMap(std::shared_ptr<IMap> map) { m_maps.push_back(std::move(map)); }
+    // The map must be one of the document's.
+    void SetFocusMap(std::shared_ptr<IMap> map);
+    const std::vector<std::shared_ptr<IMap>>& Maps() const { return m_maps; }
+
+private:
+    std::vector<std::shared_ptr<IMap>> m_maps;
+    std::shared_ptr<IMap> m_focusMap;
+};
+
+class Application;
+
+class ObjectFactory final : public IObjectFactory {
+public:
+    explicit ObjectFactory(Application& application) : m_application(application) {}
+
+    std::shared_ptr<IFieldEdit> NewField() override;
+    std::shared_ptr<ICalculator> NewCalculator() override;
+    std::shared_ptr<IDataStatistics> NewDataStatistics() override;
+    std::shared_ptr<IWorkspaceFactory> NewShapefileWorkspaceFactory() override;
+    std::shared_ptr<IFeatureLayer> NewFeatureLayer() override;
+
+private:
+    Application& m_application;
+};
+
+// Holds the documents (one active), the status bar and the editor extension.
+class Application final : public IApplication {
+public:
+    Application();
+
+    std::shared_ptr<IMxDocument> Document() const override { return m_document; }
+    std::shared_ptr<IStatusBar> StatusBar() const override { return m_statusBar; }
+    std::shared_ptr<IExtension> FindExtensionByCLSID(const UID& uid) const override;
+    IObjectFactory& Factory() override { return m_factory; }
+
+    // A new document becomes the active one.
+    std::shared_ptr<MxDocument> NewDocument();
+    const std::vector<std::shared_ptr<MxDocument>>& Documents() const { return m_documents; }
+    void SetActiveDocument(std::shared_ptr<MxDocument> document);
+    const std::shared_ptr<Editor>& EditorExtension() const { return m_editor; }
+    const std::shared_ptr<gdal::StatusBar>& Bar() const { return m_statusBar; }
+
+    // Opens folder/baseName.shp and adds it to the focus map as a layer named after it.
+    std::shared_ptr<IFeatureLayer> AddShapefileLayer(const std::string& shpPath);
+
+private:
+    std::vector<std::shared_ptr<MxDocument>> m_documents;
+    std::shared_ptr<MxDocument> m_document;
+    std::shared_ptr<gdal::StatusBar> m_statusBar;
+    std::shared_ptr<Editor> m_editor;
+    ObjectFactory m_factory;
+};
+
+// Interface ids the map's layer enumeration understands.
+inline constexpr const char* kLayerInterfaceId = "{34C20002-4D3C-11D0-92D8-00805F7C28B0}";
+inline constexpr const char* kGroupLayerInterfaceId = "{EDAD6644-1810-11D1-86AE-0000F8751720}";
+// The editor extension's class id, accepted besides its ProgID.
+inline constexpr const char* kEditorClassId = "{F8842F20-BB23-11D0-802B-0000F8037368}";
+
+} // namespace quorel::host::gdal

@@ -1,0 +1,40 @@
+#pragma once
+
+#include "host/api/Host.h"
+
+#include <memory>
+#include <string>
+
+namespace quorel::host::gdal {
+
+// The field calculator over a shapefile: compiles the pre-expression and the expression once,
+// then works through the table in batches of records, reading the referenced columns straight
+// from the .dbf, evaluating the whole batch at once and writing the output column in place (a
+// fixed-width column, so the table stays whole and readable whenever the work stops). Reports
+// the fraction done to the status bar after each batch.
+class Calculator final : public ICalculator {
+public:
+    explicit Calculator(std::shared_ptr<IStatusBar> statusBar)
+        : m_statusBar(std::move(statusBar)) {}
+
+    void SetCursor(std::shared_ptr<ICursor> cursor) override { m_cursor = std::move(cursor); }
+    void SetPreExpression(const std::string& script) override { m_preExpression = script; }
+    void SetExpression(const std::string& expression) override { m_expression = expression; }
+    void SetField(const std::string& fieldName) override { m_field = fieldName; }
+    // Computes the field for every feature from the cursor's position to the end. A failure
+    // of the script (division by zero...) stops the work: the batches done so far stay written.
+    void Calculate() override;
+
+    // Records per batch are about this many bytes' worth (tests use small batches).
+    void SetBatchBytes(std::size_t bytes) { m_batchBytes = bytes; }
+
+private:
+    std::shared_ptr<IStatusBar> m_statusBar;
+    std::shared_ptr<ICursor> m_cursor;
+    std::string m_preExpression;
+    std::string m_expression;
+    std::string m_field;
+    std::size_t m_batchBytes = std::size_t{2} << 20;
+};
+
+} // namespace quorel::host::gdal

@@ -1,0 +1,121 @@
+#pragma once
+
+// A shapefile's attribute table (.dbf, dBASE III layout) read and written directly: GDAL's
+// per-feature path is far too slow for a whole-column calculation, and adding a field must never
+// leave a half-written table behind. The .shp and .shx are never touched here.
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace quorel::host::gdal {
+
+// How the table's texts (field names, character values) are encoded, from the .cpg beside it.
+enum class DbfEncoding { Utf8, Windows1252 };
+
+struct DbfField {
+    std::string name; // UTF-8
+    char type = 'N';  // 'N', 'F', 'C', 'D', 'L'
+    std::uint8_t length = 0;
+    std::uint8_t decimals = 0;
+    std::size_t offset = 0; // byte offset inside a record, after the deletion flag
+
+    bool IsNumeric() const { return type == 'N' || type == 'F'; }
+};
+
+struct DbfHeader {
+    std::uint32_t recordCount = 0;
+    std::uint16_t headerLength = 0;
+    std::uint16_t recordLength = 0;
+    std::vector<DbfField> fields;
+    DbfEncoding encoding = DbfEncoding::Windows1252;
+    std::string rawHeader; // the header bytes as found, for rewriting
+
+    // Index of the field of exactly that name, or nullopt.
+    std::optional<std::size_t> Find(const std::string& name) const;
+};
+
+// Owns one file descriptor.
+class FileHandle {
+public:
+    FileHandle() = default;
+    explicit FileHandle(int fd) : m_fd(fd) {}
+    FileHandle(FileHandle&& other) noexcept : m_fd(other.m_fd) { other.m_fd = -1; }
+    FileHandle& operator=(FileHandle&& other) noexcept;
+    FileHandle(const FileHandle&) = delete;
+    FileHandle& operator=(const FileHandle&) = delete;
+    ~FileHandle();
+
+    int Get() const { return m_fd; }
+
+private:
+    int m_fd = -1;
+};
+
+// Path helpers of a shapefile: "/data/roads.shp" -> "/data/roads.dbf" and so on.
+std::string SiblingPath(const std::string& shpPath, const std::string& extension);
+
+// Reads the encoding from the .cpg beside the .dbf (UTF-8 when it says so, Windows-1252
+// otherwise, as for a table without a .cpg).
+DbfEncoding ReadEncoding(const std::string& dbfPath);
+
+// Reads and checks the header and field descriptors. Throws quorel::Error naming the file when
+// it cannot be opened or is not a dBASE table.
+DbfHeader ReadDbfHeader(const std::string& dbfPath);
+DbfHeader ReadDbfHeader(int fd, const std::string& dbfPath);
+
+// Adds a column to the table, every value null. The new table is written beside the old one,
+// flushed to disk and renamed over it, so that a crash at any moment leaves either table whole.
+void AddDbfField(const std::string& dbfPath, const std::string& name, char type,
+                 std::uint8_t length, std::uint8_t decimals);
+
+// Reading of a field value inside a record (the record's bytes include the deletion flag).
+std::optional<double> ParseDbfNumber(std::string_view text);
+std::string_view FieldBytes(const char* record, const DbfField& field);
+
+// Writes a number into a fixed-width numeric field: as many of the declared decimals as fit,
+// exponent form as the last resort; false when even that does not fit. Null fills the field
+// with '*', as GDAL writes a null number.
+bool FormatDbfNumber(std::optional<double> value, const DbfField& field, char* destination);
+
+// Walks the records in batches of whole records, reading them into one buffer; Write puts the
+// current batch back in place. Memory stays the size of one batch whatever the table's size.
+class DbfBatchFile {
+public:
+    static constexpr std::size_t kDefaultBatchBytes = std::size_t{2} << 20;
+
+    DbfBatchFile(const std::string& dbfPath, bool writable, std::size_t firstRecord = 0,
+                 std::size_t batchBytes = kDefaultBatchBytes);
+
+    const DbfHeader& Header() const { return m_header; }
+    // Loads the next batch; false at the end.
+    bool Next();
+    std::size_t BatchFirstRecord() const { return m_batchFirst; }
+    std::size_t BatchSize() const { return m_batchSize; }
+    char* Record(std::size_t indexInBatch) {
+        return m_buffer.data() + indexInBatch * m_header.recordLength;
+    }
+    static bool IsDeleted(const char* record) { return record[0] == '*'; }
+    void Write();
+
+private:
+    std::string m_path;
+    FileHandle m_file;
+    DbfHeader m_header;
+    std::vector<char> m_buffer;
+    std::size_t m_next = 0;
+    std::size_t m_batchFirst = 0;
+    std::size_t m_batchSize = 0;
+};
+
+// Converts texts between the table's encoding and UTF-8.
+std::string DecodeDbfText(std::string_view bytes, DbfEncoding encoding);
+std::string EncodeDbfText(const std::string& utf8, DbfEncoding encoding);
+
+// "Cannot open PATH: permission denied" with the matching error number.
+[[noreturn]] void ThrowFileError(int errnoValue, const std::string& verb, const std::string& path);
+
+} // namespace quorel::host::gdal

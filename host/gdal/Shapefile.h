@@ -1,0 +1,126 @@
+#pragma once
+
+// Shapefiles as the host's workspaces, feature classes, fields and cursors. GDAL opens the
+// shapefile and tells its geometry type; the attribute table is read and written through
+// DbfTable, so that a field is added and a column filled without touching the geometry.
+
+#include "host/api/Host.h"
+#include "host/gdal/DbfTable.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace quorel::host::gdal {
+
+// The host's field types for a .dbf column: integers by width, numbers with decimals as double.
+std::int32_t HostFieldType(const DbfField& field);
+
+class HostField final : public IFieldEdit {
+public:
+    HostField() = default;
+    HostField(std::string name, std::int32_t type)
+        : m_name(name), m_alias(std::move(name)), m_type(type) {}
+
+    std::string Name() const override { return m_name; }
+    std::string AliasName() const override { return m_alias; }
+    std::int32_t Type() const override { return m_type; }
+    void SetName(const std::string& name) override { m_name = name; }
+    void SetType(std::int32_t type) override { m_type = type; }
+    void SetAliasName(const std::string& alias) override { m_alias = alias; }
+
+private:
+    std::string m_name;
+    std::string m_alias;
+    std::int32_t m_type = kFieldTypeDouble;
+};
+
+// A snapshot of a shapefile's fields: "FID" (object id) and "Shape" (geometry) first, as the
+// host lists them, then the table's columns in order.
+class ShapefileFields final : public IFields {
+public:
+    explicit ShapefileFields(const DbfHeader& header);
+
+    std::int32_t FieldCount() const override;
+    std::shared_ptr<IField> Field(std::int32_t index) const override;
+    std::int32_t FindField(const std::string& name) const override;
+
+    // The table column behind a field index, or -1 for FID and Shape.
+    static std::int32_t ColumnOf(std::int32_t fieldIndex) { return fieldIndex - 2; }
+    static std::int32_t FieldOfColumn(std::size_t column) {
+        return static_cast<std::int32_t>(column) + 2;
+    }
+
+private:
+    std::vector<std::shared_ptr<HostField>> m_fields;
+};
+
+class ShapefileFeatureClass;
+
+// Walks the records of the table in batches; deleted records are skipped.
+class ShapefileCursor final : public ICursor {
+public:
+    ShapefileCursor(std::shared_ptr<const ShapefileFeatureClass> featureClass, bool recycling);
+
+    std::shared_ptr<IRow> NextRow() override;
+    std::shared_ptr<IFields> Fields() const override { return m_fields; }
+
+    const ShapefileFeatureClass& FeatureClass() const { return *m_featureClass; }
+    // Index of the next record the cursor would read; the calculator starts there.
+    std::size_t Position() const { return m_position; }
+    void MoveToEnd() { m_position = m_batch.Header().recordCount; }
+
+private:
+    std::shared_ptr<const ShapefileFeatureClass> m_featureClass;
+    DbfBatchFile m_batch;
+    std::shared_ptr<const DbfHeader> m_header; // shared by the rows
+    std::shared_ptr<IFields> m_fields;
+    bool m_recycling;
+    std::size_t m_position = 0;
+    std::shared_ptr<IRow> m_row;
+};
+
+class ShapefileFeatureClass final : public IFeatureClass,
+                                    public std::enable_shared_from_this<ShapefileFeatureClass> {
+public:
+    // Opens folder/baseName.shp; throws quorel::Error saying why it cannot.
+    ShapefileFeatureClass(const std::string& folder, const std::string& baseName);
+
+    std::int32_t ShapeType() const override { return m_shapeType; }
+    std::string AliasName() const override { return m_baseName; }
+    std::shared_ptr<IWorkspace> Workspace() const override;
+    std::shared_ptr<IFields> Fields() const override;
+    std::int32_t FindField(const std::string& name) const override;
+    void AddField(const IField& field) override;
+    std::shared_ptr<ICursor> Search(bool recycling) override;
+
+    const std::string& ShpPath() const { return m_shpPath; }
+    const std::string& DbfPath() const { return m_dbfPath; }
+
+private:
+    std::string m_folder;
+    std::string m_baseName;
+    std::string m_shpPath;
+    std::string m_dbfPath;
+    std::int32_t m_shapeType = kGeometryNull;
+};
+
+class ShapefileWorkspace final : public IFeatureWorkspace {
+public:
+    explicit ShapefileWorkspace(std::string folder) : m_folder(std::move(folder)) {}
+
+    std::string PathName() const override { return m_folder; }
+    std::shared_ptr<IFeatureClass> OpenFeatureClass(const std::string& name) override;
+
+private:
+    std::string m_folder;
+};
+
+class ShapefileWorkspaceFactory final : public IWorkspaceFactory {
+public:
+    // Opens a folder of shapefiles; throws when it is not a readable folder.
+    std::shared_ptr<IFeatureWorkspace> OpenFromFile(const std::string& path,
+                                                    std::intptr_t window) override;
+};
+
+} // namespace quorel::host::gdal

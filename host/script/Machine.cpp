@@ -1,0 +1,325 @@
+#include "host/script/Machine.h"
+
+#include "host/script/ColumnOps.h"
+#include "host/script/Operations.h"
+#include "util/Error.h"
+
+#include <algorithm>
+
+namespace quorel::host::script {
+
+namespace {
+
+using column::Bits;
+using column::kLanes;
+using column::Vec;
+
+const char* const kSource = "Field calculator script";
+constexpr std::int64_t kAll = -1;
+
+[[noreturn]] void ThrowRuntimeError(int error) {
+    switch (error) {
+    case kDivideByZero:
+        throw Error(error_number::kDivisionByZero, kSource, "Division by zero");
+    case kOverflowError:
+        throw Error(error_number::kOverflow, kSource, "Overflow");
+    default:
+        throw Error(error_number::kInvalidArgument, kSource, "Invalid procedure call or argument");
+    }
+}
+
+bool AnySet(const std::int64_t* mask, std::size_t lanes) {
+    Bits any{};
+    for (std::size_t i = 0; i < lanes; i += kLanes) {
+        any |= column::LoadBits(mask + i);
+    }
+    return (any[0] | any[1]) != 0;
+}
+
+// The error number of the first feature of the mask whose operation fails.
+template <typename Scalar>
+int FirstError(const double* left, const double* right, std::size_t lanes,
+               const std::int64_t* mask) {
+    for (std::size_t i = 0; i < lanes; ++i) {
+        if (mask[i] != 0) {
+            int error = kNoError;
+            Scalar::Apply(left[i], right[i], error);
+            if (error != kNoError) {
+                return error;
+            }
+        }
+    }
+    return kInvalidCall; // not reached: the column form and Apply agree on failures
+}
+
+} // namespace
+
+Machine::Machine(const CompiledScript& script)
+    : m_script(script), m_values(script.slots.size() * kChunk),
+      m_empty(script.slots.size() * kChunk), m_masks(2 * (script.maxDepth + 1) * kChunk),
+      m_noFlags(kChunk, 0), m_allFlags(kChunk, kAll) {
+    for (std::uint32_t slot = 0; slot < script.slots.size(); ++slot) {
+        const Slot& description = script.slots[slot];
+        if (description.kind == SlotKind::kConstant) {
+            std::fill_n(Values(slot), kChunk, description.value);
+        }
+    }
+}
+
+const std::int64_t* Machine::EmptyFlags(std::uint32_t slot) const {
+    const Slot& description = m_script.slots[slot];
+    if (description.kind == SlotKind::kVariable) {
+        return &m_empty[slot * kChunk];
+    }
+    return description.kind == SlotKind::kConstant && description.empty ? m_allFlags.data()
+                                                                        : m_noFlags.data();
+}
+
+template <typename Op>
+int Machine::Vector(const Instruction& instruction, std::size_t lanes, const std::int64_t* mask) {
+    const double* left = Values(instruction.a);
+    const double* right = Values(instruction.b);
+    double* result = Values(instruction.dst); // never an operand's slot
+    Bits failed{};
+    for (std::size_t i = 0; i < lanes; i += kLanes) {
+        Bits fails{};
+        const Vec r = Op::Compute(column::Load(left + i), column::Load(right + i), fails);
+        column::Save(result + i, r);
+        failed |= fails & column::LoadBits(mask + i);
+    }
+    if ((failed[0] | failed[1]) == 0) {
+        return kNoError;
+    }
+    return FirstError<typename Op::Scalar>(left, right, lanes, mask);
+}
+
+template <typename Op>
+int Machine::PerFeature(const Instruction& instruction, std::size_t lanes,
+                        const std::int64_t* mask) {
+    const double* left = Values(instruction.a);
+    const double* right = Values(instruction.b);
+    double* result = Values(instruction.dst);
+    bool failed = false;
+    for (std::size_t i = 0; i < lanes; ++i) {
+        int error = kNoError;
+        result[i] = Op::Apply(left[i], right[i], error);
+        failed |= error != kNoError && mask[i] != 0;
+    }
+    return failed ? FirstError<Op>(left, right, lanes, mask) : kNoError;
+}
+
+void Machine::Store(const Instruction& instruction, std::size_t lanes, std::size_t depth) {
+    const double* source = Values(instruction.a);
+    const std::int64_t* sourceEmpty = EmptyFlags(instruction.a);
+    double* target = Values(instruction.dst);
+    std::int64_t* targetEmpty = Empty(instruction.dst);
+    if (depth == 0) {
+        std::copy_n(source, lanes, target);
+        std::copy_n(sourceEmpty, lanes, targetEmpty);
+        return;
+    }
+    const std::int64_t* mask = CurrentMask(depth);
+    for (std::size_t i = 0; i < lanes; i += kLanes) {
+        const Bits m = column::LoadBits(mask + i);
+        column::Save(target + i,
+                     column::Select(m, column::Load(source + i), column::Load(target + i)));
+        column::SaveBits(targetEmpty + i, (column::LoadBits(sourceEmpty + i) & m) |
+                                              (column::LoadBits(targetEmpty + i) & ~m));
+    }
+}
+
+void Machine::Evaluate(const std::vector<const Column*>& inputs, std::size_t count,
+                       Column& output) {
+    output.resize(count);
+    for (std::size_t offset = 0; offset < count; offset += kChunk) {
+        const std::size_t length = std::min(kChunk, count - offset);
+        if (!Run(inputs, offset, length, false, output)) {
+            for (std::size_t feature = offset; feature < offset + length; ++feature) {
+                Run(inputs, feature, 1, true, output);
+            }
+        }
+    }
+}
+
+bool Machine::Run(const std::vector<const Column*>& inputs, std::size_t offset, std::size_t count,
+                  bool scalar, Column& output) {
+    // Whole vectors; the lanes past the features are outside every mask.
+    const std::size_t lanes = (count + kLanes - 1) / kLanes * kLanes;
+    std::int64_t* top = CurrentMask(0);
+    std::fill_n(top, count, kAll);
+    std::fill(top + count, top + lanes, 0);
+    for (std::uint32_t slot = 0; slot < m_script.slots.size(); ++slot) {
+        const Slot& description = m_script.slots[slot];
+        if (description.kind == SlotKind::kField) {
+            const Column& input = *inputs[description.field];
+            const double* values = input.values.data() + offset;
+            const std::uint8_t* isNull = input.isNull.data() + offset;
+            double* target = Values(slot);
+            const std::size_t whole = count / kLanes * kLanes;
+            for (std::size_t i = 0; i < whole; i += kLanes) {
+                const Bits null{isNull[i] != 0 ? kAll : 0, isNull[i + 1] != 0 ? kAll : 0};
+                column::Save(target + i, column::Select(null, column::Splat(kNullValue),
+                                                        column::Load(values + i)));
+            }
+            for (std::size_t i = whole; i < count; ++i) {
+                target[i] = isNull[i] != 0 ? kNullValue : values[i];
+            }
+            std::fill(target + count, target + lanes, 0.0);
+        }
+    }
+    // Each feature runs the script afresh: every variable starts Empty (only those where it
+    // shows: the others are written whole before any read).
+    for (const std::uint32_t slot : m_script.resetSlots) {
+        std::fill_n(Values(slot), lanes, 0.0);
+        std::fill_n(Empty(slot), lanes, kAll);
+    }
+
+    std::size_t depth = 0;
+    const std::vector<Instruction>& code = m_script.code;
+    std::size_t pc = 0;
+    while (pc < code.size()) {
+        const Instruction& instruction = code[pc];
+        const std::int64_t* mask = CurrentMask(depth);
+        int failed = kNoError;
+        switch (instruction.op) {
+        case OpCode::kAdd:
+            failed = Vector<column::Add>(instruction, lanes, mask);
+            break;
+        case OpCode::kSubtract:
+            failed = Vector<column::Subtract>(instruction, lanes, mask);
+            break;
+        case OpCode::kMultiply:
+            failed = Vector<column::Multiply>(instruction, lanes, mask);
+            break;
+        case OpCode::kDivide:
+            failed = Vector<column::Divide>(instruction, lanes, mask);
+            break;
+        case OpCode::kEqual:
+            failed = Vector<column::Equal>(instruction, lanes, mask);
+            break;
+        case OpCode::kNotEqual:
+            failed = Vector<column::NotEqual>(instruction, lanes, mask);
+            break;
+        case OpCode::kLess:
+            failed = Vector<column::Less>(instruction, lanes, mask);
+            break;
+        case OpCode::kGreater:
+            failed = Vector<column::Greater>(instruction, lanes, mask);
+            break;
+        case OpCode::kLessOrEqual:
+            failed = Vector<column::LessOrEqual>(instruction, lanes, mask);
+            break;
+        case OpCode::kGreaterOrEqual:
+            failed = Vector<column::GreaterOrEqual>(instruction, lanes, mask);
+            break;
+        case OpCode::kLogicalAnd:
+            failed = Vector<column::LogicalAnd>(instruction, lanes, mask);
+            break;
+        case OpCode::kLogicalOr:
+            failed = Vector<column::LogicalOr>(instruction, lanes, mask);
+            break;
+        case OpCode::kLogicalNot:
+            failed = Vector<column::LogicalNot>(instruction, lanes, mask);
+            break;
+        case OpCode::kNegate:
+            failed = Vector<column::Negate>(instruction, lanes, mask);
+            break;
+        case OpCode::kIntegerDivide:
+            failed = PerFeature<IntegerDivideOp>(instruction, lanes, mask);
+            break;
+        case OpCode::kMod:
+            failed = PerFeature<ModOp>(instruction, lanes, mask);
+            break;
+        case OpCode::kPower:
+            failed = PerFeature<PowerOp>(instruction, lanes, mask);
+            break;
+        case OpCode::kAnd:
+            failed = PerFeature<AndOp>(instruction, lanes, mask);
+            break;
+        case OpCode::kOr:
+            failed = PerFeature<OrOp>(instruction, lanes, mask);
+            break;
+        case OpCode::kNot:
+            failed = PerFeature<NotOp>(instruction, lanes, mask);
+            break;
+        case OpCode::kStore:
+            Store(instruction, lanes, depth);
+            break;
+        case OpCode::kIfBegin: {
+            const double* condition = Values(instruction.a);
+            std::int64_t* current = CurrentMask(depth + 1);
+            std::int64_t* remaining = RemainingMask(depth + 1);
+            for (std::size_t i = 0; i < lanes; i += kLanes) {
+                const Bits taken = column::IsTrue(column::Load(condition + i));
+                const Bits open = column::LoadBits(mask + i);
+                column::SaveBits(current + i, open & taken);
+                column::SaveBits(remaining + i, open & ~taken);
+            }
+            ++depth;
+            if (!AnySet(current, lanes)) {
+                pc = instruction.jump;
+                continue;
+            }
+            break;
+        }
+        case OpCode::kElseIfPrep:
+        case OpCode::kElse: {
+            const std::int64_t* remaining = RemainingMask(depth);
+            if (!AnySet(remaining, lanes)) {
+                pc = instruction.jump;
+                continue;
+            }
+            std::copy_n(remaining, lanes, CurrentMask(depth));
+            break;
+        }
+        case OpCode::kElseIfTest: {
+            const double* condition = Values(instruction.a);
+            std::int64_t* current = CurrentMask(depth);
+            std::int64_t* remaining = RemainingMask(depth);
+            for (std::size_t i = 0; i < lanes; i += kLanes) {
+                const Bits taken = column::IsTrue(column::Load(condition + i));
+                const Bits open = column::LoadBits(remaining + i);
+                column::SaveBits(current + i, open & taken);
+                column::SaveBits(remaining + i, open & ~taken);
+            }
+            if (!AnySet(current, lanes)) {
+                pc = instruction.jump;
+                continue;
+            }
+            break;
+        }
+        case OpCode::kEndIf:
+            --depth;
+            break;
+        }
+        if (failed != kNoError) {
+            if (scalar) {
+                ThrowRuntimeError(failed);
+            }
+            return false;
+        }
+        ++pc;
+    }
+
+    const double* result = Values(m_script.resultSlot);
+    const std::int64_t* empty = EmptyFlags(m_script.resultSlot);
+    double* values = output.values.data() + offset;
+    std::uint8_t* isNull = output.isNull.data() + offset;
+    // Null and Empty both leave the field Null.
+    const std::size_t whole = count / kLanes * kLanes;
+    for (std::size_t i = 0; i < whole; i += kLanes) {
+        const Vec r = column::Load(result + i);
+        const Bits null = column::IsNull(r) | column::LoadBits(empty + i);
+        column::Save(values + i, column::Select(null, column::Splat(0.0), r));
+        isNull[i] = static_cast<std::uint8_t>(null[0] & 1);
+        isNull[i + 1] = static_cast<std::uint8_t>(null[1] & 1);
+    }
+    for (std::size_t i = whole; i < count; ++i) {
+        const bool null = IsNullValue(result[i]) || empty[i] != 0;
+        isNull[i] = null ? 1 : 0;
+        values[i] = null ? 0.0 : result[i];
+    }
+    return true;
+}
+
+} // namespace quorel::host::script

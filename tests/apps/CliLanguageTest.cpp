@@ -1,0 +1,113 @@
+#include "RunProgram.h"
+
+#include "lang/TextSource.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <unistd.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+using quorel::test::ProgramResult;
+using quorel::test::RunProgram;
+
+// The shipped texts, as the database beside the program holds them.
+const quorel::lang::TextSourceTable& ShippedTexts() {
+    static const quorel::lang::TextSourceTable table = [] {
+        const std::string file = std::string(QUOREL_SOURCE_DIR) + "/lang/texts.tsv";
+        std::ifstream in(file, std::ios::binary);
+        return quorel::lang::ReadTextSource(in, file);
+    }();
+    return table;
+}
+
+std::string Text(std::int16_t id, const std::string& language) {
+    const auto& table = ShippedTexts();
+    for (std::size_t i = 0; i < table.languages.size(); ++i) {
+        if (table.languages[i] == language) {
+            return table.texts.at(id).at(i);
+        }
+    }
+    return "(no such language)";
+}
+
+// Each test remembers its language in a settings folder of its own.
+class CliLanguageTest : public ::testing::Test {
+protected:
+    CliLanguageTest()
+        : m_config(fs::temp_directory_path() /
+                   ("quorel_cli_lang_" + std::to_string(getpid()) + "_" +
+                    ::testing::UnitTest::GetInstance()->current_test_info()->name())) {
+        fs::remove_all(m_config);
+    }
+    ~CliLanguageTest() override { fs::remove_all(m_config); }
+
+    ProgramResult Quorel(const std::vector<std::string>& arguments) {
+        return RunProgram(QUOREL_CLI, arguments, {},
+                          {{"XDG_CONFIG_HOME", m_config.string()}, {"LC_ALL", "C"}});
+    }
+
+    std::string Settings() const {
+        std::ifstream in(m_config / "Ombrel_Brumalis.ini");
+        std::stringstream content;
+        content << in.rdbuf();
+        return content.str();
+    }
+
+    fs::path m_config;
+};
+
+const std::vector<std::string> kOutOfOrder = {"script", "--kind", "3", "-a", "5", "-b", "2"};
+const std::string kValues = ":5:2:100000000000000:1E+15\n";
+
+TEST_F(CliLanguageTest, refusalIsInFrenchUntilAnotherLanguageIsChosen) {
+    const auto french = Quorel(kOutOfOrder);
+    EXPECT_EQ(french.status, 2);
+    EXPECT_EQ(french.err, Text(132, "fr") + kValues);
+    EXPECT_EQ(french.err.rfind("Les paramètres", 0), 0u) << french.err;
+    EXPECT_EQ(Settings(), "");
+
+    std::vector<std::string> english = kOutOfOrder;
+    english.insert(english.begin() + 3, {"--lang", "en"});
+    const auto switched = Quorel(english);
+    EXPECT_EQ(switched.status, 2);
+    EXPECT_EQ(switched.err, Text(132, "en") + kValues);
+    EXPECT_EQ(switched.err.rfind("The parameters", 0), 0u) << switched.err;
+    EXPECT_EQ(Settings(), "[params]\nlang=en\n");
+
+    // Remembered for the next run; "--lang fr" alone switches back.
+    EXPECT_EQ(Quorel(kOutOfOrder).err, Text(132, "en") + kValues);
+    const auto back = Quorel({"--lang=fr"});
+    EXPECT_EQ(back.status, 0);
+    EXPECT_EQ(back.err, "");
+    EXPECT_EQ(Quorel(kOutOfOrder).err, Text(132, "fr") + kValues);
+}
+
+TEST_F(CliLanguageTest, unknownLanguageIsAUsageErrorAndIsNotRemembered) {
+    const auto r = Quorel({"--lang", "de", "script", "--kind", "1", "--field", "F"});
+    EXPECT_EQ(r.status, 64);
+    EXPECT_EQ(r.out, "");
+    EXPECT_NE(r.err.find("de"), std::string::npos);
+    EXPECT_NE(r.err.find("fr, en"), std::string::npos);
+    EXPECT_EQ(r.err.find('\n'), r.err.size() - 1) << r.err;
+    EXPECT_EQ(Settings(), "");
+
+    EXPECT_EQ(Quorel({"script", "--lang"}).status, 64);
+}
+
+TEST_F(CliLanguageTest, usageMessagesFollowTheLanguage) {
+    const auto french = Quorel({"frobnicate"});
+    EXPECT_EQ(french.status, 64);
+    EXPECT_EQ(french.err, "quorel: commande inconnue « frobnicate » (voir quorel --help)\n");
+    const auto english = Quorel({"--lang", "en", "membership", "--kind", "1", "-z", "3"});
+    EXPECT_EQ(english.status, 64);
+    EXPECT_EQ(english.err, "quorel membership: unknown option -z\n");
+    const auto help = Quorel({"--help"});
+    EXPECT_EQ(help.out.rfind(Text(200, "en") + "\n", 0), 0u) << help.out;
+}
+
+} // namespace

@@ -1,0 +1,285 @@
+#include "criterion/RunCriterion.h"
+
+#include "criterion/FuzzyKind.h"
+#include "criterion/Membership.h"
+#include "criterion/Parameters.h"
+#include "criterion/PlainRunDialog.h"
+#include "errors/ErrorLog.h"
+#include "fzy/IO_fzyext.h"
+#include "host/gdal/Application.h"
+#include "host/gdal/Shapefile.h"
+#include "tests/host/gdal/TestShapefiles.h"
+#include "util/Error.h"
+#include "util/MessageUi.h"
+
+#include <gdal.h>
+#include <ogr_api.h>
+
+#include <gtest/gtest.h>
+
+#include <charconv>
+#include <filesystem>
+
+namespace quorel::criterion {
+namespace {
+
+using host::Value;
+
+class TextsById final : public util::ITextSource {
+public:
+    std::string ResourceString(std::int16_t id) const override { return "T" + std::to_string(id); }
+};
+
+class NoWindow final : public fzy::IInfoWindow {
+public:
+    void ShowModal(const std::string&) override {}
+};
+
+double Stored(double value) {
+    char text[64];
+    const auto end = std::to_chars(text, text + sizeof text, value, std::chars_format::fixed, 11);
+    double back = 0;
+    std::from_chars(text, end.ptr, back);
+    return back;
+}
+
+constexpr std::size_t kRows = 60;
+
+double SlopeOf(std::size_t i) {
+    return static_cast<double>(i) * 0.5 - 2.0; // -2 to 27.5, every break point of the cases
+}
+
+class RunCriterionTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        std::vector<std::vector<Value>> rows;
+        for (std::size_t i = 0; i < kRows; ++i) {
+            rows.push_back({static_cast<double>(i * 37 % 1000), i == 5 ? Value{} : SlopeOf(i),
+                            std::string("p") + std::to_string(i)});
+        }
+        testing::MakeShapefile(
+            m_folder.Path(), "parcels",
+            {{"POPULATION", 'N', 9, 0}, {"SLOPE", 'N', 7, 2}, {"NAME", 'C', 10, 0}}, rows);
+        m_app->AddShapefileLayer(m_folder.File("parcels.shp"));
+        m_state.g_app = m_app;
+        m_state.g_layer_name = "parcels";
+        m_state.g_layer_path = m_folder.Path();
+        m_state.g_layer_index = 0;
+        m_dialog.fieldList = {"POPULATION", "SLOPE"};
+    }
+
+    RunOutcome Run(int kind, const std::array<std::string, 4>& boxes, const std::string& field,
+                   const std::string& newName) {
+        m_state.kind = static_cast<std::int16_t>(kind);
+        m_dialog.Select(field);
+        m_dialog.boxes = boxes;
+        m_dialog.newName = newName;
+        return m_run.RunCriterion();
+    }
+
+    testing::GdalTable Table() const { return testing::ReadWithGdal(m_folder.File("parcels.shp")); }
+
+    std::vector<std::string> FieldNames() const {
+        std::vector<std::string> names;
+        for (const auto& field : Table().fields) {
+            names.push_back(field.name);
+        }
+        return names;
+    }
+
+    // The number entries the metadata file holds now.
+    int NumberEntries() {
+        util::RecordingMessageUi ui;
+        fzy::IO_fzyext reader(ui, m_texts, m_window, m_app);
+        std::string name = "parcels";
+        reader.fzy_io_open(m_folder.Path(), name);
+        const int count = reader.NumberCount();
+        reader.fzy_io_close();
+        return count;
+    }
+
+    std::string LastBox() const { return m_ui.boxes.empty() ? "" : m_ui.boxes.back().text; }
+
+    testing::ScratchFolder m_folder;
+    std::shared_ptr<host::gdal::Application> m_app = std::make_shared<host::gdal::Application>();
+    ComponentState m_state;
+    PlainRunDialog m_dialog;
+    util::RecordingMessageUi m_ui;
+    TextsById m_texts;
+    NoWindow m_window;
+    fzy::IO_fzyext m_fzy{m_ui, m_texts, m_window, m_app};
+    errors::ErrorLog m_log{m_ui, errors::ComponentIdentity{m_folder.Path(), "quorel", "10.3.2"},
+                           [] { return std::time_t{0}; }};
+    CriterionRun m_run{m_state, m_dialog, m_ui, m_texts, m_fzy, m_log};
+};
+
+struct KindCase {
+    int kind;
+    std::array<std::string, 4> boxes;
+};
+
+class RunKindTest : public RunCriterionTest, public ::testing::WithParamInterface<KindCase> {};
+
+TEST_P(RunKindTest, storesEachDegreeAsMembershipGivesItAndRecordsTheCriterion) {
+    const KindCase& k = GetParam();
+    std::vector<std::string> statusTexts;
+    m_app->Bar()->SetMessageListener([&](std::int32_t pane, const std::string& text) {
+        statusTexts.push_back(std::to_string(pane) + text);
+    });
+
+    ASSERT_EQ(Run(k.kind, k.boxes, "SLOPE", "FZY_SLOPE"), RunOutcome::Done) << LastBox();
+
+    EXPECT_EQ(LastBox(), "T162");
+    EXPECT_EQ(m_ui.busyChanges, (std::vector<bool>{true, false}));
+    EXPECT_EQ(statusTexts, (std::vector<std::string>{"0T134", "0"}));
+    double a = ParseNumberText(k.boxes[0], kDefaultA);
+    double b = ParseNumberText(k.boxes[1], kDefaultBCD);
+    double c = ParseNumberText(k.boxes[2], kDefaultBCD);
+    double d = ParseNumberText(k.boxes[3], kDefaultBCD);
+    CompleteParameters(k.kind, a, b, c, d);
+    const testing::GdalTable table = Table();
+    ASSERT_EQ(table.fields.size(), 4u);
+    EXPECT_EQ(table.fields[3].name, "FZY_SLOPE");
+    for (std::size_t i = 0; i < kRows; ++i) {
+        SCOPED_TRACE(i);
+        if (i == 5) {
+            continue; // a Null slope; the calculator's tests cover it
+        }
+        EXPECT_EQ(table.rows[i][3], Value(Stored(Membership(k.kind, SlopeOf(i), a, b, c, d))));
+    }
+    EXPECT_EQ(NumberEntries(), 1);
+    // The numeric fields listed again, the new one among them, nothing selected.
+    EXPECT_EQ(m_dialog.fieldList, (std::vector<std::string>{"POPULATION", "SLOPE", "FZY_SLOPE"}));
+    EXPECT_EQ(m_dialog.FieldListIndex(), -1);
+}
+
+INSTANTIATE_TEST_SUITE_P(Kinds, RunKindTest,
+                         ::testing::Values(KindCase{1, {"3", "", "", ""}},
+                                           KindCase{2, {"0", "10", "20", ""}},
+                                           KindCase{3, {"0", "7,5", "", ""}},
+                                           KindCase{4, {"2", "12.5", "", ""}},
+                                           KindCase{5, {"0", "5", "15", "25"}}));
+
+TEST_F(RunCriterionTest, longNamesAreCutAndNumberedAgainstTheTablesFields) {
+    for (int run = 0; run < 3; ++run) {
+        ASSERT_EQ(Run(Trapezoid, {"0", "5", "15", "25"}, "POPULATION", "FZY_POPULATION"),
+                  RunOutcome::Done)
+            << LastBox();
+    }
+    EXPECT_EQ(FieldNames(), (std::vector<std::string>{"POPULATION", "SLOPE", "NAME", "FZY_POPULA",
+                                                      "FZY_POPUL1", "FZY_POPUL2"}));
+}
+
+TEST_F(RunCriterionTest, fromTheTenthNumberedCandidateTheNameKeepsTenCharacters) {
+    class NamedFields final : public host::IFields {
+    public:
+        std::vector<std::string> names;
+        std::int32_t FieldCount() const override { return static_cast<std::int32_t>(names.size()); }
+        std::shared_ptr<host::IField> Field(std::int32_t i) const override {
+            return std::make_shared<host::gdal::HostField>(names.at(static_cast<std::size_t>(i)),
+                                                           host::kFieldTypeDouble);
+        }
+        std::int32_t FindField(const std::string&) const override { return -1; }
+    } table;
+    EXPECT_EQ(MakeOutputFieldName("FZY_POPULATION", table), "FZY_POPULA");
+    EXPECT_EQ(MakeOutputFieldName("FZY_POP", table), "FZY_POP");
+    table.names = {"FZY_POPULA"};
+    for (int i = 1; i <= 9; ++i) {
+        table.names.push_back("FZY_POPUL" + std::to_string(i));
+    }
+    EXPECT_EQ(MakeOutputFieldName("FZY_POPULATION", table), "FZY_POPU10");
+    table.names.push_back("FZY_POPU10");
+    EXPECT_EQ(MakeOutputFieldName("FZY_POPULATION", table), "FZY_POPU11");
+    // Exact comparison: another letter case is another name.
+    EXPECT_EQ(MakeOutputFieldName("fzy_populations", table), "fzy_popula");
+    // A name of 10 characters or fewer is taken as typed, even when it exists.
+    EXPECT_EQ(MakeOutputFieldName("FZY_POPULA", table), "FZY_POPULA");
+}
+
+TEST_F(RunCriterionTest, refusesWhileTheEditorIsEditingButValidatesTheMetadataFirst) {
+    m_app->EditorExtension()->SetEditState(host::kEditStateEditing);
+    EXPECT_EQ(Run(Trapezoid, {"0", "5", "15", "25"}, "SLOPE", "FZY_SLOPE"), RunOutcome::Refused);
+    EXPECT_EQ(LastBox(), "T133");
+    EXPECT_EQ(m_ui.boxes.back().icon, util::MessageIcon::Critical);
+    EXPECT_EQ(FieldNames().size(), 3u);
+    EXPECT_TRUE(testing::FileExists(m_folder.File("parcels.fzy")));
+    EXPECT_FALSE(m_ui.busy);
+}
+
+TEST_F(RunCriterionTest, withNoFieldSelectedNothingIsOpened) {
+    m_state.kind = Trapezoid;
+    m_dialog.selected = -1;
+    EXPECT_EQ(m_run.RunCriterion(), RunOutcome::Refused);
+    EXPECT_EQ(LastBox(), "T131");
+    EXPECT_FALSE(testing::FileExists(m_folder.File("parcels.fzy")));
+    EXPECT_TRUE(m_ui.busyChanges.empty());
+}
+
+TEST_F(RunCriterionTest, parametersOutOfOrderAreRefusedWithTheirValues) {
+    EXPECT_EQ(Run(RisingRamp, {"5", "2", "", ""}, "SLOPE", "FZY_SLOPE"), RunOutcome::Refused);
+    EXPECT_EQ(LastBox(), "T132:5:2:100000000000000:1E+15");
+    EXPECT_EQ(FieldNames().size(), 3u);
+}
+
+TEST_F(RunCriterionTest, shortNameTheHostRefusesIsReportedAtStep42AndNothingIsRecorded) {
+    EXPECT_EQ(Run(Trapezoid, {"0", "5", "15", "25"}, "SLOPE", "SLOPE"), RunOutcome::Failed);
+    EXPECT_NE(LastBox().find("Field already exists: SLOPE"), std::string::npos) << LastBox();
+    EXPECT_NE(LastBox().find("Debug=42"), std::string::npos) << LastBox();
+    EXPECT_NE(LastBox().find("cmd_go_Click"), std::string::npos);
+    EXPECT_EQ(NumberEntries(), 0);
+    EXPECT_FALSE(m_ui.busy);
+    // The report went to the log too.
+    EXPECT_TRUE(testing::FileExists(m_folder.File("quorel.log")));
+}
+
+TEST_F(RunCriterionTest, kindZeroAddsTheFieldWithoutScriptAndRecordsKindZero) {
+    EXPECT_EQ(Run(0, {"1", "2", "3", "4"}, "SLOPE", "FZY_ZERO"), RunOutcome::Done) << LastBox();
+    const testing::GdalTable table = Table();
+    ASSERT_EQ(table.fields.size(), 4u);
+    for (const auto& row : table.rows) {
+        EXPECT_TRUE(host::IsNull(row[3]));
+    }
+    EXPECT_EQ(NumberEntries(), 1);
+}
+
+TEST_F(RunCriterionTest, divisionByZeroOfTheScriptIsReportedAndTheAddedFieldStays) {
+    // a = b passes the order check but makes the rising ramp divide by zero.
+    EXPECT_EQ(Run(Triangle, {"5", "5", "10", ""}, "SLOPE", "FZY_DIV"), RunOutcome::Failed);
+    EXPECT_NE(LastBox().find("Division by zero"), std::string::npos) << LastBox();
+    EXPECT_NE(LastBox().find("Error#11"), std::string::npos) << LastBox();
+    EXPECT_NE(LastBox().find("Debug=8"), std::string::npos) << LastBox();
+    EXPECT_EQ(FieldNames().back(), "FZY_DIV");
+    EXPECT_EQ(NumberEntries(), 0);
+    // The status bar keeps its text when the run ends by an error.
+    EXPECT_EQ(m_app->StatusBar()->MessageText(0), "T134");
+}
+
+TEST_F(RunCriterionTest, validationDropsTheEntryOfAFieldRemovedFromTheTable) {
+    ASSERT_EQ(Run(Trapezoid, {"0", "5", "15", "25"}, "SLOPE", "FZY_GONE"), RunOutcome::Done);
+    ASSERT_EQ(Run(Trapezoid, {"0", "5", "15", "25"}, "SLOPE", "FZY_KEPT"), RunOutcome::Done);
+    ASSERT_EQ(NumberEntries(), 2);
+    {
+        GDALAllRegister();
+        const std::unique_ptr<void, decltype(&GDALClose)> dataset(
+            GDALOpenEx(m_folder.File("parcels.shp").c_str(), GDAL_OF_VECTOR | GDAL_OF_UPDATE,
+                       nullptr, nullptr, nullptr),
+            &GDALClose);
+        OGRLayerH layer = GDALDatasetGetLayer(dataset.get(), 0);
+        ASSERT_EQ(
+            OGR_L_DeleteField(layer, OGR_FD_GetFieldIndex(OGR_L_GetLayerDefn(layer), "FZY_GONE")),
+            OGRERR_NONE);
+    }
+    ASSERT_EQ(Run(RisingRamp, {"0", "10", "", ""}, "POPULATION", "FZY_NEW"), RunOutcome::Done);
+    // FZY_GONE's entry marked deleted and compacted away; FZY_KEPT's and the new one remain.
+    EXPECT_EQ(NumberEntries(), 2);
+}
+
+TEST_F(RunCriterionTest, aLayerPositionOutsideTheMapIsReported) {
+    m_state.g_layer_index = 3;
+    EXPECT_EQ(Run(Trapezoid, {"0", "5", "15", "25"}, "SLOPE", "FZY_SLOPE"), RunOutcome::Failed);
+    EXPECT_NE(LastBox().find("No layer at position 3"), std::string::npos) << LastBox();
+    EXPECT_NE(LastBox().find("Debug=101"), std::string::npos) << LastBox();
+}
+
+} // namespace
+} // namespace quorel::criterion

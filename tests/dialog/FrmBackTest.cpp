@@ -1,0 +1,468 @@
+// The definition dialog driven as a user drives it: mouse clicks on its lists and buttons,
+// over real shapefiles in a GDAL-backed map.
+
+#include "tests/dialog/DialogFixture.h"
+
+#include "dialog/Pictures.h"
+#include "host/gdal/Application.h"
+#include "util/ListControl.h"
+#include "util/NumberText.h"
+#include "util/StringFunctions.h"
+
+#include <QApplication>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QMouseEvent>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QTest>
+#include <QToolButton>
+
+#include <filesystem>
+
+namespace quorel::dialog::test {
+namespace {
+
+using Strings = std::vector<std::string>;
+
+class FrmBackTest : public DialogTest {};
+
+TEST_F(FrmBackTest, loadListsSelectableTopLevelPolygonLayersOutsideMdbFolders) {
+    AddLayer(WritePolygons("data", "parcels", {{"SLOPE", {1, 2}}}));
+    AddLayer(WritePoints("data", "wells"));
+    AddLayer(WritePolygons("data", "hidden", {{"SLOPE", {1}}}))->SetSelectable(false);
+    const auto inner = AddLayer(WritePolygons("data", "inner", {{"SLOPE", {1}}}));
+    const auto map = m_app->Document()->FocusMap();
+    map->DeleteLayer(inner);
+    auto group = std::make_shared<host::gdal::GroupLayer>();
+    group->SetName("group");
+    group->Add(inner);
+    map->AddLayer(group);
+    AddLayer(WritePolygons("base.mdb", "access", {{"SLOPE", {1}}}));
+    AddLayer(WritePolygons("BASE.MDB", "upper", {{"SLOPE", {1}}}));
+
+    frm_back& dialog = Dialog();
+    EXPECT_EQ(Items(*dialog.Lst_shapes), (Strings{"parcels", "upper"}));
+    EXPECT_EQ(dialog.ShapeList().ListIndex(), -1);
+    EXPECT_EQ(dialog.Lst_fields->count(), 0);
+    EXPECT_TRUE(m_ui.boxes.empty());
+    for (int k = 0; k < 5; ++k) {
+        EXPECT_FALSE(dialog.cmd_nf[static_cast<std::size_t>(k)]->icon().isNull());
+    }
+}
+
+TEST_F(FrmBackTest, loadWithoutHostReportsTheStepReached) {
+    m_session->SetApplication(nullptr);
+    Dialog();
+    ASSERT_EQ(m_ui.boxes.size(), 1u);
+    EXPECT_EQ(m_ui.boxes[0].text,
+              "91  Object variable or With block variable not setDebug= dans form_load");
+}
+
+TEST_F(FrmBackTest, choosingLayerWithAnyButtonListsItsNumericFieldsAndRecordsIt) {
+    AddLayer(WritePolygons("first", "roads", {{"WIDTH", {1}}}));
+    const std::string path = WritePolygons("second", "parcels", {{"SLOPE", {1}}, {"POP", {2}}});
+    AddLayer(path);
+    frm_back& dialog = Dialog();
+    dialog.Txt_new_name->setText(QStringLiteral("old"));
+
+    ClickItem(*dialog.Lst_shapes, QStringLiteral("parcels"), Qt::RightButton);
+
+    EXPECT_EQ(Items(*dialog.Lst_fields), (Strings{"SLOPE", "POP"}));
+    EXPECT_EQ(dialog.Txt_new_name->text(), QString());
+    EXPECT_EQ(m_session->state.g_layer_name, "parcels");
+    EXPECT_EQ(m_session->state.g_layer_path, Folder("second"));
+    EXPECT_EQ(m_session->state.g_layer_index, 1);
+}
+
+TEST_F(FrmBackTest, keyboardMovesInTheLayerListChooseNothing) {
+    AddLayer(WritePolygons("data", "roads", {{"WIDTH", {1}}}));
+    AddLayer(WritePolygons("data", "parcels", {{"SLOPE", {1}}}));
+    frm_back& dialog = Dialog();
+    ClickItem(*dialog.Lst_shapes, QStringLiteral("roads"));
+    dialog.Lst_shapes->setFocus();
+    QTest::keyClick(dialog.Lst_shapes, Qt::Key_Down);
+
+    EXPECT_EQ(dialog.Lst_shapes->currentRow(), 1);
+    EXPECT_EQ(Items(*dialog.Lst_fields), (Strings{"WIDTH"}));
+    EXPECT_EQ(m_session->state.g_layer_name, "roads");
+}
+
+TEST_F(FrmBackTest, twoLayersOfOneNameTheLastInTheMapWins) {
+    AddLayer(WritePolygons("a", "parcels", {{"SLOPE", {1}}}));
+    AddLayer(WritePolygons("b", "parcels", {{"HEIGHT", {1}}}));
+    frm_back& dialog = Dialog();
+    ASSERT_EQ(Items(*dialog.Lst_shapes), (Strings{"parcels", "parcels"}));
+
+    QTest::mouseClick(dialog.Lst_shapes->viewport(), Qt::LeftButton, {},
+                      dialog.Lst_shapes->visualItemRect(dialog.Lst_shapes->item(0)).center());
+
+    EXPECT_EQ(Items(*dialog.Lst_fields), (Strings{"HEIGHT"}));
+    EXPECT_EQ(m_session->state.g_layer_path, Folder("b"));
+    EXPECT_EQ(m_session->state.g_layer_index, 1);
+}
+
+TEST_F(FrmBackTest, addingShapefileListsItAndItsFieldsAndAddsItToTheMap) {
+    const std::string roads = WritePolygons("disk", "roads", {{"WIDTH", {3}}, {"LANES", {2}}});
+    std::string title;
+    Strings filters;
+    m_session->context.chooseFile = [&](const std::string& t, const Strings& f) {
+        title = t;
+        filters = f;
+        return std::optional<std::string>(roads);
+    };
+    m_session->state.g_layer_name = "previous";
+    frm_back& dialog = Dialog();
+    Click(*dialog.cmd_open_shape);
+
+    EXPECT_EQ(title, "Définir le fichier shape contenant la donnée à traiter");
+    EXPECT_EQ(filters, (Strings{"Fichiers shape (*.shp)", "Tous les fichiers (*.*)"}));
+    EXPECT_EQ(Items(*dialog.Lst_shapes), (Strings{"roads"}));
+    EXPECT_EQ(Items(*dialog.Lst_fields), (Strings{"WIDTH", "LANES"}));
+    const auto map = m_app->Document()->FocusMap();
+    ASSERT_EQ(map->LayerCount(), 1);
+    EXPECT_EQ(map->Layer(0)->Name(), "roads");
+    EXPECT_EQ(m_session->state.g_shape_folder, Folder("disk"));
+    EXPECT_EQ(m_session->state.g_layer_name, "previous");
+    EXPECT_TRUE(m_ui.boxes.empty());
+}
+
+TEST_F(FrmBackTest, cancellingTheOpenDialogAddsNothing) {
+    m_session->context.chooseFile = [](const std::string&, const Strings&) {
+        return std::optional<std::string>();
+    };
+    m_session->state.g_shape_name = "older";
+    frm_back& dialog = Dialog();
+    Click(*dialog.cmd_open_shape);
+    EXPECT_EQ(dialog.Lst_shapes->count(), 0);
+    EXPECT_EQ(m_session->state.g_shape_name, "");
+    EXPECT_TRUE(m_ui.boxes.empty());
+}
+
+TEST_F(FrmBackTest, addingAFileThatCannotBeOpenedKeepsTheEntryAndReportsAndLogs) {
+    const std::string missing = Folder("disk") + "/ghost.shp";
+    m_session->context.chooseFile = [&](const std::string&, const Strings&) {
+        return std::optional<std::string>(missing);
+    };
+    frm_back& dialog = Dialog();
+    Click(*dialog.cmd_open_shape);
+
+    EXPECT_EQ(Items(*dialog.Lst_shapes), (Strings{"ghost"}));
+    ASSERT_EQ(m_ui.boxes.size(), 1u);
+    EXPECT_EQ(m_ui.boxes[0].icon, util::MessageIcon::Critical);
+    EXPECT_NE(m_ui.boxes[0].text.find(" - cmd_open_shape_Click"), std::string::npos);
+    EXPECT_NE(m_ui.boxes[0].text.find("\r\nDebug=\r\n"), std::string::npos);
+    EXPECT_TRUE(std::filesystem::exists(m_scratch.path().toStdString() + "/quorel.log"));
+}
+
+TEST_F(FrmBackTest, choosingFieldProposesOutputNameWarnsOfDuplicateAndEmptiesBoxes) {
+    AddLayer(WritePolygons("data", "parcels", {{"SLOPE", {1}}, {"FZY_SLOPE", {0}}}));
+    frm_back& dialog = Dialog();
+    ClickItem(*dialog.Lst_shapes, QStringLiteral("parcels"));
+    for (QLineEdit* box :
+         {dialog.Txt_val_a, dialog.Txt_val_b, dialog.Txt_val_c, dialog.Txt_val_d}) {
+        box->setText(QStringLiteral("4"));
+    }
+
+    ClickItem(*dialog.Lst_fields, QStringLiteral("SLOPE"));
+
+    EXPECT_EQ(dialog.Txt_new_name->text(), QStringLiteral("FZY_SLOPE"));
+    ASSERT_EQ(m_ui.boxes.size(), 1u);
+    EXPECT_EQ(m_ui.boxes[0].text, Text(157));
+    EXPECT_EQ(m_ui.boxes[0].title, Text(158));
+    EXPECT_EQ(m_ui.boxes[0].icon, util::MessageIcon::None);
+    for (QLineEdit* box :
+         {dialog.Txt_val_a, dialog.Txt_val_b, dialog.Txt_val_c, dialog.Txt_val_d}) {
+        EXPECT_TRUE(box->text().isEmpty());
+    }
+
+    ClickItem(*dialog.Lst_fields, QStringLiteral("FZY_SLOPE"));
+    EXPECT_EQ(dialog.Txt_new_name->text(), QStringLiteral("FZY_FZY_SLOPE"));
+    EXPECT_EQ(m_ui.boxes.size(), 1u);
+}
+
+struct KindCase {
+    int kind;
+    std::array<bool, 4> boxes;
+};
+
+class KindButtonTest : public DialogTest, public ::testing::WithParamInterface<KindCase> {};
+
+TEST_P(KindButtonTest, clickShowsDiagramAndBoxesAndHoverExplains) {
+    const KindCase& param = GetParam();
+    frm_back& dialog = Dialog();
+    QToolButton& button = *dialog.cmd_nf[static_cast<std::size_t>(param.kind - 1)];
+    EXPECT_EQ(button.objectName().toStdString(), "cmd_nf_" + std::to_string(param.kind));
+
+    Click(button);
+
+    const std::array<QLineEdit*, 4> boxes = {dialog.Txt_val_a, dialog.Txt_val_b, dialog.Txt_val_c,
+                                             dialog.Txt_val_d};
+    for (std::size_t i = 0; i < 4; ++i) {
+        EXPECT_EQ(boxes[i]->isVisibleTo(&dialog), param.boxes[i]) << "box " << i;
+        EXPECT_EQ(boxes[i]->isEnabled(), param.boxes[i]) << "box " << i;
+    }
+    EXPECT_EQ(dialog.Picture1->pixmap().toImage(), LoadResPicture(105 + param.kind).toImage());
+    EXPECT_EQ(m_session->state.kind, param.kind);
+
+    QMouseEvent move(QEvent::MouseMove, QPointF(5, 5), button.mapToGlobal(QPointF(5, 5)),
+                     Qt::NoButton, Qt::NoButton, Qt::NoModifier);
+    QApplication::sendEvent(&button, &move);
+    EXPECT_EQ(dialog.Txt_explique->toPlainText().toStdString(), Text(134 + param.kind));
+}
+
+INSTANTIATE_TEST_SUITE_P(Kinds, KindButtonTest,
+                         ::testing::Values(KindCase{1, {true, false, false, false}},
+                                           KindCase{2, {true, true, true, false}},
+                                           KindCase{3, {true, true, false, false}},
+                                           KindCase{4, {true, true, false, false}},
+                                           KindCase{5, {true, true, true, true}}),
+                         [](const auto& testInfo) {
+                             return "kind" + std::to_string(testInfo.param.kind);
+                         });
+
+TEST_F(FrmBackTest, calculerAddsAndFillsTheFieldAndMetadataShowsItsEntry) {
+    const std::string path = WritePolygons("data", "parcels", {{"SLOPE", {0, 5, 10, 20}}});
+    AddLayer(path);
+    frm_back& dialog = Dialog();
+    ClickItem(*dialog.Lst_shapes, QStringLiteral("parcels"));
+    ClickItem(*dialog.Lst_fields, QStringLiteral("SLOPE"));
+    Click(*dialog.cmd_nf[2]);
+    dialog.Txt_val_a->setText(QStringLiteral("0"));
+    dialog.Txt_val_b->setText(QStringLiteral("10"));
+
+    Click(*dialog.cmd_go);
+
+    ASSERT_EQ(m_ui.boxes.size(), 1u) << m_ui.boxes[0].text;
+    EXPECT_EQ(m_ui.boxes[0].text, Text(162));
+    EXPECT_EQ(Items(*dialog.Lst_fields), (Strings{"SLOPE", "FZY_SLOPE"}));
+    EXPECT_EQ(dialog.FieldList().ListIndex(), -1);
+
+    host::gdal::Application reader;
+    const auto layer = reader.AddShapefileLayer(path);
+    const auto cursor = layer->Search(false);
+    const std::int32_t field = cursor->Fields()->FindField("FZY_SLOPE");
+    ASSERT_GE(field, 0);
+    std::vector<double> degrees;
+    while (const auto row = cursor->NextRow()) {
+        degrees.push_back(std::get<double>(row->GetValue(field)));
+    }
+    EXPECT_EQ(degrees, (std::vector<double>{0, 0.5, 1, 1}));
+
+    ClickItem(*dialog.Lst_fields, QStringLiteral("FZY_SLOPE"));
+    std::string shown;
+    std::string title;
+    const auto seen = OnNextModal([&](QWidget& window) {
+        title = window.windowTitle().toStdString();
+        shown = window.findChild<QPlainTextEdit*>(QStringLiteral("Txt_infofield"))
+                    ->toPlainText()
+                    .toStdString();
+    });
+    Click(*dialog.sum_table);
+    ASSERT_TRUE(*seen);
+    EXPECT_EQ(title, Text(160));
+    EXPECT_EQ(shown.rfind(Text(147) + " FZY_SLOPE(", 0), 0u) << shown;
+    EXPECT_NE(shown.find("\n Val_a = 0\n Val_b = 10\n Val_c = 100000000000000\n"),
+              std::string::npos)
+        << shown;
+}
+
+TEST_F(FrmBackTest, metadataOfAFieldWithoutEntryShowsText153AndCreatesTheFile) {
+    AddLayer(WritePolygons("data", "parcels", {{"SLOPE", {1}}}));
+    frm_back& dialog = Dialog();
+    ClickItem(*dialog.Lst_shapes, QStringLiteral("parcels"));
+    ClickItem(*dialog.Lst_fields, QStringLiteral("SLOPE"));
+    std::string shown;
+    const auto seen = OnNextModal([&](QWidget& window) {
+        shown = window.findChild<QPlainTextEdit*>()->toPlainText().toStdString();
+    });
+    Click(*dialog.sum_table);
+    ASSERT_TRUE(*seen);
+    EXPECT_EQ(shown, Text(153));
+    EXPECT_EQ(std::filesystem::file_size(Folder("data") + "/parcels.fzy"), 8u);
+}
+
+struct StatsWindow {
+    std::string title;
+    Strings values;
+    std::string summary;
+};
+
+class StatsButtonTest : public DialogTest {
+protected:
+    // Clicks "Stats" with the layer and field chosen, and reads the window it shows.
+    std::optional<StatsWindow> ClickStats() {
+        StatsWindow read;
+        const auto seen = OnNextModal([&](QWidget& window) {
+            read.title = window.windowTitle().toStdString();
+            read.values = Items(*window.findChild<QListWidget*>(QStringLiteral("List1")));
+            read.summary = window.findChild<QPlainTextEdit*>(QStringLiteral("Text1"))
+                               ->toPlainText()
+                               .toStdString();
+        });
+        Click(*Dialog().cmdStats);
+        return *seen ? std::optional(read) : std::nullopt;
+    }
+
+    void Choose(const char* field) {
+        ClickItem(*Dialog().Lst_shapes, QStringLiteral("parcels"));
+        ClickItem(*Dialog().Lst_fields, QString::fromLatin1(field));
+    }
+
+    // The summary as the host's statistics give it, laid out as the window shows it.
+    std::string ExpectedSummary(const std::string& field, std::int32_t distinct, char mark) {
+        const auto statistics = m_app->Factory().NewDataStatistics();
+        const auto layer =
+            std::dynamic_pointer_cast<host::IFeatureLayer>(m_app->Document()->FocusMap()->Layer(0));
+        statistics->SetField(field);
+        statistics->SetCursor(layer->Search(false));
+        const auto figures = statistics->Statistics();
+        const auto number = [mark](double value) { return util::FormatNumber(value, mark); };
+        return Text(140) + " : \n" + field + "\n\n" + Text(141) + " : " +
+               number(figures->Minimum()) + "\n" + Text(142) + " : " + number(figures->Maximum()) +
+               "\n" + Text(143) + " : " + number(figures->Mean()) + "\n" + Text(144) + " : " +
+               number(figures->StandardDeviation()) + "\n" + Text(145) + " : " +
+               std::to_string(figures->Count()) + "\n" + Text(146) + " : " +
+               std::to_string(distinct);
+    }
+
+    void TearDown() override { util::SetDecimalSeparator(std::nullopt); }
+};
+
+TEST_F(StatsButtonTest, listsDistinctValuesInOrderAndLaysOutTheSummary) {
+    AddLayer(WritePolygons("data", "parcels", {{"V", {3, -2, 7.5, 3}}}));
+    util::SetDecimalSeparator(',');
+    Choose("V");
+    const auto window = ClickStats();
+    ASSERT_TRUE(window);
+    EXPECT_EQ(window->title, Text(161));
+    EXPECT_EQ(window->values, (Strings{"-2", "3", "7,5"}));
+    EXPECT_EQ(window->summary, ExpectedSummary("V", 3, ','));
+    EXPECT_NE(window->summary.find(Text(145) + " : 4\n"), std::string::npos);
+    EXPECT_TRUE(m_ui.boxes.empty());
+}
+
+TEST_F(StatsButtonTest, moreThanHundredDistinctValuesListOnlyTheMark) {
+    std::vector<double> values;
+    for (int i = 0; i < 101; ++i) {
+        values.push_back(101 - i);
+    }
+    AddLayer(WritePolygons("data", "parcels", {{"V", values}}));
+    util::SetDecimalSeparator('.');
+    Choose("V");
+    const auto window = ClickStats();
+    ASSERT_TRUE(window);
+    EXPECT_EQ(window->values, (Strings{"Nb > 100"}));
+    EXPECT_EQ(window->summary, ExpectedSummary("V", 101, '.'));
+}
+
+TEST_F(StatsButtonTest, withoutFieldNothingHappens) {
+    AddLayer(WritePolygons("data", "parcels", {{"V", {1}}}));
+    ClickItem(*Dialog().Lst_shapes, QStringLiteral("parcels"));
+    Dialog().cmdStats_Click();
+    EXPECT_EQ(QApplication::activeModalWidget(), nullptr);
+    EXPECT_TRUE(m_ui.boxes.empty());
+}
+
+TEST_F(StatsButtonTest, fieldWithoutLayerEntryIsReportedAndNoWindowShown) {
+    const std::string path = WritePolygons("data", "parcels", {{"V", {1}}});
+    m_session->context.chooseFile = [&](const std::string&, const Strings&) {
+        return std::optional<std::string>(path);
+    };
+    frm_back& dialog = Dialog();
+    Click(*dialog.cmd_open_shape);
+    ClickItem(*dialog.Lst_fields, QStringLiteral("V"));
+    dialog.cmdStats_Click();
+    ASSERT_EQ(m_ui.boxes.size(), 1u);
+    EXPECT_NE(m_ui.boxes[0].text.find(" - cmdStats_Click"), std::string::npos);
+    EXPECT_NE(m_ui.boxes[0].text.find("\r\nDebug=4\r\n"), std::string::npos);
+}
+
+TEST_F(FrmBackTest, languageListRelabelsTheDialogAndKeepsOneLeadingBlank) {
+    frm_back& dialog = Dialog();
+    EXPECT_EQ(Items(*dialog.listlang1), (Strings{"fr", "en"}));
+    EXPECT_EQ(dialog.listlang1->currentItem()->text(), QStringLiteral("fr"));
+    EXPECT_EQ(dialog.cmd_go->text().toStdString(), " " + Text(127));
+    const std::string frenchGo = Text(127);
+
+    ClickItem(*dialog.listlang1, QStringLiteral("en"));
+
+    EXPECT_NE(Text(127), frenchGo);
+    EXPECT_EQ(dialog.windowTitle().toStdString(), Text(119));
+    EXPECT_EQ(dialog.Label1->text().toStdString(), Text(120));
+    EXPECT_EQ(dialog.sum_table->text().toStdString(), Text(124));
+    EXPECT_EQ(dialog.cmd_go->text().toStdString(), " " + Text(127));
+    EXPECT_EQ(dialog.cmd_sortie->text().toStdString(), " " + Text(118));
+    EXPECT_EQ(m_settings->GetSetting("Ombrel_Brumalis", "params", "lang"), "en");
+
+    // Choosing the current language again re-applies the texts: still one blank.
+    ClickItem(*dialog.listlang1, QStringLiteral("en"));
+    util::SelectListItem(dialog.LanguageList(), "en");
+    EXPECT_EQ(dialog.cmd_go->text().toStdString(), " " + Text(127));
+
+    // A new showing loads the remembered language.
+    m_dialog.reset();
+    EXPECT_EQ(Dialog().cmd_sortie->text().toStdString(), " " + Text(118));
+    EXPECT_EQ(Dialog().listlang1->currentItem()->text(), QStringLiteral("en"));
+}
+
+TEST_F(FrmBackTest, sortirClosesTheDialogAndKeepsTheChoice) {
+    AddLayer(WritePolygons("data", "parcels", {{"SLOPE", {1}}}));
+    frm_back& dialog = Dialog();
+    ClickItem(*dialog.Lst_shapes, QStringLiteral("parcels"));
+    Click(*dialog.cmd_nf[1]);
+    Click(*dialog.cmd_sortie);
+    EXPECT_FALSE(dialog.isVisible());
+    EXPECT_EQ(m_session->state.g_layer_name, "parcels");
+    EXPECT_EQ(m_session->state.kind, 2);
+}
+
+TEST_F(FrmBackTest, enterInABoxDoesNotRunTheCriterion) {
+    AddLayer(WritePolygons("data", "parcels", {{"SLOPE", {1}}}));
+    frm_back& dialog = Dialog();
+    ClickItem(*dialog.Lst_shapes, QStringLiteral("parcels"));
+    ClickItem(*dialog.Lst_fields, QStringLiteral("SLOPE"));
+    dialog.Txt_new_name->setFocus();
+    QTest::keyClick(dialog.Txt_new_name, Qt::Key_Return);
+    QTest::keyClick(dialog.Txt_new_name, Qt::Key_Enter);
+    EXPECT_TRUE(m_ui.boxes.empty());
+    EXPECT_EQ(Items(*dialog.Lst_fields), (Strings{"SLOPE"}));
+    EXPECT_TRUE(dialog.isVisible());
+}
+
+} // namespace
+} // namespace quorel::dialog::test
+
+namespace quorel::dialog::test {
+namespace {
+
+// Controls at the dialog's smallest size and at a large one: none covers another.
+TEST_F(FrmBackTest, controlsNeverOverlapWhenTheDialogIsResized) {
+    frm_back& dialog = Dialog();
+    for (const QSize size : {dialog.minimumSizeHint(), QSize(1200, 900)}) {
+        dialog.resize(size);
+        QApplication::processEvents();
+        std::vector<QWidget*> controls;
+        for (QWidget* widget : dialog.findChildren<QWidget*>()) {
+            if (widget->parentWidget() == &dialog && widget->isVisible() &&
+                !widget->objectName().isEmpty()) {
+                controls.push_back(widget);
+            }
+        }
+        ASSERT_GT(controls.size(), 20u);
+        for (std::size_t i = 0; i < controls.size(); ++i) {
+            EXPECT_TRUE(dialog.rect().contains(controls[i]->geometry()))
+                << controls[i]->objectName().toStdString();
+            for (std::size_t j = i + 1; j < controls.size(); ++j) {
+                EXPECT_FALSE(controls[i]->geometry().intersects(controls[j]->geometry()))
+                    << controls[i]->objectName().toStdString() << " and "
+                    << controls[j]->objectName().toStdString() << " at " << size.width() << " x "
+                    << size.height();
+            }
+        }
+    }
+}
+
+} // namespace
+} // namespace quorel::dialog::test

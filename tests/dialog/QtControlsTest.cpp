@@ -1,0 +1,213 @@
+// The Qt implementations of the shared interfaces: message boxes, list boxes, labelled forms.
+
+#include "tests/dialog/DialogFixture.h"
+
+#include "dialog/Pictures.h"
+#include "dialog/QtLabelledForm.h"
+#include "dialog/QtListControl.h"
+#include "dialog/QtMessageUi.h"
+#include "dialog/frm_back.h"
+#include "dialog/frm_ress.h"
+
+#include <QApplication>
+#include <QDialog>
+#include <QGroupBox>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QMessageBox>
+#include <QPlainTextEdit>
+#include <QPushButton>
+
+namespace quorel::dialog::test {
+namespace {
+
+struct BoxCase {
+    util::MessageIcon icon;
+    QMessageBox::Icon shown;
+    std::optional<std::string> title;
+    std::string expectedTitle;
+};
+
+class QtMessageUiTest : public DialogTest, public ::testing::WithParamInterface<BoxCase> {};
+
+TEST_P(QtMessageUiTest, showsOneOkButtonWithIconAndTitle) {
+    QtMessageUi ui;
+    QMessageBox::Icon icon = QMessageBox::NoIcon;
+    std::string title;
+    std::string text;
+    int buttons = 0;
+    const auto seen = OnNextModal([&](QWidget& window) {
+        auto& box = dynamic_cast<QMessageBox&>(window);
+        icon = box.icon();
+        title = box.windowTitle().toStdString();
+        text = box.text().toStdString();
+        buttons = static_cast<int>(box.buttons().size());
+    });
+    ui.MessageBox("first line\r\nsecond line", GetParam().icon, GetParam().title);
+    ASSERT_TRUE(*seen);
+    EXPECT_EQ(icon, GetParam().shown);
+    EXPECT_EQ(title, GetParam().expectedTitle);
+    EXPECT_EQ(text, "first line\nsecond line");
+    EXPECT_EQ(buttons, 1);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Icons, QtMessageUiTest,
+    ::testing::Values(
+        BoxCase{util::MessageIcon::None, QMessageBox::NoIcon, std::nullopt, util::kDefaultTitle},
+        BoxCase{util::MessageIcon::Critical, QMessageBox::Critical, "Error#5 - x", "Error#5 - x"},
+        BoxCase{util::MessageIcon::Exclamation, QMessageBox::Warning, "Unexpected Program Error",
+                "Unexpected Program Error"},
+        BoxCase{util::MessageIcon::Information, QMessageBox::Information, "", ""}));
+
+TEST_F(DialogTest, busyPointerIsOneStateRestoredOnce) {
+    QtMessageUi ui;
+    ui.SetBusy(true);
+    ui.SetBusy(true);
+    ASSERT_NE(QApplication::overrideCursor(), nullptr);
+    EXPECT_EQ(QApplication::overrideCursor()->shape(), Qt::WaitCursor);
+    ui.SetBusy(false);
+    EXPECT_EQ(QApplication::overrideCursor(), nullptr);
+    ui.SetBusy(false);
+    EXPECT_EQ(QApplication::overrideCursor(), nullptr);
+}
+
+TEST_F(DialogTest, listControlRaisesItsClickOncePerSelectionButNotWhenCleared) {
+    QListWidget widget;
+    QtListControl list(widget);
+    int clicks = 0;
+    list.SetClickHandler([&] { ++clicks; });
+    list.AddItem("fr");
+    list.AddItem("en");
+    EXPECT_EQ(list.ListIndex(), -1);
+    EXPECT_EQ(list.List(-1), "");
+
+    list.SetListIndex(1);
+    EXPECT_EQ(clicks, 1);
+    list.SetListIndex(1);
+    EXPECT_EQ(clicks, 2);
+    EXPECT_EQ(list.Text(), "en");
+    EXPECT_EQ(util::SelectListItem(list, "fr"), 0);
+    EXPECT_EQ(clicks, 3);
+
+    widget.setCurrentRow(1); // as the user's click or arrow key changes it
+    EXPECT_EQ(clicks, 4);
+    list.Clear();
+    EXPECT_EQ(clicks, 4);
+    EXPECT_EQ(list.ListCount(), 0);
+    EXPECT_EQ(list.ListIndex(), -1);
+}
+
+TEST_F(DialogTest, labelledFormMapsCaptionTextTooltipAndFont) {
+    QDialog form;
+    form.setObjectName(QStringLiteral("frm"));
+    SetTag(form, "119");
+    auto* label = new QLabel(QStringLiteral("L"), &form);
+    label->setObjectName(QStringLiteral("Label1"));
+    SetTag(*label, "12:");
+    auto* button = new QPushButton(QStringLiteral("B"), &form);
+    button->setObjectName(QStringLiteral("cmd"));
+    auto* frame = new QGroupBox(QStringLiteral("G"), &form);
+    frame->setObjectName(QStringLiteral("Frame1"));
+    auto* line = new QLineEdit(&form);
+    line->setObjectName(QStringLiteral("Txt"));
+    auto* box = new QPlainTextEdit(&form);
+    box->setObjectName(QStringLiteral("Text1"));
+    auto* list = new QListWidget(&form);
+    list->setObjectName(QStringLiteral("List1"));
+
+    QtLabelledForm labelled(form);
+    EXPECT_EQ(labelled.Name(), "frm");
+    EXPECT_EQ(labelled.Tag(), "119");
+    labelled.SetCaption("title");
+    EXPECT_EQ(form.windowTitle(), QStringLiteral("title"));
+
+    std::vector<std::string> names;
+    for (lang::ILabelledControl* control : labelled.Controls()) {
+        names.push_back(control->Name());
+    }
+    EXPECT_EQ(names,
+              (std::vector<std::string>{"Label1", "cmd", "Frame1", "Txt", "Text1", "List1"}));
+
+    EXPECT_EQ(labelled.Control("Label1")->Tag(), "12:");
+    EXPECT_EQ(labelled.Control("cmd")->Tag(), "");
+    for (const char* captioned : {"Label1", "cmd", "Frame1"}) {
+        lang::ILabelledControl& control = *labelled.Control(captioned);
+        EXPECT_TRUE(control.SetCaption("caption")) << captioned;
+        EXPECT_EQ(control.Caption(), "caption") << captioned;
+        EXPECT_FALSE(control.SetText("text")) << captioned;
+    }
+    for (const char* boxed : {"Txt", "Text1", "List1"}) {
+        EXPECT_FALSE(labelled.Control(boxed)->SetCaption("caption")) << boxed;
+        EXPECT_EQ(labelled.Control(boxed)->Caption(), std::nullopt) << boxed;
+    }
+    EXPECT_TRUE(labelled.Control("Txt")->SetText("typed"));
+    EXPECT_EQ(line->text(), QStringLiteral("typed"));
+    EXPECT_TRUE(labelled.Control("Text1")->SetText("several"));
+    EXPECT_EQ(box->toPlainText(), QStringLiteral("several"));
+    EXPECT_FALSE(labelled.Control("List1")->SetText("x"));
+
+    EXPECT_TRUE(labelled.Control("cmd")->SetToolTipText("tip"));
+    EXPECT_EQ(button->toolTip(), QStringLiteral("tip"));
+    EXPECT_TRUE(labelled.Control("cmd")->SetFontName("DejaVu Serif"));
+    EXPECT_EQ(button->font().family(), QStringLiteral("DejaVu Serif"));
+    EXPECT_EQ(button->font().pointSizeF(), QApplication::font().pointSizeF());
+    EXPECT_FALSE(button->font().bold());
+}
+
+} // namespace
+} // namespace quorel::dialog::test
+
+namespace quorel::dialog::test {
+namespace {
+
+struct PictureCase {
+    int id;
+    QSize size;
+};
+
+class PictureTest : public DialogTest, public ::testing::WithParamInterface<PictureCase> {};
+
+TEST_P(PictureTest, hasItsSizeAndDiffersFromTheOtherKinds) {
+    const QImage picture = LoadResPicture(GetParam().id).toImage();
+    EXPECT_EQ(picture.size(), GetParam().size);
+    const int first = GetParam().id <= 105 ? 101 : 106;
+    for (int other = first; other < first + 5; ++other) {
+        if (other != GetParam().id) {
+            EXPECT_NE(picture, LoadResPicture(other).toImage()) << other;
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Bitmaps, PictureTest,
+                         ::testing::Values(PictureCase{101, {60, 60}}, PictureCase{103, {60, 60}},
+                                           PictureCase{105, {60, 60}}, PictureCase{106, {280, 187}},
+                                           PictureCase{108, {280, 187}},
+                                           PictureCase{110, {280, 187}}),
+                         [](const auto& testInfo) { return std::to_string(testInfo.param.id); });
+
+TEST_F(DialogTest, unknownBitmapIsNullAndTheHiddenFormHoldsTheCommandPicture) {
+    EXPECT_TRUE(LoadResPicture(100).isNull());
+    EXPECT_TRUE(LoadResPicture(111).isNull());
+    frm_ress form;
+    EXPECT_FALSE(form.isVisible());
+    ASSERT_NE(form.Picture2, nullptr);
+    EXPECT_EQ(form.Picture2->pixmap().size(), QSize(71, 62));
+}
+
+TEST_F(DialogTest, mainprogShowsTheDialogModallyAndReturnsWhenItCloses) {
+    std::string title;
+    bool modal = false;
+    const auto seen = OnNextModal([&](QWidget& window) {
+        title = window.objectName().toStdString();
+        modal = window.isModal();
+    });
+    Mainprog(m_session->context);
+    EXPECT_TRUE(*seen);
+    EXPECT_EQ(title, "frm_back");
+    EXPECT_TRUE(modal);
+}
+
+} // namespace
+} // namespace quorel::dialog::test

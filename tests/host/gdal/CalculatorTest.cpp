@@ -1,0 +1,155 @@
+#include "host/gdal/Calculator.h"
+
+#include "criterion/FuzzyKind.h"
+#include "criterion/Membership.h"
+#include "criterion/Script.h"
+#include "host/gdal/Application.h"
+#include "host/gdal/DbfTable.h"
+#include "host/gdal/Shapefile.h"
+#include "tests/host/gdal/TestShapefiles.h"
+#include "util/Error.h"
+
+#include <gtest/gtest.h>
+
+#include <charconv>
+#include <cmath>
+
+namespace quorel::host::gdal {
+namespace {
+
+// What an N(19,11) column holds for a double: the value printed with 11 decimals.
+double Stored(double value) {
+    char text[64];
+    const auto end = std::to_chars(text, text + sizeof text, value, std::chars_format::fixed, 11);
+    double back = 0;
+    std::from_chars(text, end.ptr, back);
+    return back;
+}
+
+class CalculatorTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        std::vector<std::vector<Value>> rows;
+        for (int i = 0; i < 40; ++i) {
+            rows.push_back(
+                {i == 7 ? Value{} : Value(i * 0.75 - 3.0), Value(static_cast<double>(i))});
+        }
+        testing::MakeShapefile(m_folder.Path(), "parcels",
+                               {{"SLOPE", 'N', 8, 2}, {"ZERO", 'N', 5, 0}}, rows);
+        m_layer = m_app.AddShapefileLayer(m_folder.File("parcels.shp"));
+        auto field = m_app.Factory().NewField();
+        field->SetName("OUT");
+        field->SetType(kFieldTypeDouble);
+        m_layer->FeatureClass()->AddField(*field);
+    }
+
+    std::shared_ptr<Calculator> NewCalculator(const std::string& pre, const std::string& field) {
+        auto calculator = std::dynamic_pointer_cast<Calculator>(m_app.Factory().NewCalculator());
+        calculator->SetBatchBytes(300); // several batches of a few records
+        calculator->SetCursor(m_layer->FeatureClass()->Search(true));
+        calculator->SetPreExpression(pre);
+        calculator->SetExpression("Val");
+        calculator->SetField(field);
+        return calculator;
+    }
+
+    testing::ScratchFolder m_folder;
+    Application m_app;
+    std::shared_ptr<IFeatureLayer> m_layer;
+};
+
+struct KindCase {
+    int kind;
+    double a, b, c, d;
+};
+
+class CalculatorKindTest : public CalculatorTest, public ::testing::WithParamInterface<KindCase> {};
+
+TEST_P(CalculatorKindTest, storesEachFeaturesDegreeAsGdalReadsIt) {
+    const KindCase& k = GetParam();
+    const auto script = criterion::BuildPreExpression(k.kind, "SLOPE", k.a, k.b, k.c, k.d);
+    ASSERT_TRUE(script);
+    NewCalculator(*script, "OUT")->Calculate();
+
+    const testing::GdalTable table = testing::ReadWithGdal(m_folder.File("parcels.shp"));
+    ASSERT_EQ(table.rows.size(), 40u);
+    for (std::size_t i = 0; i < table.rows.size(); ++i) {
+        SCOPED_TRACE(i);
+        EXPECT_TRUE(table.geometryIsSet[i]);
+        if (IsNull(table.rows[i][0])) {
+            // A Null value makes every comparison Null: only the singleton's Else assigns.
+            if (k.kind == criterion::Singleton) {
+                EXPECT_EQ(table.rows[i][2], Value(1.0));
+            } else {
+                EXPECT_TRUE(IsNull(table.rows[i][2]));
+            }
+            continue;
+        }
+        const double x = std::get<double>(table.rows[i][0]);
+        EXPECT_EQ(table.rows[i][2],
+                  Value(Stored(criterion::Membership(k.kind, x, k.a, k.b, k.c, k.d))));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Kinds, CalculatorKindTest,
+                         ::testing::Values(KindCase{1, 3.0, 1e14, 1e15, 1e16},
+                                           KindCase{2, 0.0, 10.0, 20.0, 1e15},
+                                           KindCase{3, -2.0, 7.5, 1e14, 1e15},
+                                           KindCase{4, -1e16, -1e15, 0.0, 10.0},
+                                           KindCase{5, 0.0, 5.0, 15.0, 25.5}));
+
+TEST_F(CalculatorTest, reportsProgressToTheStatusBarThenHidesIt) {
+    std::vector<double> progress;
+    m_app.Bar()->SetProgressListener([&](double fraction) { progress.push_back(fraction); });
+    NewCalculator("Val = [SLOPE] * 2", "OUT")->Calculate();
+    ASSERT_GE(progress.size(), 3u);
+    EXPECT_EQ(progress.back(), -1);
+    EXPECT_EQ(progress[progress.size() - 2], 1.0);
+    for (std::size_t i = 1; i + 1 < progress.size(); ++i) {
+        EXPECT_GT(progress[i], progress[i - 1]);
+    }
+}
+
+TEST_F(CalculatorTest, divisionByZeroStopsTheWorkWithError11) {
+    try {
+        NewCalculator("Val = [SLOPE] / [ZERO]", "OUT")->Calculate();
+        FAIL();
+    } catch (const Error& e) {
+        EXPECT_EQ(e.Number(), error_number::kDivisionByZero);
+    }
+    EXPECT_EQ(m_app.Bar()->CurrentProgress(), -1);
+    // The table stays whole.
+    EXPECT_EQ(testing::ReadWithGdal(m_folder.File("parcels.shp")).featureCount, 40);
+}
+
+TEST_F(CalculatorTest, unknownFieldsAreNamed) {
+    for (const auto& [pre, field, missing] :
+         {std::tuple{"Val = [POP]", "OUT", "POP"}, std::tuple{"Val = 1", "NONE", "NONE"}}) {
+        try {
+            NewCalculator(pre, field)->Calculate();
+            ADD_FAILURE() << pre;
+        } catch (const Error& e) {
+            EXPECT_EQ(e.Description(), std::string("Field not found: ") + missing);
+        }
+    }
+}
+
+TEST_F(CalculatorTest, aValueTooWideForTheFieldIsAnOverflow) {
+    try {
+        NewCalculator("Val = 1E+300", "ZERO")->Calculate();
+        FAIL();
+    } catch (const Error& e) {
+        EXPECT_EQ(e.Number(), error_number::kOverflow);
+    }
+}
+
+TEST_F(CalculatorTest, withoutPreExpressionTheEmptyValIsStoredAsNull) {
+    NewCalculator("Val = 1", "OUT")->Calculate();
+    NewCalculator("", "OUT")->Calculate();
+    for (const auto& row : testing::ReadWithGdal(m_folder.File("parcels.shp")).rows) {
+        EXPECT_TRUE(IsNull(row[2]));
+    }
+}
+
+} // namespace
+} // namespace quorel::host::gdal

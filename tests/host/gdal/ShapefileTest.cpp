@@ -1,0 +1,188 @@
+#include "host/gdal/Shapefile.h"
+
+#include "tests/host/gdal/TestShapefiles.h"
+#include "util/Error.h"
+
+#include <gdal.h>
+#include <ogr_api.h>
+
+#include <fstream>
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <unistd.h>
+
+namespace quorel::host::gdal {
+namespace {
+
+using testing::ScratchFolder;
+
+class ShapefileTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        testing::MakeShapefile(
+            m_folder.Path(), "parcels",
+            {{"SMALL", 'N', 4, 0}, {"POP", 'N', 9, 0}, {"SLOPE", 'N', 7, 2}, {"NAME", 'C', 10, 0}},
+            {{1.0, 1200.0, 12.5, std::string("Amont")},
+             {2.0, host::Value{}, 3.25, std::string("Aval")},
+             {3.0, 35.0, host::Value{}, std::string("Crête")}});
+    }
+
+    std::shared_ptr<IFeatureClass> Open(const std::string& name = "parcels") {
+        ShapefileWorkspaceFactory factory;
+        return factory.OpenFromFile(m_folder.Path() + "/", 0)->OpenFeatureClass(name);
+    }
+
+    ScratchFolder m_folder;
+};
+
+TEST_F(ShapefileTest, knowsItsShapeTypeWorkspaceAndName) {
+    const auto featureClass = Open();
+    EXPECT_EQ(featureClass->ShapeType(), kGeometryPolygon);
+    EXPECT_EQ(featureClass->AliasName(), "parcels");
+    EXPECT_EQ(featureClass->Workspace()->PathName(), m_folder.Path());
+}
+
+TEST_F(ShapefileTest, listsObjectIdAndShapeThenTheTablesColumnsWithHostTypes) {
+    const auto fields = Open()->Fields();
+    const std::vector<std::pair<std::string, std::int32_t>> expected = {
+        {"FID", kFieldTypeOID},
+        {"Shape", kFieldTypeGeometry},
+        {"SMALL", kFieldTypeSmallInteger},
+        {"POP", kFieldTypeInteger},
+        {"SLOPE", kFieldTypeDouble},
+        {"NAME", kFieldTypeString}};
+    ASSERT_EQ(fields->FieldCount(), static_cast<std::int32_t>(expected.size()));
+    for (std::size_t i = 0; i < expected.size(); ++i) {
+        const auto field = fields->Field(static_cast<std::int32_t>(i));
+        EXPECT_EQ(field->Name(), expected[i].first);
+        EXPECT_EQ(field->AliasName(), expected[i].first);
+        EXPECT_EQ(field->Type(), expected[i].second);
+    }
+    EXPECT_EQ(fields->FindField("SLOPE"), 4);
+    EXPECT_EQ(fields->FindField("slope"), -1);
+    EXPECT_THROW(fields->Field(6), Error);
+}
+
+TEST_F(ShapefileTest, cursorReadsValuesNullsAndRecordNumbers) {
+    const auto featureClass = Open();
+    const auto cursor = featureClass->Search(false);
+    std::vector<std::vector<Value>> rows;
+    std::vector<std::shared_ptr<IRow>> kept;
+    while (const auto row = cursor->NextRow()) {
+        kept.push_back(row);
+    }
+    ASSERT_EQ(kept.size(), 3u);
+    // Rows of a non-recycling cursor stay valid after the cursor has moved on.
+    EXPECT_EQ(kept[0]->GetValue(0), Value(0.0));
+    EXPECT_EQ(kept[0]->GetValue(3), Value(1200.0));
+    EXPECT_TRUE(IsNull(kept[1]->GetValue(3)));
+    EXPECT_EQ(kept[1]->GetValue(4), Value(3.25));
+    EXPECT_TRUE(IsNull(kept[2]->GetValue(4)));
+    EXPECT_EQ(kept[2]->GetValue(5), Value(std::string("Crête")));
+    EXPECT_EQ(kept[2]->GetValue(0), Value(2.0));
+}
+
+TEST_F(ShapefileTest, recyclingCursorHandsOutOneRowObject) {
+    const auto cursor = Open()->Search(true);
+    const auto first = cursor->NextRow();
+    const auto second = cursor->NextRow();
+    EXPECT_EQ(first.get(), second.get());
+    EXPECT_EQ(second->GetValue(2), Value(2.0));
+}
+
+TEST_F(ShapefileTest, cursorSkipsDeletedRecords) {
+    // Mark the second record deleted, as dBASE does (GDAL repacks such tables on closing).
+    const std::string dbf = m_folder.File("parcels.dbf");
+    const DbfHeader header = ReadDbfHeader(dbf);
+    {
+        std::fstream file(dbf, std::ios::in | std::ios::out | std::ios::binary);
+        file.seekp(header.headerLength + header.recordLength);
+        file.put('*');
+    }
+    const auto cursor = Open()->Search(false);
+    std::vector<Value> ids;
+    while (const auto row = cursor->NextRow()) {
+        ids.push_back(row->GetValue(0));
+    }
+    EXPECT_EQ(ids, (std::vector<Value>{0.0, 2.0}));
+}
+
+TEST_F(ShapefileTest, addFieldMakesADoubleN19_11AndRefusesHostNames) {
+    const auto featureClass = Open();
+    HostField field("FZY_POP", kFieldTypeDouble);
+    featureClass->AddField(field);
+    const DbfHeader header = ReadDbfHeader(m_folder.File("parcels.dbf"));
+    ASSERT_EQ(header.fields.size(), 5u);
+    EXPECT_EQ(header.fields[4].type, 'N');
+    EXPECT_EQ(header.fields[4].length, 19);
+    EXPECT_EQ(header.fields[4].decimals, 11);
+    EXPECT_EQ(featureClass->FindField("FZY_POP"), 6);
+
+    for (const char* name : {"FID", "Shape", "FZY_POP"}) {
+        try {
+            featureClass->AddField(HostField(name, kFieldTypeDouble));
+            ADD_FAILURE() << name << " was accepted";
+        } catch (const Error& e) {
+            EXPECT_EQ(e.Description(), std::string("Field already exists: ") + name);
+        }
+    }
+}
+
+TEST_F(ShapefileTest, openingFailuresSayWhatAndWhy) {
+    const std::string missing = m_folder.File("nothere.shp");
+    try {
+        Open("nothere");
+        FAIL();
+    } catch (const Error& e) {
+        EXPECT_EQ(e.Number(), error_number::kFileNotFound);
+        EXPECT_EQ(e.Description(), "Cannot open " + missing + ": no such file or directory");
+    }
+    std::filesystem::remove(m_folder.File("parcels.dbf"));
+    EXPECT_THROW(Open(), Error);
+    ShapefileWorkspaceFactory factory;
+    try {
+        factory.OpenFromFile(m_folder.File("parcels.shp"), 0);
+        FAIL();
+    } catch (const Error& e) {
+        EXPECT_EQ(e.Description(),
+                  "Cannot open the folder " + m_folder.File("parcels.shp") + ": not a directory");
+    }
+}
+
+TEST_F(ShapefileTest, unreadableShapefileIsReportedAsPermissionDenied) {
+    if (geteuid() == 0) {
+        GTEST_SKIP() << "file permissions do not apply to root";
+    }
+    const std::string shp = m_folder.File("parcels.shp");
+    std::filesystem::permissions(shp, std::filesystem::perms::none);
+    try {
+        Open();
+        FAIL();
+    } catch (const Error& e) {
+        EXPECT_EQ(e.Number(), error_number::kPermissionDenied);
+        EXPECT_EQ(e.Description(), "Cannot open " + shp + ": permission denied");
+    }
+}
+
+TEST(ShapefileTypeTest, pointShapefileIsNotAPolygon) {
+    ScratchFolder folder;
+    GDALAllRegister();
+    {
+        const std::unique_ptr<void, decltype(&GDALClose)> dataset(
+            GDALCreate(GDALGetDriverByName("ESRI Shapefile"), folder.File("wells.shp").c_str(), 0,
+                       0, 0, GDT_Unknown, nullptr),
+            &GDALClose);
+        OGRLayerH layer =
+            GDALDatasetCreateLayer(dataset.get(), "wells", nullptr, wkbPoint, nullptr);
+        OGRFieldDefnH definition = OGR_Fld_Create("DEPTH", OFTReal);
+        OGR_L_CreateField(layer, definition, TRUE);
+        OGR_Fld_Destroy(definition);
+    }
+    ShapefileFeatureClass wells(folder.Path(), "wells");
+    EXPECT_EQ(wells.ShapeType(), kGeometryPoint);
+}
+
+} // namespace
+} // namespace quorel::host::gdal

@@ -1,0 +1,412 @@
+#include "host/script/ScriptEngine.h"
+
+#include "util/Error.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace quorel::host::script {
+namespace {
+
+using Maybe = std::optional<double>; // std::nullopt stands for Null
+
+Column MakeColumn(const std::vector<Maybe>& values) {
+    Column column;
+    column.resize(values.size());
+    for (std::size_t i = 0; i < values.size(); ++i) {
+        column.isNull[i] = values[i] ? 0 : 1;
+        column.values[i] = values[i].value_or(12345.0); // garbage under Null must not matter
+    }
+    return column;
+}
+
+std::vector<Maybe> ToMaybe(const Column& column) {
+    std::vector<Maybe> result;
+    for (std::size_t i = 0; i < column.size(); ++i) {
+        result.push_back(column.isNull[i] != 0 ? Maybe{} : Maybe{column.values[i]});
+    }
+    return result;
+}
+
+// Runs a script over named field columns (all of the same length).
+std::vector<Maybe> RunScript(const std::string& script, const std::string& expression,
+                             const std::map<std::string, std::vector<Maybe>>& fields,
+                             std::size_t count = 0) {
+    const Program program = Program::Compile(script, expression);
+    std::vector<Column> columns;
+    for (const std::string& name : program.FieldNames()) {
+        columns.push_back(MakeColumn(fields.at(name)));
+    }
+    std::vector<const Column*> inputs;
+    for (const Column& column : columns) {
+        inputs.push_back(&column);
+    }
+    Column output;
+    output.resize(count);
+    program.Evaluate(inputs, output);
+    return ToMaybe(output);
+}
+
+Maybe RunOne(const std::string& script, const std::string& expression = "Val") {
+    return RunScript(script, expression, {}, 1).at(0);
+}
+
+int ErrorNumber(const std::string& script, const std::map<std::string, std::vector<Maybe>>& fields,
+                std::size_t count = 1) {
+    try {
+        RunScript(script, "Val", fields, count);
+    } catch (const Error& error) {
+        return error.Number();
+    }
+    return 0;
+}
+
+std::string Literal(const Maybe& value) {
+    if (!value) {
+        return "Null";
+    }
+    char buffer[40];
+    std::snprintf(buffer, sizeof buffer, "(%.17g)", *value);
+    return buffer;
+}
+
+// Each operator on two operands, computed once folded from literals and once over columns: both
+// roads must give the same value, Null or error.
+struct OperatorCase {
+    const char* op;
+    Maybe left;
+    Maybe right;
+    Maybe expected;
+    int error = 0;
+};
+
+class OperatorTest : public testing::TestWithParam<OperatorCase> {};
+
+TEST_P(OperatorTest, sameResultFoldedAndOverColumns) {
+    const OperatorCase& c = GetParam();
+    const std::string folded =
+        std::string("Val = ") + Literal(c.left) + " " + c.op + " " + Literal(c.right);
+    const std::string columns = std::string("Val = [L] ") + c.op + " [R]";
+    for (const std::string& script : {folded, columns}) {
+        SCOPED_TRACE(script);
+        const std::map<std::string, std::vector<Maybe>> fields = {{"L", {c.left}},
+                                                                  {"R", {c.right}}};
+        if (c.error != 0) {
+            EXPECT_EQ(ErrorNumber(script, fields), c.error);
+            continue;
+        }
+        const Maybe result = RunScript(script, "Val", fields, 1).at(0);
+        ASSERT_EQ(result.has_value(), c.expected.has_value());
+        if (result) {
+            EXPECT_EQ(*result, *c.expected);
+            EXPECT_EQ(std::signbit(*result), std::signbit(*c.expected));
+        }
+    }
+}
+
+const Maybe kNull;
+
+INSTANTIATE_TEST_SUITE_P(
+    Operators, OperatorTest,
+    testing::Values(
+        OperatorCase{"+", 0.1, 0.2, 0.1 + 0.2}, OperatorCase{"-", 10, -5, 15},
+        OperatorCase{"*", 3, 0.1, 3 * 0.1}, OperatorCase{"/", 1, 3, 1.0 / 3},
+        OperatorCase{"^", 2, -2, 0.25}, OperatorCase{"\\", 7, 2, 3}, OperatorCase{"\\", -7, 2, -3},
+        OperatorCase{"\\", 7.5, 2, 4}, // 7.5 rounds to 8
+        OperatorCase{"\\", 6.5, 2, 3}, // 6.5 rounds to 6
+        OperatorCase{"Mod", 7, 3, 1}, OperatorCase{"Mod", -7, 3, -1},
+        OperatorCase{"Mod", 5.5, 2.5, 0}, // 6 Mod 2
+        OperatorCase{"=", 3, 3, -1}, OperatorCase{"<>", 3, 3, 0}, OperatorCase{"<", 2, 3, -1},
+        OperatorCase{">", 2, 3, 0}, OperatorCase{"<=", 3, 3, -1}, OperatorCase{">=", 2, 3, 0},
+        OperatorCase{"And", 5, 3, 1}, OperatorCase{"Or", 5, 3, 7}, OperatorCase{"And", -1, 0, 0},
+        OperatorCase{"Or", -1, 0, -1},
+        // Null: arithmetic and comparisons give Null; And and Or decide when the other side can.
+        OperatorCase{"+", kNull, 1, kNull}, OperatorCase{"/", kNull, 0, kNull},
+        OperatorCase{"\\", 1, kNull, kNull}, OperatorCase{"=", kNull, kNull, kNull},
+        OperatorCase{"<", 1, kNull, kNull}, OperatorCase{"And", kNull, 0, 0},
+        OperatorCase{"And", -1, kNull, kNull}, OperatorCase{"Or", kNull, -1, -1},
+        OperatorCase{"Or", 0, kNull, kNull}, OperatorCase{"Or", kNull, kNull, kNull},
+        // Errors.
+        OperatorCase{"/", 1, 0, {}, 11}, OperatorCase{"/", -1, 0, {}, 11},
+        OperatorCase{"/", 0, 0, {}, 6}, OperatorCase{"\\", 1, 0, {}, 11},
+        OperatorCase{"Mod", 5, 0.4, {}, 11}, OperatorCase{"*", 1E308, 10, {}, 6},
+        OperatorCase{"^", -8, 0.5, {}, 5}, OperatorCase{"\\", 3E9, 1, {}, 6},
+        OperatorCase{"And", 3E9, 1, {}, 6}));
+
+struct ExpressionCase {
+    const char* expression;
+    Maybe expected;
+};
+
+class ExpressionTest : public testing::TestWithParam<ExpressionCase> {};
+
+TEST_P(ExpressionTest, followsPrecedenceAndValueRules) {
+    const ExpressionCase& c = GetParam();
+    const Maybe result = RunOne(std::string("Val = ") + c.expression);
+    ASSERT_EQ(result.has_value(), c.expected.has_value()) << c.expression;
+    if (result) {
+        EXPECT_EQ(*result, *c.expected) << c.expression;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Precedence, ExpressionTest,
+    testing::Values(ExpressionCase{"1 + 2 * 3", 7}, ExpressionCase{"(1 + 2) * 3", 9},
+                    ExpressionCase{"2 ^ 3 ^ 2", 64}, ExpressionCase{"-2 ^ 2", -4},
+                    ExpressionCase{"10 --5", 15}, ExpressionCase{"10 - - 5", 15},
+                    ExpressionCase{"2 * -3", -6}, ExpressionCase{"+4", 4},
+                    ExpressionCase{"7 \\ 2 * 2", 1}, ExpressionCase{"1 + 10 \\ 3", 4},
+                    ExpressionCase{"2 * 3 Mod 4", 2}, ExpressionCase{"1 + 7 Mod 4", 4},
+                    ExpressionCase{"10 \\ 3 Mod 2", 1}, ExpressionCase{"1 + 2 = 3", -1},
+                    ExpressionCase{"Not 1 = 2", -1}, ExpressionCase{"Not 0", -1},
+                    ExpressionCase{"Not 5", -6}, ExpressionCase{"1 < 2 And 2 < 1 Or 3 = 3", -1},
+                    ExpressionCase{"1E+15 / 1E-05", 1E+20}, ExpressionCase{".5 + 1.25", 1.75},
+                    ExpressionCase{"True + True", -2}, ExpressionCase{"False", 0},
+                    ExpressionCase{"Not Null", kNull}, ExpressionCase{"-Null", kNull},
+                    ExpressionCase{"Empty + 1", 1}, ExpressionCase{"Empty = 0", -1},
+                    ExpressionCase{"Empty", kNull}, ExpressionCase{"Null", kNull}));
+
+TEST(ScriptEngineTest, emptyVariableIsStoredAsNullButCountsAsZero) {
+    EXPECT_EQ(RunOne("Dim Val"), kNull);
+    EXPECT_EQ(RunOne("X = Y\nVal = X"), kNull);
+    EXPECT_EQ(RunOne("Val = Y + 3"), 3.0);
+    const Maybe negated = RunOne("Val = -Y");
+    ASSERT_TRUE(negated);
+    EXPECT_FALSE(std::signbit(*negated)); // -Empty is 0, not -0
+}
+
+TEST(ScriptEngineTest, keywordsAndVariablesIgnoreCaseAndCommentsAreSkipped) {
+    const std::string script = "' first line is a comment\r\n"
+                               "REM so is this one\r\n"
+                               "DIM val, Remark ' a Dim list\r\n"
+                               "\tremark   =   [X]  *  2\r\n"
+                               "IF REMARK > 3 THEN\r\n"
+                               "  rem inside\r\n"
+                               "  VAL = remark\r\n"
+                               "eLsE\r\n"
+                               "  Val = 0 ' trailing comment\r\n"
+                               "END   IF  ";
+    EXPECT_EQ(RunScript(script, "val", {{"X", {1, 2, kNull}}}),
+              (std::vector<Maybe>{0.0, 4.0, 0.0}));
+}
+
+// If, ElseIf, Else and nesting over more features than one chunk, against a direct evaluation.
+TEST(ScriptEngineTest, branchesMatchDirectEvaluationOverManyFeatures) {
+    const std::string script = "If [X] < 0 Then\n"
+                               "  Val = -1\n"
+                               "ElseIf [X] < 10 Then\n"
+                               "  If [X] >= 5 Then\n"
+                               "    Val = [X] * 2\n"
+                               "  Else\n"
+                               "    Val = [X] / 2\n"
+                               "  End If\n"
+                               "ElseIf [X] = 10 Then\n"
+                               "  Val = Null\n"
+                               "ElseIf [X] < 20 Then\n"
+                               "  Val = [X] Mod 7\n"
+                               "Else\n"
+                               "  ' left Empty\n"
+                               "End If";
+    std::vector<Maybe> values;
+    std::vector<Maybe> expected;
+    for (int i = 0; i < 3000; ++i) {
+        const double x = (i % 31) - 5 + (i % 2) * 0.5;
+        if (i % 17 == 0) {
+            values.push_back(kNull);
+            expected.push_back(kNull); // Null conditions all fail; the Else leaves Val Empty
+            continue;
+        }
+        values.push_back(x);
+        if (x < 0) {
+            expected.push_back(-1.0);
+        } else if (x < 10) {
+            expected.push_back(x >= 5 ? x * 2 : x / 2);
+        } else if (x == 10 || x >= 20) {
+            expected.push_back(kNull);
+        } else {
+            expected.push_back(static_cast<double>(static_cast<long>(std::nearbyint(x)) % 7));
+        }
+    }
+    EXPECT_EQ(RunScript(script, "Val", {{"X", values}}), expected);
+}
+
+// Values assigned inside a branch hold for its features only, in every chunk, whether or not
+// the chunk has features that take the branch.
+TEST(ScriptEngineTest, assignmentsInBranchesKeepOtherFeaturesValues) {
+    const std::string script = "A = 5\n"
+                               "If [X] > 0 Then\n"
+                               "  A = 7\n"
+                               "  B = A * 2\n"
+                               "ElseIf [X] > -5 Then\n"
+                               "  C = B\n"
+                               "End If\n"
+                               "If [X] > 0 Then\n"
+                               "  Val = A + B\n"
+                               "ElseIf [X] = -1 Then\n"
+                               "  Val = A + C\n"
+                               "End If";
+    std::vector<Maybe> xs(1300, 1.0);
+    std::fill(xs.begin() + 600, xs.end(), -1.0); // the second and third chunks never take Then
+    xs[1299] = -9.0;
+    std::vector<Maybe> expected(1300, 21.0);
+    std::fill(expected.begin() + 600, expected.end(), 5.0); // A kept, C Empty counts as 0
+    expected[1299] = kNull;
+    EXPECT_EQ(RunScript(script, "Val", {{"X", xs}}), expected);
+    EXPECT_EQ(RunScript(script, "C", {{"X", xs}}).at(700), kNull); // Empty copied stays Empty
+}
+
+TEST(ScriptEngineTest, nullConditionTakesTheFalseBranch) {
+    const std::string script = "If [X] = 1 Or [X] <> 1 Then\nVal = 1\nElse\nVal = 2\nEnd If";
+    EXPECT_EQ(RunScript(script, "Val", {{"X", {kNull, 1.0}}}), (std::vector<Maybe>{2.0, 1.0}));
+    EXPECT_EQ(RunScript("If Not [X] Then\nVal = 1\nEnd If", "Val", {{"X", {kNull}}}),
+              (std::vector<Maybe>{kNull}));
+}
+
+TEST(ScriptEngineTest, statementsOnlyFailForFeaturesThatRunThem) {
+    const std::string guarded = "If [X] <> 0 Then\nVal = 1 / [X]\nEnd If";
+    EXPECT_EQ(RunScript(guarded, "Val", {{"X", {2.0, 0.0, 4.0}}}),
+              (std::vector<Maybe>{0.5, kNull, 0.25}));
+    // A failing constant statement in a branch no feature takes is no failure either.
+    EXPECT_EQ(RunScript("If [X] > 5 Then\nA = 1 / 0\nEnd If\nVal = 1", "Val", {{"X", {1.0}}}),
+              (std::vector<Maybe>{1.0}));
+    EXPECT_EQ(ErrorNumber("A = 1 / 0\nVal = 1", {}, 1), 11);
+    EXPECT_EQ(ErrorNumber("A = 1 / 0\nVal = 1", {}, 0), 0); // no feature, no run
+}
+
+TEST(ScriptEngineTest, errorIsTheOneOfTheFirstFailingFeature) {
+    const std::string script = "A = 1 / [X]\nB = [Y] * 1E+300\nVal = A";
+    std::vector<Maybe> xs(700, 1.0);
+    std::vector<Maybe> ys(700, 1.0);
+    xs[600] = 0.0;    // division by zero at the first statement, late feature
+    ys[300] = 1E+300; // overflow at the second statement, earlier feature
+    EXPECT_EQ(ErrorNumber(script, {{"X", xs}, {"Y", ys}}, 700), 6);
+    ys[300] = 1.0;
+    try {
+        RunScript(script, "Val", {{"X", xs}, {"Y", ys}});
+        FAIL() << "no error";
+    } catch (const Error& error) {
+        EXPECT_EQ(error.Number(), error_number::kDivisionByZero);
+        EXPECT_EQ(error.Description(), "Division by zero");
+    }
+}
+
+TEST(ScriptEngineTest, fieldsAreListedOnceInOrderOfFirstUseAndCaseSensitive) {
+    const Program program =
+        Program::Compile("A = [Slope] + [POP]\nB = [pop] * [Slope]", "A + B + [ALT]");
+    EXPECT_EQ(program.FieldNames(), (std::vector<std::string>{"Slope", "POP", "pop", "ALT"}));
+}
+
+TEST(ScriptEngineTest, withoutFieldsTheOutputSizeGivesTheFeatureCount) {
+    EXPECT_EQ(RunScript("Val = 2 ^ 10", "Val", {}, 3),
+              (std::vector<Maybe>{1024.0, 1024.0, 1024.0}));
+}
+
+TEST(ScriptEngineTest, mismatchedColumnsAreRefused) {
+    const Program program = Program::Compile("Val = [A] + [B]", "Val");
+    const Column three = MakeColumn({1.0, 2.0, 3.0});
+    const Column two = MakeColumn({1.0, 2.0});
+    Column output;
+    EXPECT_THROW(program.Evaluate({&three}, output), Error);
+    EXPECT_THROW(program.Evaluate({&three, &two}, output), Error);
+}
+
+TEST(ScriptEngineTest, longFlatScriptsAndExpressionsWork) {
+    std::string sum = "Val = 0";
+    for (int i = 0; i < 20000; ++i) {
+        sum += " + 1";
+    }
+    EXPECT_EQ(RunScript(sum, "Val", {{"X", {}}}, 1).at(0), 20000.0);
+    std::string lines;
+    for (int i = 0; i < 1000; ++i) {
+        lines += "If [X] > " + std::to_string(i) + " Then\nVal = Val + 1\nEnd If\n";
+    }
+    EXPECT_EQ(RunScript(lines, "Val", {{"X", {10.5, -1.0}}}), (std::vector<Maybe>{11.0, kNull}));
+}
+
+// Syntax errors: the number, and the line in the description.
+struct SyntaxCase {
+    const char* script;
+    const char* where; // "line N" or "expression"
+};
+
+class SyntaxErrorTest : public testing::TestWithParam<SyntaxCase> {};
+
+TEST_P(SyntaxErrorTest, namesTheLine) {
+    try {
+        Program::Compile(GetParam().script, "Val");
+        FAIL() << "compiled: " << GetParam().script;
+    } catch (const Error& error) {
+        EXPECT_EQ(error.Number(), error_number::kSyntaxError);
+        EXPECT_NE(error.Description().find(GetParam().where), std::string::npos)
+            << error.Description();
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Errors, SyntaxErrorTest,
+    testing::Values(
+        SyntaxCase{"Val = (1 + 2", "line 1"}, SyntaxCase{"dim Val\r\nVal = 1 +\r\n", "line 2"},
+        SyntaxCase{"If [X] > 1\nVal=1\nEnd If", "line 1"},
+        SyntaxCase{"Val = 1\nIf 1 Then\nVal = 2\n", "line 2"}, SyntaxCase{"End If", "line 1"},
+        SyntaxCase{"\nElse", "line 2"}, SyntaxCase{"ElseIf 1 Then", "line 1"},
+        SyntaxCase{"If 1 Then\nElse\nElse\nEnd If", "line 3"},
+        SyntaxCase{"If 1 Then\nElse\nElseIf 1 Then\nEnd If", "line 3"},
+        SyntaxCase{"If 1 Then\nElse If 1 Then\nEnd If\nEnd If", "line 2"},
+        SyntaxCase{"If 1 Then Val = 2", "line 1"}, SyntaxCase{"If 1 Then\nEndIf", "line 2"},
+        SyntaxCase{"Dim a, b, a", "line 1"}, SyntaxCase{"Dim A\ndim a", "line 2"},
+        SyntaxCase{"Dim If", "line 1"}, SyntaxCase{"Dim x(3)", "line 1"},
+        SyntaxCase{"Dim", "line 1"}, SyntaxCase{"Val = \"x\"", "line 1"},
+        SyntaxCase{"Val = Abs(1)", "line 1"}, SyntaxCase{"For i = 1 To 3", "line 1"},
+        SyntaxCase{"Val = 1 : Val = 2", "line 1"}, SyntaxCase{"Val = 1 Xor 2", "line 1"},
+        SyntaxCase{"Val = 1 &", "line 1"}, SyntaxCase{"Val = 1E", "line 1"},
+        SyntaxCase{"Val = 1E+999", "line 1"}, SyntaxCase{"Val = 5x", "line 1"},
+        SyntaxCase{"Val = [X", "line 1"}, SyntaxCase{"Val = []", "line 1"},
+        SyntaxCase{"Val 1", "line 1"}, SyntaxCase{"Val", "line 1"},
+        SyntaxCase{"\xC3\xA9 = 1", "line 1"}, SyntaxCase{"Val = 1 Rem no", "line 1"},
+        SyntaxCase{"Val = 1\n\n\n  Val = = 2", "line 4"},
+        SyntaxCase{"Val = 1\r\n\r\nVal = )", "line 3"}, SyntaxCase{"Val = 1\rVal = )", "line 2"},
+        SyntaxCase{"Val = 1 _\n+ 2", "line 1"}, SyntaxCase{"Val = Not", "line 1"}));
+
+TEST(ScriptEngineTest, expressionErrorsSaySo) {
+    for (const char* expression : {"", "Val +", "Val\nX", "(Val"}) {
+        try {
+            Program::Compile("Val = 1", expression);
+            FAIL() << "compiled: " << expression;
+        } catch (const Error& error) {
+            EXPECT_EQ(error.Number(), error_number::kSyntaxError);
+            EXPECT_NE(error.Description().find("expression"), std::string::npos);
+        }
+    }
+}
+
+// Hostile nesting is a syntax error, not a stack overflow; reasonable nesting compiles.
+TEST(ScriptEngineTest, deepNestingIsRefusedWithoutCrashing) {
+    const auto repeat = [](const std::string& piece, int times) {
+        std::string text;
+        for (int i = 0; i < times; ++i) {
+            text += piece;
+        }
+        return text;
+    };
+    const int hostile = 200000;
+    for (const std::string& script :
+         {"Val = " + repeat("(", hostile) + "1" + repeat(")", hostile),
+          "Val = " + repeat("-", hostile) + "1", "Val = " + repeat("Not ", hostile) + "1",
+          "Val = 2" + repeat(" ^ -2", hostile),
+          repeat("If 1 Then\n", hostile) + repeat("End If\n", hostile)}) {
+        EXPECT_THROW(Program::Compile(script, "Val"), Error);
+    }
+    EXPECT_EQ(RunOne("Val = " + repeat("(", 150) + "1" + repeat(")", 150)), 1.0);
+    EXPECT_EQ(RunOne("Val = " + repeat("-", 150) + "1"), 1.0);
+    EXPECT_EQ(RunScript(repeat("If [X] > 0 Then\n", 150) + "Val = 7\n" + repeat("End If\n", 150),
+                        "Val", {{"X", {1.0, 0.0}}}),
+              (std::vector<Maybe>{7.0, kNull}));
+}
+
+} // namespace
+} // namespace quorel::host::script

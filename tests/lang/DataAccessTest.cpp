@@ -1,0 +1,282 @@
+#include "lang/DataAccess.h"
+
+#include "LangFixtures.h"
+#include "lang/LanguageList.h"
+#include "lang/SelectStatement.h"
+#include "lang/SettingsStore.h"
+#include "util/Error.h"
+#include "util/MessageUi.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+namespace quorel::lang {
+namespace {
+
+using testing_support::MakeSqliteDatabase;
+using testing_support::ScratchFolder;
+
+const std::string kAccessSample = QUOREL_ACCESS_SAMPLE;
+
+// Runs body and returns the quorel::Error it raised; fails the test when it raised none.
+template <typename Body> Error Raised(Body&& body) {
+    try {
+        body();
+    } catch (const Error& e) {
+        return e;
+    }
+    ADD_FAILURE() << "no error raised";
+    return Error(0, "", "");
+}
+
+class DataAccessTest : public testing::Test {
+protected:
+    std::string SqliteFile(const std::string& sql = testing_support::kFrEnTable) {
+        const std::string path = m_scratch.File("text.mdb");
+        MakeSqliteDatabase(path, sql);
+        return path;
+    }
+
+    ScratchFolder m_scratch;
+    util::RecordingMessageUi m_ui;
+    DataAccess m_dao{m_ui};
+};
+
+TEST_F(DataAccessTest, choosesTheEngineFromTheFirstBytes) {
+    EXPECT_EQ(DetectEngine(SqliteFile()), DatabaseEngine::Sqlite);
+    EXPECT_EQ(DetectEngine(kAccessSample), DatabaseEngine::Access);
+    const std::string other = m_scratch.File("other.mdb");
+    std::ofstream(other) << "Standard Jet DB, but not at the right place, and long enough";
+    EXPECT_EQ(DetectEngine(other), DatabaseEngine::Unknown);
+    EXPECT_EQ(DetectEngine(m_scratch.File("missing.mdb")), DatabaseEngine::Unknown);
+}
+
+TEST_F(DataAccessTest, missingDatabaseRaisesError1000WhateverTheCallerAsks) {
+    const std::string path = m_scratch.File("missing.mdb");
+    for (bool raise : {true, false}) {
+        std::shared_ptr<IDatabase> db;
+        const Error e = Raised([&] { m_dao.DAO_Open(db, path, raise); });
+        EXPECT_EQ(e.Number(), -2147220504);
+        EXPECT_EQ(e.Source(), "DAO_Open");
+        EXPECT_EQ(e.Description(), "Database not found:\r\n" + path);
+        EXPECT_EQ(db, nullptr);
+    }
+}
+
+TEST_F(DataAccessTest, unreadableDatabaseRaisesOrReturnsTheEnginesDescription) {
+    const std::string path = m_scratch.File("text.mdb");
+    std::ofstream(path) << "this is not a database at all, only some text in a file";
+    std::shared_ptr<IDatabase> db;
+    const Error e = Raised([&] { m_dao.DAO_Open(db, path, true); });
+    EXPECT_EQ(e.Number(), kErrorOpenDatabase);
+    EXPECT_EQ(e.Description(), "Error open database:\r\n" + path);
+
+    const std::string description = m_dao.DAO_Open(db, path, false);
+    EXPECT_FALSE(description.empty());
+    EXPECT_EQ(db, nullptr);
+}
+
+TEST_F(DataAccessTest, sharedFolderPrefixIsRewrittenEverywhereInThePath) {
+    DataAccess dao(m_ui, SharedFolderRewrite{"//server/share", m_scratch.Path().string()});
+    EXPECT_EQ(dao.RewriteSharedFolder("//server/share/texts/text.mdb"),
+              m_scratch.Path().string() + "/texts/text.mdb");
+    EXPECT_EQ(dao.RewriteSharedFolder("/local/text.mdb"), "/local/text.mdb");
+    EXPECT_EQ(dao.RewriteSharedFolder("//SERVER/share/text.mdb"), "//SERVER/share/text.mdb");
+    EXPECT_EQ(dao.RewriteSharedFolder("a//server/share//server/share"),
+              "a" + m_scratch.Path().string() + m_scratch.Path().string());
+
+    SqliteFile();
+    std::shared_ptr<IDatabase> db;
+    EXPECT_EQ(dao.DAO_Open(db, "//server/share/text.mdb", true), "");
+    ASSERT_NE(db, nullptr);
+    EXPECT_EQ(db->Path(), m_scratch.File("text.mdb"));
+
+    // A missing file names the rewritten path.
+    const Error e = Raised([&] { dao.DAO_Open(db, "//server/share/none.mdb", false); });
+    EXPECT_EQ(e.Description(), "Database not found:\r\n" + m_scratch.File("none.mdb"));
+}
+
+TEST_F(DataAccessTest, sharedFolderPrefixComesFromTheSiteSettings) {
+    IniSettingsStore settings(m_scratch.Path() / "config");
+    EXPECT_EQ(SharedFolderRewriteFromSettings(settings), std::nullopt);
+    settings.SaveSetting(kSettingsApplication, "site", "SharedFolderPrefix", "//srv/gis");
+    settings.SaveSetting(kSettingsApplication, "site", "SharedFolderReplacement", "/mnt/gis");
+    const auto rewrite = SharedFolderRewriteFromSettings(settings);
+    ASSERT_TRUE(rewrite.has_value());
+    EXPECT_EQ(rewrite->prefix, "//srv/gis");
+    EXPECT_EQ(rewrite->replacement, "/mnt/gis");
+}
+
+TEST_F(DataAccessTest, openRsOpensTheDatabaseFromThePathWhenNoneIsSet) {
+    const std::string path = SqliteFile();
+    std::shared_ptr<IDatabase> db;
+    std::unique_ptr<IRecordset> rs;
+    m_dao.DAO_OpenRs(db, rs, path, "SELECT id, en FROM tblText");
+    ASSERT_NE(db, nullptr);
+    ASSERT_NE(rs, nullptr);
+    std::vector<std::string> texts;
+    for (; !rs->Eof(); rs->MoveNext()) {
+        texts.push_back(std::get<std::string>(rs->Field(1)));
+    }
+    EXPECT_EQ(texts, (std::vector<std::string>{"zero", "Arial", "Exit", "Compute"}));
+}
+
+// The statements that fail on a missing column or table give error 1001 with the same layout on
+// both engines.
+struct BadStatement {
+    bool access;
+    const char* sql;
+};
+
+class BadStatementTest : public DataAccessTest, public testing::WithParamInterface<BadStatement> {};
+
+TEST_P(BadStatementTest, raisesError1001WithTheStatementAndThePath) {
+    const std::string path = GetParam().access ? kAccessSample : SqliteFile();
+    std::shared_ptr<IDatabase> db;
+    m_dao.DAO_Open(db, path, true);
+    for (const std::string& dbPath : {path, std::string()}) {
+        std::unique_ptr<IRecordset> rs;
+        const Error e = Raised([&] { m_dao.DAO_OpenRs(db, rs, dbPath, GetParam().sql); });
+        EXPECT_EQ(e.Number(), -2147220503);
+        EXPECT_EQ(e.Source(), "DAO_OpenRs");
+        const std::string head = std::string("Error SQL:") + GetParam().sql +
+                                 "\r\non database\r\n" + dbPath + "\r\nError: ";
+        EXPECT_EQ(e.Description().substr(0, head.size()), head);
+        EXPECT_GT(e.Description().size(), head.size()) << "the engine's description is missing";
+        EXPECT_EQ(rs, nullptr);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(BothEngines, BadStatementTest,
+                         testing::Values(BadStatement{false, "SELECT id, de FROM tblText"},
+                                         BadStatement{false, "SELECT id, fr FROM tblNone"},
+                                         BadStatement{true, "SELECT A, Z FROM Table1"},
+                                         BadStatement{true, "SELECT id, fr FROM tblText"},
+                                         BadStatement{true, "DELETE FROM Table1"}));
+
+TEST_F(DataAccessTest, maxValueReadsTheHighestValueOnBothEngines) {
+    std::shared_ptr<IDatabase> sqlite;
+    m_dao.DAO_Open(sqlite, SqliteFile(), true);
+    EXPECT_EQ(m_dao.DAO_MaxValue(sqlite.get(), "tblText", "id", true), DbValue(3.0));
+    EXPECT_EQ(m_dao.DAO_MaxValue(sqlite.get(), "tblText", "en", true), DbValue("zero"));
+
+    std::shared_ptr<IDatabase> access;
+    m_dao.DAO_Open(access, kAccessSample, true);
+    EXPECT_EQ(m_dao.DAO_MaxValue(access.get(), "Table1", "D", true), DbValue(222.0));
+    EXPECT_EQ(m_dao.DAO_MaxValue(access.get(), "Table1", "F", true), DbValue(444.555));
+    EXPECT_EQ(m_dao.DAO_MaxValue(access.get(), "table1", "a", true), DbValue("abcdefg"));
+    EXPECT_EQ(m_dao.DAO_SQL2Value(access.get(), "SELECT count(*) FROM Table1", true), DbValue(2.0));
+    EXPECT_EQ(m_dao.DAO_SQL2Value(access.get(), "SELECT min(E) FROM Table1", true), DbValue(0.0));
+    EXPECT_TRUE(m_ui.boxes.empty());
+}
+
+TEST_F(DataAccessTest, maxValueOfAnEmptyTableIsNullOnBothEngines) {
+    std::shared_ptr<IDatabase> sqlite;
+    m_dao.DAO_Open(sqlite, SqliteFile("CREATE TABLE tblText (id INTEGER, fr TEXT);"), true);
+    EXPECT_TRUE(IsNull(m_dao.DAO_MaxValue(sqlite.get(), "tblText", "id", true)));
+
+    std::shared_ptr<IDatabase> access;
+    m_dao.DAO_Open(access, kAccessSample, true);
+    EXPECT_TRUE(IsNull(m_dao.DAO_MaxValue(access.get(), "Table4", "name", true)));
+    EXPECT_TRUE(m_ui.boxes.empty());
+}
+
+TEST_F(DataAccessTest, failingValueShowsTheBoxOnlyWhenAskedAndGivesEmpty) {
+    std::shared_ptr<IDatabase> db;
+    m_dao.DAO_Open(db, SqliteFile(), true);
+    EXPECT_TRUE(IsEmpty(m_dao.DAO_MaxValue(db.get(), "tblNone", "id", false)));
+    EXPECT_TRUE(m_ui.boxes.empty());
+
+    EXPECT_TRUE(IsEmpty(m_dao.DAO_MaxValue(db.get(), "tblNone", "id", true)));
+    ASSERT_EQ(m_ui.boxes.size(), 1u);
+    EXPECT_EQ(m_ui.boxes[0].title, "DAO_SQL2Value");
+    EXPECT_EQ(m_ui.boxes[0].icon, util::MessageIcon::Critical);
+    const std::string& text = m_ui.boxes[0].text;
+    EXPECT_NE(text.find("tblNone"), std::string::npos);
+    const std::string tail = "\r\nSQL=SELECT max(id) FROM tblNone";
+    ASSERT_GT(text.size(), tail.size());
+    EXPECT_EQ(text.substr(text.size() - tail.size()), tail);
+
+    // No database at all behaves the same way.
+    EXPECT_TRUE(IsEmpty(m_dao.DAO_SQL2Value(nullptr, "SELECT 1", true)));
+    EXPECT_EQ(m_ui.boxes.size(), 2u);
+}
+
+TEST_F(DataAccessTest, fieldListKeepsEveryColumnButLowerCaseId) {
+    std::shared_ptr<IDatabase> db;
+    m_dao.DAO_Open(db,
+                   SqliteFile("CREATE TABLE tblText (fr TEXT, id INTEGER, en TEXT, Id2 TEXT);"
+                              "CREATE TABLE tblUpper (fr TEXT, ID INTEGER, en TEXT);"),
+                   true);
+    PlainListControl list;
+    list.items = {"old"};
+    EXPECT_EQ(m_dao.DAO_FillFieldList(db.get(), "tblText", list), "");
+    EXPECT_EQ(list.items, (std::vector<std::string>{"fr", "en", "Id2"}));
+    EXPECT_EQ(m_dao.DAO_FillFieldList(db.get(), "tblUpper", list), "");
+    EXPECT_EQ(list.items, (std::vector<std::string>{"fr", "ID", "en"}));
+}
+
+TEST_F(DataAccessTest, fieldListOfAMissingTableReportsAndKeepsTheList) {
+    std::shared_ptr<IDatabase> db;
+    m_dao.DAO_Open(db, SqliteFile(), true);
+    PlainListControl list;
+    list.items = {"old"};
+    EXPECT_NE(m_dao.DAO_FillFieldList(db.get(), "tblNone", list), "");
+    EXPECT_NE(m_dao.DAO_FillFieldList(nullptr, "tblText", list), "");
+    EXPECT_EQ(list.items, (std::vector<std::string>{"old"}));
+}
+
+TEST_F(DataAccessTest, accessFileListsItsColumnsAndReadsItsRows) {
+    std::shared_ptr<IDatabase> db;
+    EXPECT_EQ(m_dao.DAO_Open(db, kAccessSample, true), "");
+    PlainListControl list;
+    EXPECT_EQ(m_dao.DAO_FillFieldList(db.get(), "Table1", list), "");
+    EXPECT_EQ(list.items, (std::vector<std::string>{"A", "B", "C", "D", "E", "F", "G", "H", "I"}));
+    EXPECT_NE(m_dao.DAO_FillFieldList(db.get(), "tblText", list), "");
+
+    std::unique_ptr<IRecordset> rs;
+    m_dao.DAO_OpenRs(db, rs, kAccessSample, "SELECT [A], e, F FROM Table1");
+    ASSERT_EQ(rs->FieldCount(), 3);
+    ASSERT_FALSE(rs->Eof());
+    EXPECT_EQ(rs->Field(0), DbValue("abcdefg"));
+    EXPECT_EQ(rs->Field(1), DbValue(333333333.0));
+    EXPECT_EQ(rs->Field(2), DbValue(444.555));
+    rs->MoveNext();
+    EXPECT_EQ(rs->Field(0), DbValue("a"));
+    rs->MoveNext();
+    EXPECT_TRUE(rs->Eof());
+}
+
+struct ParseCase {
+    const char* sql;
+    bool valid;
+    std::size_t items;
+    const char* table;
+};
+
+class SelectStatementTest : public testing::TestWithParam<ParseCase> {};
+
+TEST_P(SelectStatementTest, acceptsOnlyTheStatementsTheComponentRuns) {
+    const auto statement = ParseSelect(GetParam().sql);
+    ASSERT_EQ(statement.has_value(), GetParam().valid);
+    if (statement) {
+        EXPECT_EQ(statement->items.size(), GetParam().items);
+        EXPECT_EQ(statement->table, GetParam().table);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Statements, SelectStatementTest,
+    testing::Values(ParseCase{"SELECT max(id) FROM tblText", true, 1, "tblText"},
+                    ParseCase{"select id, fr from tblText;", true, 2, "tblText"},
+                    ParseCase{"SELECT [My col], count(*) FROM [My table]", true, 2, "My table"},
+                    ParseCase{"SELECT * FROM t", true, 1, "t"},
+                    ParseCase{"SELECT id, FROM tblText", false, 0, ""},
+                    ParseCase{"SELECT sum(id) FROM tblText", false, 0, ""},
+                    ParseCase{"SELECT id FROM tblText WHERE id = 1", false, 0, ""},
+                    ParseCase{"UPDATE tblText SET fr = 1", false, 0, ""},
+                    ParseCase{"SELECT max(id FROM tblText", false, 0, ""}));
+
+} // namespace
+} // namespace quorel::lang
