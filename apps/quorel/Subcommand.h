@@ -21,5 +21,6 @@ const Subcommand& RunCommand();
 const Subcommand& FzyCommand();
 const Subcommand& MetaCommand();
 const Subcommand& StatsCommand();
+const Subcommand& RegisterCommand();
 
 } // namespace quorel::cli

@@ -408,3 +408,15 @@ MemoryApplication::AddFeatureLayer(const std::string& folder, const std::string&
 }
 
 } // namespace quorel::host::memory
+
+namespace quorel::host::memory {
+
+void MemoryDocument::SetFocusMap(std::shared_ptr<IMap> map) {
+    const auto old = m_map;
+    m_map = std::move(map);
+    if (auto* source = dynamic_cast<MemoryMap*>(old.get())) {
+        source->ViewHandlers().Raise([](IMapActiveViewEvents& h) { h.FocusMapChanged(); });
+    }
+}
+
+} // namespace quorel::host::memory

@@ -4,6 +4,7 @@
 // editor, the status bar, the field calculator and the data statistics, all inspectable and
 // changeable by the test. Failures throw quorel::Error as the real host's do.
 
+#include "host/api/Events.h"
 #include "host/api/Host.h"
 
 #include <functional>
@@ -194,8 +195,18 @@ private:
     std::vector<std::shared_ptr<ILayer>> m_layers;
 };
 
-class MemoryMap final : public IMap {
+class MemoryMap final : public IMap, public IMapEventSource {
 public:
+    void Advise(IMapActiveViewEvents* handler) override { m_viewHandlers.Advise(handler); }
+    void Unadvise(IMapActiveViewEvents* handler) override { m_viewHandlers.Unadvise(handler); }
+    void SetViewActive(bool active) override {
+        m_viewActive = active;
+        ++m_viewActiveSets;
+    }
+    bool ViewActive() const override { return m_viewActive; }
+    int ViewActiveSets() const { return m_viewActiveSets; }
+    const EventHandlers<IMapActiveViewEvents>& ViewHandlers() const { return m_viewHandlers; }
+
     explicit MemoryMap(std::string name = "Layers") : m_name(std::move(name)) {}
     std::string Name() const override { return m_name; }
     std::int32_t LayerCount() const override { return static_cast<std::int32_t>(m_layers.size()); }
@@ -211,18 +222,28 @@ public:
     void AppendLayer(std::shared_ptr<ILayer> layer) { m_layers.push_back(std::move(layer)); }
 
 private:
+    EventHandlers<IMapActiveViewEvents> m_viewHandlers;
+    bool m_viewActive = false;
+    int m_viewActiveSets = 0;
     std::string m_name;
     std::vector<std::shared_ptr<ILayer>> m_layers;
 };
 
-class MemoryDocument final : public IMxDocument {
+class MemoryDocument final : public IMxDocument, public IDocumentEventSource {
 public:
     MemoryDocument() : m_map(std::make_shared<MemoryMap>()) {}
     std::shared_ptr<IMap> FocusMap() const override { return m_map; }
-    void SetFocusMap(std::shared_ptr<IMap> map) { m_map = std::move(map); }
+    // Changes the focus map and raises the change to the old map's view handlers, as the host
+    // does when the user activates another data frame.
+    void SetFocusMap(std::shared_ptr<IMap> map);
+
+    void Advise(IDocumentEvents* handler) override { m_handlers.Advise(handler); }
+    void Unadvise(IDocumentEvents* handler) override { m_handlers.Unadvise(handler); }
+    const EventHandlers<IDocumentEvents>& Handlers() const { return m_handlers; }
 
 private:
     std::shared_ptr<IMap> m_map;
+    EventHandlers<IDocumentEvents> m_handlers;
 };
 
 class MemoryStatusBar final : public IStatusBar {

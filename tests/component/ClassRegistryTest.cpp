@@ -1,0 +1,83 @@
+#include "component/registry/ClassRegistry.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+namespace {
+
+namespace fs = std::filesystem;
+using quorel::component::ClassRegistry;
+
+class ClassRegistryTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        m_dir = fs::path(::testing::TempDir()) /
+                ("registry-" +
+                 std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()));
+        fs::remove_all(m_dir);
+        m_path = (m_dir / "quorel" / "classes.ini").string();
+    }
+    void TearDown() override { fs::remove_all(m_dir); }
+
+    std::string Content() const {
+        std::ifstream in(m_path);
+        std::stringstream text;
+        text << in.rdbuf();
+        return text.str();
+    }
+
+    fs::path m_dir;
+    std::string m_path;
+};
+
+TEST_F(ClassRegistryTest, keepsOtherComponentsEntriesAcrossSaves) {
+    {
+        ClassRegistry registry(m_path);
+        registry.RegisterClass("{11111111-2222-3333-4444-555555555555}", "Other.Tool",
+                               "/opt/other.so");
+        registry.Save();
+    }
+    {
+        ClassRegistry registry(m_path);
+        registry.RegisterClass("{d9c05969-8eb1-4b82-8573-3e7798bde9ff}", "Quorel.clsRequêteSouple",
+                               "/opt/Quorel.so");
+        registry.RegisterTypeLib("{B9FAE490-258D-4CFC-8A44-B0D7C470A193}", "Quorel", "1.0",
+                                 "/opt/Quorel.so");
+        registry.Save();
+    }
+    ClassRegistry registry(m_path);
+    ASSERT_TRUE(registry.FindByProgId("Other.Tool"));
+    EXPECT_EQ(registry.FindByProgId("Other.Tool")->path, "/opt/other.so");
+    const auto ours = registry.FindByProgId("Quorel.clsRequêteSouple");
+    ASSERT_TRUE(ours);
+    EXPECT_EQ(ours->clsid, "{D9C05969-8EB1-4B82-8573-3E7798BDE9FF}");
+    EXPECT_EQ(registry.TypeLibPath("{b9fae490-258d-4cfc-8a44-b0d7c470a193}"), "/opt/Quorel.so");
+
+    registry.UnregisterClass("{D9C05969-8EB1-4B82-8573-3E7798BDE9FF}");
+    registry.UnregisterTypeLib("{B9FAE490-258D-4CFC-8A44-B0D7C470A193}");
+    registry.Save();
+    EXPECT_FALSE(ClassRegistry(m_path).FindByProgId("Quorel.clsRequêteSouple"));
+    EXPECT_TRUE(ClassRegistry(m_path).FindByProgId("Other.Tool"));
+    EXPECT_EQ(Content().find("Quorel"), std::string::npos);
+    EXPECT_FALSE(fs::exists(m_path + ".tmp"));
+}
+
+TEST_F(ClassRegistryTest, aProgIdNamesOneClass) {
+    ClassRegistry registry(m_path);
+    registry.RegisterClass("{11111111-2222-3333-4444-555555555555}", "Tool", "/a.so");
+    registry.RegisterClass("{66666666-2222-3333-4444-555555555555}", "Tool", "/b.so");
+    EXPECT_EQ(registry.FindByProgId("Tool")->path, "/b.so");
+    EXPECT_FALSE(registry.FindByClsid("{11111111-2222-3333-4444-555555555555}"));
+    EXPECT_EQ(registry.Classes().size(), 1u);
+}
+
+TEST_F(ClassRegistryTest, missingFileIsAnEmptyRegistry) {
+    ClassRegistry registry(m_path);
+    EXPECT_TRUE(registry.Classes().empty());
+    EXPECT_FALSE(registry.FindByProgId("Quorel.menu_requeteur"));
+}
+
+} // namespace
