@@ -20,9 +20,9 @@ run: build
 test: build
 	bash scripts/check-layers.sh
 	ctest --preset dev -j $(JOBS)
+	$(MAKE) fuzz
 	$(MAKE) build-asan
 	ctest --preset asan -j $(JOBS)
-	$(MAKE) fuzz
 
 # Builds the fuzz target, writes its seed corpus and fuzzes for FUZZ_SECONDS; a crash fails.
 FUZZ_SECONDS ?= 60

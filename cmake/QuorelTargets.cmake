@@ -23,7 +23,8 @@ function(quorel_test name)
     target_compile_definitions(${name} PRIVATE
         QUOREL_SOURCE_DIR="${PROJECT_SOURCE_DIR}"
         QUOREL_BINARY_DIR="${PROJECT_BINARY_DIR}")
-    gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 300)
+    # Short test names: parameters show in failure messages, not in every line of the log.
+    gtest_discover_tests(${name} NO_PRETTY_VALUES DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 300)
 endfunction()
 
 configure_file(${PROJECT_SOURCE_DIR}/cmake/Version.h.in ${PROJECT_BINARY_DIR}/generated/quorel/Version.h)
