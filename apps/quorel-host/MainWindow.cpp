@@ -309,7 +309,7 @@ void MainWindow::BuildActions() {
         }
     });
 
-    QMenu* editor = menuBar()->addMenu(QStringLiteral("É&dition"));
+    QMenu* editor = menuBar()->addMenu(QStringLiteral("É&diteur"));
     m_editAction = editor->addAction(QStringLiteral("Démarrer la mise à jour"));
     m_editAction->setObjectName(QStringLiteral("editing"));
     m_editAction->setCheckable(true);
