@@ -157,6 +157,8 @@ MainWindow::MainWindow(Options options, QWidget* parent)
     splitter->addWidget(m_table);
     splitter->setStretchFactor(0, 3);
     splitter->setStretchFactor(1, 1);
+    // Enough rows of the table to read a few features without hiding the map.
+    splitter->setSizes({470, 230});
     setCentralWidget(splitter);
 
     BuildDocks();

@@ -139,6 +139,15 @@ protected:
         return headers;
     }
 
+    // With QUOREL_SCREENSHOT_DIR set, the window is saved there as name.png for people to see.
+    void Screenshot(const char* name) const {
+        if (const char* folder = std::getenv("QUOREL_SCREENSHOT_DIR")) {
+            QApplication::processEvents();
+            m_window->grab().save(QString::fromUtf8(folder) + QLatin1Char('/') +
+                                  QString::fromLatin1(name) + QStringLiteral(".png"));
+        }
+    }
+
     fs::path m_folder;
     std::unique_ptr<MainWindow> m_window;
 };
@@ -178,6 +187,7 @@ TEST_F(HostWindowTest, aCriterionRunThroughTheDialogShowsInTheLegendAndTheTable)
     EXPECT_EQ(m_window->View()->Layers().size(), 1u);
     EXPECT_FALSE(TableHeaders().contains(QStringLiteral("FZY_SLOPE")));
     EXPECT_EQ(m_window->AttributeTable()->rowCount(), 400);
+    Screenshot("host_before");
 
     const QStringList boxes = ClickCommandAndDrive(RunTrapezoidOnSlope);
     ASSERT_EQ(boxes.size(), 1) << boxes.join(QLatin1Char('|')).toStdString();
@@ -202,6 +212,7 @@ TEST_F(HostWindowTest, aCriterionRunThroughTheDialogShowsInTheLegendAndTheTable)
         }
     }
     EXPECT_TRUE(foundFull);
+    Screenshot("host_after");
 }
 
 TEST_F(HostWindowTest, whileEditingTheRunIsRefusedAndNoFieldIsAdded) {
