@@ -261,6 +261,7 @@ std::shared_ptr<MxDocument> Application::NewDocument() {
     const auto previous = std::exchange(m_document, document);
     if (previous) {
         previous->RaiseNewDocument();
+        RaiseFocusLeft(*previous);
     }
     return document;
 }
@@ -277,6 +278,15 @@ void Application::OpenDocument(std::shared_ptr<MxDocument> document) {
         previous->RaiseBeforeCloseDocument();
         previous->RaiseCloseDocument();
         previous->RaiseOpenDocument();
+        RaiseFocusLeft(*previous);
+    }
+}
+
+void Application::RaiseFocusLeft(const MxDocument& previous) const {
+    // The view now shows another map: whoever listens to the old focus map hears it.
+    if (const auto map = std::dynamic_pointer_cast<Map>(previous.FocusMap());
+        map && map != m_document->FocusMap()) {
+        map->RaiseFocusMapChanged();
     }
 }
 

@@ -171,10 +171,12 @@ public:
     IObjectFactory& Factory() override { return m_factory; }
 
     // A new document becomes the active one. The handlers of the document that was active
-    // hear NewDocument, as for a document that is emptied and started afresh.
+    // hear NewDocument, as for a document that is emptied and started afresh, then those of
+    // its focus map hear FocusMapChanged.
     std::shared_ptr<MxDocument> NewDocument();
     // An opened (already filled) document becomes the active one; the handlers of the
-    // document that was active hear BeforeCloseDocument, CloseDocument and OpenDocument.
+    // document that was active hear BeforeCloseDocument, CloseDocument and OpenDocument, then
+    // those of its focus map hear FocusMapChanged.
     void OpenDocument(std::shared_ptr<MxDocument> document);
     const std::vector<std::shared_ptr<MxDocument>>& Documents() const { return m_documents; }
     void SetActiveDocument(std::shared_ptr<MxDocument> document);
@@ -185,6 +187,8 @@ public:
     std::shared_ptr<IFeatureLayer> AddShapefileLayer(const std::string& shpPath);
 
 private:
+    void RaiseFocusLeft(const MxDocument& previous) const;
+
     std::vector<std::shared_ptr<MxDocument>> m_documents;
     std::shared_ptr<MxDocument> m_document;
     std::shared_ptr<gdal::StatusBar> m_statusBar;

@@ -163,6 +163,16 @@ TEST_F(HostWindowTest, theCommandStandsInItsCategorysToolbarWithItsTextsAndPictu
     EXPECT_TRUE(action->isEnabled());
     EXPECT_EQ(action->icon().availableSizes().value(0), QSize(71, 62));
     EXPECT_TRUE(m_window->Components().Failures().empty());
+
+    // The document was opened after the command was created: its handlers followed it there.
+    const auto document =
+        std::dynamic_pointer_cast<host::gdal::MxDocument>(m_window->Application()->Document());
+    ASSERT_TRUE(document);
+    EXPECT_EQ(document->Handlers().Count(), 1u);
+    const auto map = std::dynamic_pointer_cast<host::gdal::Map>(document->FocusMap());
+    ASSERT_TRUE(map);
+    EXPECT_EQ(map->Handlers().Count(), 2u); // the command's and the window's
+    EXPECT_TRUE(map->ViewActive());
 }
 
 TEST_F(HostWindowTest, theRootMenuListsItsItemsDisabledByTheirProgIds) {

@@ -107,10 +107,13 @@ TEST(DocumentEventsTest, newAndOpenedDocumentsAreAnnouncedToThePreviousDocuments
     const auto original = std::dynamic_pointer_cast<MxDocument>(app.Document());
     ASSERT_TRUE(original);
     original->Advise(&handler);
+    Recorder view("view", journal);
+    const auto originalMap = std::dynamic_pointer_cast<Map>(original->FocusMap());
+    originalMap->Advise(&view);
 
     const auto fresh = app.NewDocument();
     EXPECT_EQ(app.Document(), fresh);
-    EXPECT_EQ(journal, Journal{"h: NewDocument"});
+    EXPECT_EQ(journal, (Journal{"h: NewDocument", "view: FocusMapChanged"}));
 
     // The handler follows the active document, as a command's sink does.
     original->Unadvise(&handler);
