@@ -33,16 +33,24 @@ namespace fs = std::filesystem;
 
 const QString kCommand = QStringLiteral("Quorel.clsRequêteSouple");
 
-QApplication& Qt() {
-    static std::unique_ptr<QApplication> app = [] {
+// One QApplication for all the tests, gone before the program's exit, ahead of Qt's own statics.
+class QtEnvironment final : public ::testing::Environment {
+public:
+    void SetUp() override {
         setenv("QT_QPA_PLATFORM", "offscreen", 1);
-        static int argc = 1;
-        static char name[] = "quorel_host_window_tests";
-        static char* argv[] = {name, nullptr};
-        return std::make_unique<QApplication>(argc, argv);
-    }();
-    return *app;
-}
+        m_app = std::make_unique<QApplication>(m_argc, m_argv);
+    }
+    void TearDown() override { m_app.reset(); }
+
+private:
+    int m_argc = 1;
+    char m_name[25] = "quorel_host_window_tests";
+    char* m_argv[2] = {m_name, nullptr};
+    std::unique_ptr<QApplication> m_app;
+};
+
+[[maybe_unused]] const ::testing::Environment* const kQt =
+    ::testing::AddGlobalTestEnvironment(new QtEnvironment);
 
 void ReleaseMouseOn(QListWidget& list, const QString& text) {
     const auto found = list.findItems(text, Qt::MatchExactly);
@@ -57,7 +65,6 @@ void ReleaseMouseOn(QListWidget& list, const QString& text) {
 class HostWindowTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        Qt();
         m_folder = fs::path(::testing::TempDir()) / "quorel-host-window";
         fs::remove_all(m_folder);
         fs::create_directories(m_folder / "config");
