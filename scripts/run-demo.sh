@@ -1,11 +1,28 @@
 #!/usr/bin/env bash
-# The main job on the bundled sample: the generated script and a few degrees of a sample
-# criterion (a trapezoid on slope), then the criterion computed on a scratch copy of the sample
-# shapefile, its values summarised, and the metadata file.
+# The main job. With a display: registers the built component for this user and opens the
+# desktop host on the demo document, over a scratch copy of the sample, ready for the command.
+# Without one: the generated script and a few degrees of a sample criterion (a trapezoid on
+# slope), then the criterion computed on a scratch copy of the sample shapefile, its values
+# summarised, and the metadata file.
 set -euo pipefail
 build=${1:-build/dev}
 q="$build/apps/quorel/quorel"
+host="$build/apps/quorel-host/quorel-host"
 root="$(cd "$(dirname "$0")/.." && pwd)"
+
+if [[ -n "${DISPLAY:-}" || -n "${WAYLAND_DISPLAY:-}" ]]; then
+    "$q" register "$build/component/Quorel.so"
+    scratch=$(mktemp -d)
+    trap 'rm -rf "$scratch"' EXIT
+    cp "$root"/samples/parcels.* "$root"/samples/demo.qmap "$scratch"/
+    echo "== The desktop host on $scratch/demo.qmap (a copy of the sample; it is removed on exit)"
+    echo "   Click \"2Critère souple V9.2  à 10.3VML\" in the OMBREL toolbar."
+    "$host" "$scratch/demo.qmap"
+    exit
+fi
+echo "No display (\$DISPLAY and \$WAYLAND_DISPLAY are empty): the desktop host cannot open."
+echo "Running the criterion demo on the command line instead."
+echo
 echo "== Script of a trapezoid criterion on SLOPE (a=2, b=5, c=15, d=25)"
 "$q" script --kind 5 -a 2 -b 5 -c 15 -d 25 --field SLOPE | tr -d '\r'
 echo

@@ -6,6 +6,7 @@
 #include "util/Error.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace quorel::host::gdal {
 namespace {
@@ -104,6 +105,10 @@ std::shared_ptr<ILayer> GroupLayer::Layer(std::int32_t index) const {
     return m_layers[static_cast<std::size_t>(index)];
 }
 
+bool GroupLayer::Remove(const std::shared_ptr<ILayer>& layer) {
+    return std::erase(m_layers, layer) > 0;
+}
+
 std::shared_ptr<ILayer> Map::Layer(std::int32_t index) const {
     if (index < 0 || static_cast<std::size_t>(index) >= m_layers.size()) {
         throw NoLayerAt(index, m_layers.size());
@@ -115,11 +120,51 @@ void Map::AddLayer(std::shared_ptr<ILayer> layer) {
     if (!layer) {
         throw Error(error_number::kObjectRequired, "Map", "No layer to add");
     }
-    m_layers.push_back(std::move(layer));
+    m_layers.push_back(layer);
+    m_handlers.Raise([&](IMapActiveViewEvents& h) { h.ItemAdded(layer); });
 }
 
 void Map::DeleteLayer(const std::shared_ptr<ILayer>& layer) {
-    m_layers.erase(std::remove(m_layers.begin(), m_layers.end(), layer), m_layers.end());
+    const auto found = std::find(m_layers.begin(), m_layers.end(), layer);
+    if (found == m_layers.end()) {
+        return;
+    }
+    // Kept alive for the handlers even when the caller passed the map's own reference.
+    const std::shared_ptr<ILayer> deleted = *found;
+    m_layers.erase(found);
+    m_handlers.Raise([&](IMapActiveViewEvents& h) { h.ItemDeleted(deleted); });
+}
+
+void Map::MoveLayer(const std::shared_ptr<ILayer>& layer, std::int32_t toIndex) {
+    const auto found = std::find(m_layers.begin(), m_layers.end(), layer);
+    if (found == m_layers.end()) {
+        throw Error(error_number::kHostInvalidIndex, "Map", "The layer is not in the map");
+    }
+    const std::shared_ptr<ILayer> moved = *found;
+    m_layers.erase(found);
+    const auto index = std::clamp<std::int32_t>(toIndex, 0, LayerCount());
+    m_layers.insert(m_layers.begin() + index, moved);
+    m_handlers.Raise([&](IMapActiveViewEvents& h) { h.ItemReordered(moved, index); });
+}
+
+void Map::ClearLayers() {
+    m_layers.clear();
+    m_handlers.Raise([](IMapActiveViewEvents& h) { h.ContentsCleared(); });
+}
+
+void Map::RaiseFocusMapChanged() const {
+    m_handlers.Raise([](IMapActiveViewEvents& h) { h.FocusMapChanged(); });
+}
+
+void Map::RaiseContentsChanged() const {
+    m_handlers.Raise([](IMapActiveViewEvents& h) { h.ContentsChanged(); });
+}
+
+void Map::RaiseViewRefreshed() const {
+    m_handlers.Raise([](IMapActiveViewEvents& h) {
+        h.ViewRefreshed();
+        h.AfterDraw();
+    });
 }
 
 std::unique_ptr<IEnumLayer> Map::Layers(const UID& uid, bool recursive) const {
@@ -137,12 +182,44 @@ MxDocument::MxDocument() : m_focusMap(std::make_shared<Map>()) {
     m_maps.push_back(m_focusMap);
 }
 
+void MxDocument::AddMap(std::shared_ptr<IMap> map) {
+    if (!map) {
+        throw Error(error_number::kObjectRequired, "MxDocument", "No map to add");
+    }
+    m_maps.push_back(std::move(map));
+    m_handlers.Raise([](IDocumentEvents& h) { h.MapsChanged(); });
+}
+
 void MxDocument::SetFocusMap(std::shared_ptr<IMap> map) {
     if (std::find(m_maps.begin(), m_maps.end(), map) == m_maps.end()) {
         throw Error(error_number::kHostInvalidIndex, "MxDocument",
                     "The map is not one of the document's maps");
     }
-    m_focusMap = std::move(map);
+    if (map == m_focusMap) {
+        return;
+    }
+    const auto previous = std::exchange(m_focusMap, std::move(map));
+    // The handlers listen to the map that had the focus; they follow it to the new one.
+    if (const auto source = std::dynamic_pointer_cast<Map>(previous)) {
+        source->RaiseFocusMapChanged();
+    }
+    m_handlers.Raise([](IDocumentEvents& h) { h.ActiveViewChanged(); });
+}
+
+void MxDocument::RaiseNewDocument() const {
+    m_handlers.Raise([](IDocumentEvents& h) { h.NewDocument(); });
+}
+
+void MxDocument::RaiseOpenDocument() const {
+    m_handlers.Raise([](IDocumentEvents& h) { h.OpenDocument(); });
+}
+
+void MxDocument::RaiseBeforeCloseDocument() const {
+    m_handlers.Raise([](IDocumentEvents& h) { h.BeforeCloseDocument(); });
+}
+
+void MxDocument::RaiseCloseDocument() const {
+    m_handlers.Raise([](IDocumentEvents& h) { h.CloseDocument(); });
 }
 
 std::shared_ptr<IFieldEdit> ObjectFactory::NewField() {
@@ -181,8 +258,36 @@ std::shared_ptr<IExtension> Application::FindExtensionByCLSID(const UID& uid) co
 std::shared_ptr<MxDocument> Application::NewDocument() {
     auto document = std::make_shared<MxDocument>();
     m_documents.push_back(document);
-    m_document = document;
+    const auto previous = std::exchange(m_document, document);
+    if (previous) {
+        previous->RaiseNewDocument();
+        RaiseFocusLeft(*previous);
+    }
     return document;
+}
+
+void Application::OpenDocument(std::shared_ptr<MxDocument> document) {
+    if (!document) {
+        throw Error(error_number::kObjectRequired, "Application", "No document to open");
+    }
+    if (std::find(m_documents.begin(), m_documents.end(), document) == m_documents.end()) {
+        m_documents.push_back(document);
+    }
+    const auto previous = std::exchange(m_document, std::move(document));
+    if (previous) {
+        previous->RaiseBeforeCloseDocument();
+        previous->RaiseCloseDocument();
+        previous->RaiseOpenDocument();
+        RaiseFocusLeft(*previous);
+    }
+}
+
+void Application::RaiseFocusLeft(const MxDocument& previous) const {
+    // The view now shows another map: whoever listens to the old focus map hears it.
+    if (const auto map = std::dynamic_pointer_cast<Map>(previous.FocusMap());
+        map && map != m_document->FocusMap()) {
+        map->RaiseFocusMapChanged();
+    }
 }
 
 void Application::SetActiveDocument(std::shared_ptr<MxDocument> document) {

@@ -4,6 +4,7 @@
 // a status bar, and the factory of host objects (fields, calculator, data statistics,
 // workspace factory, feature layers).
 
+#include "host/api/Events.h"
 #include "host/api/Host.h"
 
 #include <functional>
@@ -73,41 +74,74 @@ public:
     std::int32_t Count() const override { return static_cast<std::int32_t>(m_layers.size()); }
     std::shared_ptr<ILayer> Layer(std::int32_t index) const override;
     void Add(std::shared_ptr<ILayer> layer) override { m_layers.push_back(std::move(layer)); }
+    // Whether the layer was one of the group's (and is now removed).
+    bool Remove(const std::shared_ptr<ILayer>& layer);
 
 private:
     std::string m_name;
     std::vector<std::shared_ptr<ILayer>> m_layers;
 };
 
-class Map final : public IMap {
+// A map delivers its view events to connected handlers: items added, deleted and reordered,
+// contents cleared, and (through the document) the focus moving away from it.
+class Map final : public IMap, public IMapEventSource {
 public:
     explicit Map(std::string name = "Layers") : m_name(std::move(name)) {}
 
     std::string Name() const override { return m_name; }
+    void SetName(std::string name) { m_name = std::move(name); }
     std::int32_t LayerCount() const override { return static_cast<std::int32_t>(m_layers.size()); }
     std::shared_ptr<ILayer> Layer(std::int32_t index) const override;
     void AddLayer(std::shared_ptr<ILayer> layer) override;
     void DeleteLayer(const std::shared_ptr<ILayer>& layer) override;
     std::unique_ptr<IEnumLayer> Layers(const UID& uid, bool recursive) const override;
+    // Moves a top-level layer to toIndex (clamped to the map's positions).
+    void MoveLayer(const std::shared_ptr<ILayer>& layer, std::int32_t toIndex);
+    void ClearLayers();
+
+    void Advise(IMapActiveViewEvents* handler) override { m_handlers.Advise(handler); }
+    void Unadvise(IMapActiveViewEvents* handler) override { m_handlers.Unadvise(handler); }
+    void SetViewActive(bool active) override { m_viewActive = active; }
+    bool ViewActive() const override { return m_viewActive; }
+    const EventHandlers<IMapActiveViewEvents>& Handlers() const { return m_handlers; }
+    // For the document and the front end: the view was redrawn, the focus moved away, the
+    // contents changed in place (a layer renamed, a field added).
+    void RaiseFocusMapChanged() const;
+    void RaiseContentsChanged() const;
+    void RaiseViewRefreshed() const;
 
 private:
     std::string m_name;
     std::vector<std::shared_ptr<ILayer>> m_layers;
+    EventHandlers<IMapActiveViewEvents> m_handlers;
+    bool m_viewActive = false;
 };
 
-class MxDocument final : public IMxDocument {
+// A document delivers its document events; changing the focus map raises FocusMapChanged to
+// the handlers of the map that had the focus (they then follow the new one).
+class MxDocument final : public IMxDocument, public IDocumentEventSource {
 public:
     MxDocument();
 
     std::shared_ptr<IMap> FocusMap() const override { return m_focusMap; }
-    void AddMap(std::shared_ptr<IMap> map) { m_maps.push_back(std::move(map)); }
-    // The map must be one of the document's.
+    void AddMap(std::shared_ptr<IMap> map);
+    // The map must be one of the document's. Setting the map that has the focus changes
+    // nothing.
     void SetFocusMap(std::shared_ptr<IMap> map);
     const std::vector<std::shared_ptr<IMap>>& Maps() const { return m_maps; }
+
+    void Advise(IDocumentEvents* handler) override { m_handlers.Advise(handler); }
+    void Unadvise(IDocumentEvents* handler) override { m_handlers.Unadvise(handler); }
+    const EventHandlers<IDocumentEvents>& Handlers() const { return m_handlers; }
+    void RaiseNewDocument() const;
+    void RaiseOpenDocument() const;
+    void RaiseBeforeCloseDocument() const;
+    void RaiseCloseDocument() const;
 
 private:
     std::vector<std::shared_ptr<IMap>> m_maps;
     std::shared_ptr<IMap> m_focusMap;
+    EventHandlers<IDocumentEvents> m_handlers;
 };
 
 class Application;
@@ -136,8 +170,14 @@ public:
     std::shared_ptr<IExtension> FindExtensionByCLSID(const UID& uid) const override;
     IObjectFactory& Factory() override { return m_factory; }
 
-    // A new document becomes the active one.
+    // A new document becomes the active one. The handlers of the document that was active
+    // hear NewDocument, as for a document that is emptied and started afresh, then those of
+    // its focus map hear FocusMapChanged.
     std::shared_ptr<MxDocument> NewDocument();
+    // An opened (already filled) document becomes the active one; the handlers of the
+    // document that was active hear BeforeCloseDocument, CloseDocument and OpenDocument, then
+    // those of its focus map hear FocusMapChanged.
+    void OpenDocument(std::shared_ptr<MxDocument> document);
     const std::vector<std::shared_ptr<MxDocument>>& Documents() const { return m_documents; }
     void SetActiveDocument(std::shared_ptr<MxDocument> document);
     const std::shared_ptr<Editor>& EditorExtension() const { return m_editor; }
@@ -147,6 +187,8 @@ public:
     std::shared_ptr<IFeatureLayer> AddShapefileLayer(const std::string& shpPath);
 
 private:
+    void RaiseFocusLeft(const MxDocument& previous) const;
+
     std::vector<std::shared_ptr<MxDocument>> m_documents;
     std::shared_ptr<MxDocument> m_document;
     std::shared_ptr<gdal::StatusBar> m_statusBar;

@@ -1,0 +1,280 @@
+// The desktop host under offscreen Qt: the component loaded from the class registry, its
+// command clicked in the toolbar and a criterion run through its dialog on the demo document.
+
+#include "apps/quorel-host/MainWindow.h"
+#include "component/hostside/ComponentLoader.h"
+#include "component/registry/ClassRegistry.h"
+
+#include <QAbstractButton>
+#include <QAction>
+#include <QApplication>
+#include <QComboBox>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QMenuBar>
+#include <QMessageBox>
+#include <QMouseEvent>
+#include <QTableWidget>
+#include <QTimer>
+#include <QToolBar>
+#include <QTreeWidget>
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <memory>
+
+namespace quorel::host_app {
+namespace {
+
+namespace fs = std::filesystem;
+
+const QString kCommand = QStringLiteral("Quorel.clsRequêteSouple");
+
+// One QApplication for all the tests, gone before the program's exit, ahead of Qt's own statics.
+class QtEnvironment final : public ::testing::Environment {
+public:
+    void SetUp() override {
+        setenv("QT_QPA_PLATFORM", "offscreen", 1);
+        m_app = std::make_unique<QApplication>(m_argc, m_argv);
+    }
+    void TearDown() override { m_app.reset(); }
+
+private:
+    int m_argc = 1;
+    char m_name[25] = "quorel_host_window_tests";
+    char* m_argv[2] = {m_name, nullptr};
+    std::unique_ptr<QApplication> m_app;
+};
+
+[[maybe_unused]] const ::testing::Environment* const kQt =
+    ::testing::AddGlobalTestEnvironment(new QtEnvironment);
+
+void ReleaseMouseOn(QListWidget& list, const QString& text) {
+    const auto found = list.findItems(text, Qt::MatchExactly);
+    ASSERT_EQ(found.size(), 1) << text.toStdString();
+    list.setCurrentItem(found.front());
+    const QPoint at = list.visualItemRect(found.front()).center();
+    QMouseEvent release(QEvent::MouseButtonRelease, at, list.viewport()->mapToGlobal(at),
+                        Qt::LeftButton, Qt::NoButton, Qt::NoModifier);
+    QApplication::sendEvent(list.viewport(), &release);
+}
+
+class HostWindowTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        m_folder = fs::path(::testing::TempDir()) / "quorel-host-window";
+        fs::remove_all(m_folder);
+        fs::create_directories(m_folder / "config");
+        setenv("XDG_CONFIG_HOME", (m_folder / "config").c_str(), 1);
+        const auto library = component::ComponentLibrary::Open(QUOREL_COMPONENT);
+        ASSERT_EQ(library->RegisterServer(), com::kOk);
+        for (const char* ext : {".shp", ".shx", ".dbf", ".prj", ".cpg"}) {
+            fs::copy_file(fs::path(QUOREL_SOURCE_DIR) / "samples" / (std::string("parcels") + ext),
+                          m_folder / (std::string("parcels") + ext));
+        }
+        fs::copy_file(fs::path(QUOREL_SOURCE_DIR) / "samples" / "demo.qmap",
+                      m_folder / "demo.qmap");
+        m_window = std::make_unique<MainWindow>(
+            MainWindow::Options{component::ClassRegistry::DefaultPath(), {}});
+        m_window->OpenDocumentFile(QString::fromStdString((m_folder / "demo.qmap").string()));
+        m_window->show();
+    }
+    void TearDown() override {
+        m_window.reset();
+        fs::remove_all(m_folder);
+    }
+
+    // Clicks the command; while its dialog is up, closes every message box (recording its
+    // text) and runs drive on the dialog once, then closes the dialog.
+    QStringList ClickCommandAndDrive(const std::function<void(QWidget&)>& drive) {
+        QStringList boxes;
+        QTimer closer;
+        closer.setInterval(10);
+        QObject::connect(&closer, &QTimer::timeout, [&] {
+            if (auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget())) {
+                boxes << box->text();
+                box->accept();
+            }
+        });
+        closer.start();
+        bool driven = false;
+        QTimer driver;
+        driver.setInterval(20);
+        QObject::connect(&driver, &QTimer::timeout, [&] {
+            QWidget* dialog = QApplication::activeModalWidget();
+            if (driven || dialog == nullptr || dialog->objectName() != QStringLiteral("frm_back")) {
+                return;
+            }
+            driven = true;
+            drive(*dialog);
+            dialog->findChild<QAbstractButton*>(QStringLiteral("cmd_sortie"))->click();
+        });
+        driver.start();
+        QAction* action = m_window->CommandAction(kCommand);
+        EXPECT_NE(action, nullptr);
+        if (action != nullptr) {
+            action->trigger();
+        }
+        EXPECT_TRUE(driven);
+        return boxes;
+    }
+
+    static void RunTrapezoidOnSlope(QWidget& dialog) {
+        ReleaseMouseOn(*dialog.findChild<QListWidget*>(QStringLiteral("Lst_shapes")),
+                       QStringLiteral("parcels"));
+        ReleaseMouseOn(*dialog.findChild<QListWidget*>(QStringLiteral("Lst_fields")),
+                       QStringLiteral("SLOPE"));
+        dialog.findChild<QAbstractButton*>(QStringLiteral("cmd_nf_5"))->click();
+        const char* boxes[] = {"Txt_val_a", "Txt_val_b", "Txt_val_c", "Txt_val_d"};
+        const char* values[] = {"2", "5", "15", "25"};
+        for (int i = 0; i < 4; ++i) {
+            dialog.findChild<QLineEdit*>(QString::fromLatin1(boxes[i]))
+                ->setText(QString::fromLatin1(values[i]));
+        }
+        dialog.findChild<QAbstractButton*>(QStringLiteral("cmd_go"))->click();
+    }
+
+    QStringList TableHeaders() const {
+        QStringList headers;
+        const QTableWidget& table = *m_window->AttributeTable();
+        for (int c = 0; c < table.columnCount(); ++c) {
+            headers << table.horizontalHeaderItem(c)->text();
+        }
+        return headers;
+    }
+
+    // With QUOREL_SCREENSHOT_DIR set, the window is saved there as name.png for people to see.
+    void Screenshot(const char* name) const {
+        if (const char* folder = std::getenv("QUOREL_SCREENSHOT_DIR")) {
+            QApplication::processEvents();
+            m_window->grab().save(QString::fromUtf8(folder) + QLatin1Char('/') +
+                                  QString::fromLatin1(name) + QStringLiteral(".png"));
+        }
+    }
+
+    fs::path m_folder;
+    std::unique_ptr<MainWindow> m_window;
+};
+
+TEST_F(HostWindowTest, theCommandStandsInItsCategorysToolbarWithItsTextsAndPicture) {
+    QToolBar* bar = m_window->CategoryToolBar(QStringLiteral("OMBREL"));
+    ASSERT_NE(bar, nullptr);
+    QAction* action = m_window->CommandAction(kCommand);
+    ASSERT_NE(action, nullptr);
+    EXPECT_TRUE(bar->actions().contains(action));
+    EXPECT_EQ(action->text(), QStringLiteral("2Critère souple V9.2  à 10.3VML"));
+    EXPECT_EQ(action->toolTip(), QStringLiteral("2Critère souple V9.2 à 10.3VML"));
+    EXPECT_TRUE(action->isEnabled());
+    EXPECT_EQ(action->icon().availableSizes().value(0), QSize(71, 62));
+    EXPECT_TRUE(m_window->Components().Failures().empty());
+
+    // The document was opened after the command was created: its handlers followed it there.
+    const auto document =
+        std::dynamic_pointer_cast<host::gdal::MxDocument>(m_window->Application()->Document());
+    ASSERT_TRUE(document);
+    EXPECT_EQ(document->Handlers().Count(), 1u);
+    const auto map = std::dynamic_pointer_cast<host::gdal::Map>(document->FocusMap());
+    ASSERT_TRUE(map);
+    EXPECT_EQ(map->Handlers().Count(), 2u); // the command's and the window's
+    EXPECT_TRUE(map->ViewActive());
+}
+
+TEST_F(HostWindowTest, theRootMenuListsItsItemsDisabledByTheirProgIds) {
+    QMenu* menu = nullptr;
+    for (QAction* entry : m_window->menuBar()->actions()) {
+        if (entry->text() == QStringLiteral("Requêtes souples")) {
+            menu = entry->menu();
+        }
+    }
+    ASSERT_NE(menu, nullptr);
+    QStringList items;
+    for (QAction* item : menu->actions()) {
+        EXPECT_FALSE(item->isEnabled());
+        items << item->text();
+    }
+    EXPECT_EQ(items, (QStringList{QStringLiteral("Pravel.clsrequêtesouple"),
+                                  QStringLiteral("Pravel.clsagregationsouple")}));
+}
+
+TEST_F(HostWindowTest, aCriterionRunThroughTheDialogShowsInTheLegendAndTheTable) {
+    ASSERT_NE(m_window->FindLayer(QStringLiteral("parcels")), nullptr);
+    EXPECT_EQ(m_window->View()->Layers().size(), 1u);
+    EXPECT_FALSE(TableHeaders().contains(QStringLiteral("FZY_SLOPE")));
+    EXPECT_EQ(m_window->AttributeTable()->rowCount(), 400);
+    Screenshot("host_before");
+
+    const QStringList boxes = ClickCommandAndDrive(RunTrapezoidOnSlope);
+    ASSERT_EQ(boxes.size(), 1) << boxes.join(QLatin1Char('|')).toStdString();
+    EXPECT_TRUE(boxes.front().startsWith(QStringLiteral("Le critère a été calculé")))
+        << boxes.front().toStdString();
+
+    EXPECT_EQ(m_window->View()->LegendTitle(), QStringLiteral("FZY_SLOPE"));
+    const auto legend = m_window->View()->Legend();
+    ASSERT_EQ(legend.size(), 5u);
+    EXPECT_EQ(legend.front().label, QStringLiteral("0 – 0.2"));
+    EXPECT_EQ(legend.back().label, QStringLiteral("0.8 – 1"));
+    EXPECT_TRUE(TableHeaders().contains(QStringLiteral("FZY_SLOPE")));
+    EXPECT_EQ(m_window->FieldChoice()->currentText(), QStringLiteral("FZY_SLOPE"));
+    // The calculator's message was shown, then cleared.
+    EXPECT_EQ(m_window->StatusMessage(), QString());
+    // A slope of 10 lies on the plateau: its parcel is shaded with the top class.
+    const int column = static_cast<int>(TableHeaders().indexOf(QStringLiteral("FZY_SLOPE")));
+    bool foundFull = false;
+    for (int r = 0; r < m_window->AttributeTable()->rowCount(); ++r) {
+        if (m_window->AttributeTable()->item(r, column)->text() == QStringLiteral("1")) {
+            foundFull = true;
+        }
+    }
+    EXPECT_TRUE(foundFull);
+    Screenshot("host_after");
+}
+
+TEST_F(HostWindowTest, whileEditingTheRunIsRefusedAndNoFieldIsAdded) {
+    m_window->EditingAction()->trigger();
+    EXPECT_TRUE(m_window->IsEditing());
+    EXPECT_EQ(m_window->EditingAction()->text(), QStringLiteral("Arrêter la mise à jour"));
+    const QStringList boxes = ClickCommandAndDrive(RunTrapezoidOnSlope);
+    ASSERT_EQ(boxes.size(), 1);
+    EXPECT_TRUE(boxes.front().startsWith(QStringLiteral("La couche est en cours de mise à jour")))
+        << boxes.front().toStdString();
+    EXPECT_FALSE(TableHeaders().contains(QStringLiteral("FZY_SLOPE")));
+    EXPECT_EQ(m_window->View()->LegendTitle(), QString());
+
+    m_window->EditingAction()->trigger();
+    EXPECT_FALSE(m_window->IsEditing());
+}
+
+TEST_F(HostWindowTest, contentsFollowLayersAddedRenamedMadeUnselectableAndRemoved) {
+    const auto added =
+        m_window->AddShapefile(QString::fromStdString((m_folder / "parcels.shp").string()));
+    m_window->RenameLayer(added, QStringLiteral("copie"));
+    QTreeWidgetItem* root = m_window->Contents()->topLevelItem(0);
+    ASSERT_NE(root, nullptr);
+    EXPECT_EQ(root->text(0), QStringLiteral("Couches"));
+    ASSERT_EQ(root->childCount(), 2);
+    EXPECT_EQ(root->child(1)->text(0), QStringLiteral("copie"));
+
+    // The check box is the selectable flag.
+    root->child(1)->setCheckState(0, Qt::Unchecked);
+    EXPECT_FALSE(added->Selectable());
+
+    const QString saved = QString::fromStdString((m_folder / "saved.qmap").string());
+    m_window->SaveDocumentFile(saved);
+    m_window->RemoveLayer(added);
+    EXPECT_EQ(m_window->Contents()->topLevelItem(0)->childCount(), 1);
+    EXPECT_EQ(m_window->FindLayer(QStringLiteral("copie")), nullptr);
+
+    m_window->OpenDocumentFile(saved);
+    const auto reopened = std::dynamic_pointer_cast<host::IFeatureLayer>(
+        m_window->FindLayer(QStringLiteral("copie")));
+    ASSERT_NE(reopened, nullptr);
+    EXPECT_FALSE(reopened->Selectable());
+    EXPECT_EQ(m_window->Contents()->topLevelItem(0)->child(0)->text(0), QStringLiteral("parcels"));
+    EXPECT_EQ(m_window->windowTitle(), QStringLiteral("saved.qmap — Quorel"));
+}
+
+} // namespace
+} // namespace quorel::host_app

@@ -1,0 +1,123 @@
+// Map documents written and read back: layers, names, order, groups, flags and the focus map.
+
+#include "apps/quorel-host/MapDocumentFile.h"
+#include "util/Error.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+namespace quorel::host_app {
+namespace {
+
+namespace fs = std::filesystem;
+
+class MapDocumentFileTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        m_folder = fs::path(::testing::TempDir()) / "quorel-qmap-test";
+        fs::remove_all(m_folder);
+        fs::create_directories(m_folder / "data");
+        for (const char* ext : {".shp", ".shx", ".dbf", ".prj", ".cpg"}) {
+            fs::copy_file(fs::path(QUOREL_SOURCE_DIR) / "samples" / (std::string("parcels") + ext),
+                          m_folder / "data" / (std::string("parcels") + ext));
+        }
+    }
+    void TearDown() override { fs::remove_all(m_folder); }
+
+    std::string Write(const std::string& text) const {
+        const fs::path path = m_folder / "doc.qmap";
+        std::ofstream(path, std::ios::binary) << text;
+        return path.string();
+    }
+
+    fs::path m_folder;
+};
+
+TEST_F(MapDocumentFileTest, aSavedDocumentOpensWithTheSameMapsLayersGroupsAndFocus) {
+    host::gdal::Application app;
+    const auto shp = (m_folder / "data" / "parcels.shp").string();
+    auto document = std::dynamic_pointer_cast<host::gdal::MxDocument>(app.Document());
+    auto top = app.AddShapefileLayer(shp);
+    top->SetName("Parcelles à l'étude");
+    auto group = std::make_shared<host::gdal::GroupLayer>();
+    group->SetName("Référence");
+    auto inner = app.AddShapefileLayer(shp);
+    document->FocusMap()->DeleteLayer(inner);
+    inner->SetName("inner");
+    inner->SetSelectable(false);
+    group->Add(inner);
+    document->FocusMap()->AddLayer(group);
+    auto second = std::make_shared<host::gdal::Map>("Second map");
+    document->AddMap(second);
+    document->SetFocusMap(second);
+
+    const std::string path = (m_folder / "saved.qmap").string();
+    SaveMapDocument(*document, path);
+    std::ostringstream text;
+    text << std::ifstream(path).rdbuf();
+    // Relative to the document, so the folder can move as a whole.
+    EXPECT_NE(text.str().find("\tdata/parcels.shp\t"), std::string::npos) << text.str();
+
+    host::gdal::Application other;
+    const auto read = LoadMapDocument(other, path);
+    ASSERT_EQ(read->Maps().size(), 2u);
+    EXPECT_EQ(read->FocusMap(), read->Maps()[1]);
+    EXPECT_EQ(read->FocusMap()->Name(), "Second map");
+    const auto& first = *read->Maps()[0];
+    EXPECT_EQ(first.Name(), "Layers");
+    ASSERT_EQ(first.LayerCount(), 2);
+    const auto readTop = std::dynamic_pointer_cast<host::IFeatureLayer>(first.Layer(0));
+    ASSERT_TRUE(readTop);
+    EXPECT_EQ(readTop->Name(), "Parcelles à l'étude");
+    EXPECT_TRUE(readTop->Selectable());
+    EXPECT_EQ(readTop->FeatureClass()->AliasName(), "parcels");
+    const auto readGroup = std::dynamic_pointer_cast<host::IGroupLayer>(first.Layer(1));
+    ASSERT_TRUE(readGroup);
+    EXPECT_EQ(readGroup->Name(), "Référence");
+    ASSERT_EQ(readGroup->Count(), 1);
+    const auto readInner = std::dynamic_pointer_cast<host::IFeatureLayer>(readGroup->Layer(0));
+    ASSERT_TRUE(readInner);
+    EXPECT_EQ(readInner->Name(), "inner");
+    EXPECT_FALSE(readInner->Selectable());
+}
+
+struct BadDocument {
+    const char* name;
+    const char* text;
+    const char* says;
+};
+
+class BadMapDocumentTest : public MapDocumentFileTest,
+                           public ::testing::WithParamInterface<BadDocument> {};
+
+TEST_P(BadMapDocumentTest, isRefusedNamingTheLine) {
+    host::gdal::Application app;
+    const std::string path = Write(GetParam().text);
+    try {
+        LoadMapDocument(app, path);
+        FAIL() << "accepted";
+    } catch (const Error& e) {
+        EXPECT_NE(e.Description().find(GetParam().says), std::string::npos) << e.Description();
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Faults, BadMapDocumentTest,
+    ::testing::Values(
+        BadDocument{"empty", "", "line 0: not a map document"},
+        BadDocument{"otherVersion", "quorel-map\t2\n", "line 1: not a map document"},
+        BadDocument{"layerBeforeMap", "quorel-map\t1\nlayer\ta\tdata/parcels.shp\tselectable\n",
+                    "line 2: unexpected line"},
+        BadDocument{"missingShapefile",
+                    "quorel-map\t1\nmap\tm\n# note\nlayer\ta\tdata/none.shp\tselectable\n",
+                    "line 4:"},
+        BadDocument{"groupWithoutEnd", "quorel-map\t1\nmap\tm\ngroup\tg\n",
+                    "a group without its end"},
+        BadDocument{"endWithoutGroup", "quorel-map\t1\nmap\tm\nend\n", "line 3: unexpected"}),
+    [](const auto& test) { return std::string(test.param.name); });
+
+} // namespace
+} // namespace quorel::host_app
