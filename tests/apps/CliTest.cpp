@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <string>
+#include <unistd.h>
+
 namespace {
 
 using quorel::test::RunProgram;
@@ -9,8 +12,10 @@ using quorel::test::RunProgram;
 quorel::test::ProgramResult Quorel(const std::vector<std::string>& arguments,
                                    const std::string& input = {}) {
     // A scratch settings folder and a period locale, so the user's own set-up plays no part.
-    return RunProgram(QUOREL_CLI, arguments, input,
-                      {{"XDG_CONFIG_HOME", ::testing::TempDir()}, {"LC_ALL", "C"}});
+    return RunProgram(
+        QUOREL_CLI, arguments, input,
+        {{"XDG_CONFIG_HOME", ::testing::TempDir() + "quorel-cli-" + std::to_string(getpid())},
+         {"LC_ALL", "C"}});
 }
 
 TEST(CliScriptTest, printsTheScriptWithCrLfAndNothingAfterTheLastLine) {

@@ -13,6 +13,8 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <string>
+#include <unistd.h>
 
 namespace {
 
@@ -20,7 +22,8 @@ namespace fs = std::filesystem;
 using namespace quorel;
 
 TEST(CommandClickTest, opensTheDefinitionDialogOverTheHostsMap) {
-    const fs::path config = fs::path(::testing::TempDir()) / "quorel-click-config";
+    const fs::path config =
+        fs::path(::testing::TempDir()) / ("quorel-click-config-" + std::to_string(getpid()));
     fs::remove_all(config);
     setenv("XDG_CONFIG_HOME", config.c_str(), 1);
     setenv("QT_QPA_PLATFORM", "offscreen", 1);

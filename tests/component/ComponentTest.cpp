@@ -10,6 +10,8 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <string>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -34,7 +36,8 @@ public:
 class ComponentTest : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
-        s_config = fs::path(::testing::TempDir()) / "quorel-component-config";
+        s_config = fs::path(::testing::TempDir()) /
+                   ("quorel-component-config-" + std::to_string(getpid()));
         fs::remove_all(s_config);
         setenv("XDG_CONFIG_HOME", s_config.c_str(), 1);
         s_library = component::ComponentLibrary::Open(QUOREL_COMPONENT);

@@ -25,6 +25,8 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <string>
+#include <unistd.h>
 
 namespace quorel::host_app {
 namespace {
@@ -65,7 +67,8 @@ void ReleaseMouseOn(QListWidget& list, const QString& text) {
 class HostWindowTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        m_folder = fs::path(::testing::TempDir()) / "quorel-host-window";
+        m_folder =
+            fs::path(::testing::TempDir()) / ("quorel-host-window-" + std::to_string(getpid()));
         fs::remove_all(m_folder);
         fs::create_directories(m_folder / "config");
         setenv("XDG_CONFIG_HOME", (m_folder / "config").c_str(), 1);

@@ -8,6 +8,8 @@
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <string>
+#include <unistd.h>
 
 namespace quorel::host_app {
 namespace {
@@ -17,7 +19,8 @@ namespace fs = std::filesystem;
 class MapDocumentFileTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        m_folder = fs::path(::testing::TempDir()) / "quorel-qmap-test";
+        m_folder =
+            fs::path(::testing::TempDir()) / ("quorel-qmap-test-" + std::to_string(getpid()));
         fs::remove_all(m_folder);
         fs::create_directories(m_folder / "data");
         for (const char* ext : {".shp", ".shx", ".dbf", ".prj", ".cpg"}) {
