@@ -1,4 +1,5 @@
 #include "host/gdal/Application.h"
+#include "host/api/LayerList.h"
 
 #include "host/gdal/Calculator.h"
 #include "host/gdal/DataStatistics.h"
@@ -10,22 +11,6 @@
 
 namespace quorel::host::gdal {
 namespace {
-
-// Walks a snapshot of the matching layers, taken when the enumeration is made.
-class LayerEnumeration final : public IEnumLayer {
-public:
-    explicit LayerEnumeration(std::vector<std::shared_ptr<ILayer>> layers)
-        : m_layers(std::move(layers)) {}
-
-    void Reset() override { m_next = 0; }
-    std::shared_ptr<ILayer> Next() override {
-        return m_next < m_layers.size() ? m_layers[m_next++] : nullptr;
-    }
-
-private:
-    std::vector<std::shared_ptr<ILayer>> m_layers;
-    std::size_t m_next = 0;
-};
 
 bool Matches(const std::string& uid, const std::shared_ptr<ILayer>& layer) {
     if (uid == kFeatureLayerInterfaceId) {
@@ -175,7 +160,7 @@ std::unique_ptr<IEnumLayer> Map::Layers(const UID& uid, bool recursive) const {
     }
     std::vector<std::shared_ptr<ILayer>> found;
     Collect(m_layers, uid.Value, recursive, found);
-    return std::make_unique<LayerEnumeration>(std::move(found));
+    return std::make_unique<LayerList>(std::move(found));
 }
 
 MxDocument::MxDocument() : m_focusMap(std::make_shared<Map>()) {

@@ -1,4 +1,5 @@
 #include "host/memory/MemoryHost.h"
+#include "host/api/LayerList.h"
 
 #include "util/Error.h"
 
@@ -16,20 +17,6 @@ constexpr const char* kGroupLayerInterfaceId = "{EDAD6644-1810-11D1-86AE-0000F87
 [[noreturn]] void ThrowInvalidIndex(std::int32_t index) {
     throw Error(error_number::kHostInvalidIndex, kSource, "Invalid index " + std::to_string(index));
 }
-
-class ListEnumLayer final : public IEnumLayer {
-public:
-    explicit ListEnumLayer(std::vector<std::shared_ptr<ILayer>> layers)
-        : m_layers(std::move(layers)) {}
-    void Reset() override { m_next = 0; }
-    std::shared_ptr<ILayer> Next() override {
-        return m_next < m_layers.size() ? m_layers[m_next++] : nullptr;
-    }
-
-private:
-    std::vector<std::shared_ptr<ILayer>> m_layers;
-    std::size_t m_next = 0;
-};
 
 class MemoryStatisticsResults final : public IStatisticsResults {
 public:
@@ -287,7 +274,7 @@ std::unique_ptr<IEnumLayer> MemoryMap::Layers(const UID& uid, bool recursive) co
     for (const auto& layer : m_layers) {
         visit(layer);
     }
-    return std::make_unique<ListEnumLayer>(std::move(found));
+    return std::make_unique<LayerList>(std::move(found));
 }
 
 void MemoryStatusBar::Message(std::int32_t pane, const std::string& text) {

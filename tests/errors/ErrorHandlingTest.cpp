@@ -1,4 +1,5 @@
 #include "errors/ErrorHandling.h"
+#include "tests/support/TextLines.h"
 
 #include <gtest/gtest.h>
 
@@ -8,19 +9,7 @@
 namespace quorel::errors {
 namespace {
 
-std::vector<std::string> SplitLines(const std::string& text) {
-    std::vector<std::string> lines;
-    std::size_t start = 0;
-    for (;;) {
-        const auto end = text.find("\r\n", start);
-        if (end == std::string::npos) {
-            lines.push_back(text.substr(start));
-            return lines;
-        }
-        lines.push_back(text.substr(start, end - start));
-        start = end + 2;
-    }
-}
+using quorel::test::SplitLines;
 
 struct LineInfoCase {
     std::int32_t line;

@@ -1,4 +1,5 @@
 #include "errors/ErrorLog.h"
+#include "tests/support/TextLines.h"
 
 #include <gtest/gtest.h>
 
@@ -14,19 +15,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::vector<std::string> SplitLines(const std::string& text) {
-    std::vector<std::string> lines;
-    std::size_t start = 0;
-    for (;;) {
-        const auto end = text.find("\r\n", start);
-        if (end == std::string::npos) {
-            lines.push_back(text.substr(start));
-            return lines;
-        }
-        lines.push_back(text.substr(start, end - start));
-        start = end + 2;
-    }
-}
+using quorel::test::SplitLines;
 
 std::time_t LocalMoment(int year, int month, int day, int hour, int minute, int second) {
     std::tm local{};

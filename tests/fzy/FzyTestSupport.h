@@ -2,6 +2,7 @@
 
 #include "fzy/FzyFormat.h"
 #include "fzy/IO_fzyext.h"
+#include "tests/support/TextLines.h"
 #include "util/MessageUi.h"
 #include "util/TextSource.h"
 
@@ -30,19 +31,7 @@ public:
     std::vector<std::string> shown;
 };
 
-inline std::vector<std::string> SplitLines(const std::string& text) {
-    std::vector<std::string> lines;
-    std::size_t start = 0;
-    for (;;) {
-        const auto end = text.find("\r\n", start);
-        if (end == std::string::npos) {
-            lines.push_back(text.substr(start));
-            return lines;
-        }
-        lines.push_back(text.substr(start, end - start));
-        start = end + 2;
-    }
-}
+using quorel::test::SplitLines;
 
 inline Bytes ReadBytes(const fs::path& path) {
     std::ifstream in(path, std::ios::binary);
