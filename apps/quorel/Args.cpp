@@ -20,17 +20,17 @@ bool LooksLikeNumber(const std::string& text) {
 
 Args::Args(const std::vector<std::string>& arguments, const std::vector<OptionSpec>& specs) {
     auto findLong = [&](const std::string& name) -> const OptionSpec* {
-        for (const auto& spec : specs) {
-            if (spec.longName == name) {
-                return &spec;
+        for (const auto& option : specs) {
+            if (option.longName == name) {
+                return &option;
             }
         }
         return nullptr;
     };
     auto findShort = [&](char name) -> const OptionSpec* {
-        for (const auto& spec : specs) {
-            if (spec.shortName != '\0' && spec.shortName == name) {
-                return &spec;
+        for (const auto& option : specs) {
+            if (option.shortName != '\0' && option.shortName == name) {
+                return &option;
             }
         }
         return nullptr;
@@ -47,7 +47,7 @@ Args::Args(const std::vector<std::string>& arguments, const std::vector<OptionSp
             optionsEnded = true;
             continue;
         }
-        const OptionSpec* spec = nullptr;
+        const OptionSpec* option = nullptr;
         std::optional<std::string> inlineValue;
         std::string shown = arg;
         if (arg.rfind("--", 0) == 0) {
@@ -58,19 +58,19 @@ Args::Args(const std::vector<std::string>& arguments, const std::vector<OptionSp
                 name.resize(eq);
                 shown = "--" + name;
             }
-            spec = findLong(name);
+            option = findLong(name);
         } else if (arg.size() == 2) {
-            spec = findShort(arg[1]);
+            option = findShort(arg[1]);
         }
-        if (spec == nullptr) {
+        if (option == nullptr) {
             throw UsageError(CliMessage(cli_text::kUnknownOption, "unknown option %1", {shown}));
         }
-        if (!spec->takesValue) {
+        if (!option->takesValue) {
             if (inlineValue) {
                 throw UsageError(
                     CliMessage(cli_text::kOptionTakesNoValue, "option %1 takes no value", {shown}));
             }
-            m_values[spec->longName] = "";
+            m_values[option->longName] = "";
             continue;
         }
         if (!inlineValue) {
@@ -80,7 +80,7 @@ Args::Args(const std::vector<std::string>& arguments, const std::vector<OptionSp
             }
             inlineValue = arguments[++i];
         }
-        m_values[spec->longName] = *inlineValue;
+        m_values[option->longName] = *inlineValue;
     }
 }
 

@@ -135,8 +135,8 @@ MemoryFeatureClass::Create(std::shared_ptr<MemoryWorkspace> workspace, const std
                            std::int32_t shapeType, const std::vector<FieldSpec>& fields) {
     std::shared_ptr<MemoryFeatureClass> featureClass(
         new MemoryFeatureClass(workspace, name, shapeType));
-    for (const auto& spec : fields) {
-        featureClass->m_fields->Add(std::make_shared<MemoryField>(spec.name, spec.type));
+    for (const auto& field : fields) {
+        featureClass->m_fields->Add(std::make_shared<MemoryField>(field.name, field.type));
     }
     if (workspace) {
         workspace->Register(name, featureClass);

@@ -74,17 +74,17 @@ void WritePolygonShapefile(const std::string& shpPath, const std::vector<FieldSp
     if (!layer) {
         Fail("Cannot create the layer of " + shpPath);
     }
-    for (const FieldSpec& spec : fields) {
-        OGRFieldDefnH definition =
-            OGR_Fld_Create(spec.name.c_str(), spec.type == 'C'                       ? OFTString
-                                              : spec.precision > 0 || spec.width > 9 ? OFTReal
-                                                                                     : OFTInteger);
-        OGR_Fld_SetWidth(definition, spec.width);
-        OGR_Fld_SetPrecision(definition, spec.precision);
+    for (const FieldSpec& field : fields) {
+        OGRFieldDefnH definition = OGR_Fld_Create(
+            field.name.c_str(), field.type == 'C'                        ? OFTString
+                                : field.precision > 0 || field.width > 9 ? OFTReal
+                                                                         : OFTInteger);
+        OGR_Fld_SetWidth(definition, field.width);
+        OGR_Fld_SetPrecision(definition, field.precision);
         const OGRErr error = OGR_L_CreateField(layer, definition, TRUE);
         OGR_Fld_Destroy(definition);
         if (error != OGRERR_NONE) {
-            Fail("Cannot create the field " + spec.name);
+            Fail("Cannot create the field " + field.name);
         }
     }
 
