@@ -6,6 +6,10 @@
 #include "util/Error.h"
 #include "util/NumberText.h"
 
+#include <memory>
+#include <optional>
+#include <vector>
+
 namespace quorel::host::gdal {
 namespace {
 
@@ -31,8 +35,7 @@ private:
     IStatusBar* m_statusBar;
 };
 
-const DbfField& NumericColumn(const DbfHeader& header, const std::string& name,
-                              std::size_t& column) {
+const DbfField& NumericColumn(const DbfHeader& header, const std::string& name) {
     const auto found = header.Find(name);
     if (!found) {
         throw Error(error_number::kHostFailure, kSource, "Field not found: " + name);
@@ -42,9 +45,73 @@ const DbfField& NumericColumn(const DbfHeader& header, const std::string& name,
         throw Error(error_number::kTypeMismatch, kSource,
                     "Type mismatch: the field " + name + " is not numeric");
     }
-    column = *found;
     return field;
 }
+
+// Fills the output column of a batch of records with the script's value per record.
+class ScriptFiller final : public DbfColumnFiller {
+public:
+    ScriptFiller(const script::Program& program, const DbfHeader& layout, std::string output)
+        : m_program(program), m_output(NumericColumn(layout, output)),
+          m_outputName(std::move(output)), m_recordLength(layout.recordLength) {
+        // Each referenced name is a numeric column, or FID, the record's number.
+        for (const std::string& name : program.FieldNames()) {
+            if (name == "FID" && !layout.Find(name)) {
+                m_inputs.emplace_back(std::nullopt);
+            } else {
+                m_inputs.emplace_back(NumericColumn(layout, name));
+            }
+        }
+    }
+
+    void Fill(std::size_t firstRecord, std::size_t count, char* records) const override {
+        std::vector<script::Column> inputs(m_inputs.size());
+        std::vector<const script::Column*> inputPointers;
+        for (std::size_t k = 0; k < inputs.size(); ++k) {
+            script::Column& input = inputs[k];
+            input.resize(count);
+            for (std::size_t r = 0; r < count; ++r) {
+                std::optional<double> value;
+                if (m_inputs[k]) {
+                    value = ParseDbfNumber(FieldBytes(Record(records, r), *m_inputs[k]));
+                } else {
+                    value = static_cast<double>(firstRecord + r);
+                }
+                input.isNull[r] = value ? 0 : 1;
+                input.values[r] = value.value_or(0.0);
+            }
+            inputPointers.push_back(&input);
+        }
+        script::Column output;
+        output.resize(count);
+        m_program.Evaluate(inputPointers, output);
+        for (std::size_t r = 0; r < count; ++r) {
+            char* record = Record(records, r);
+            if (DbfBatchFile::IsDeleted(record)) {
+                continue;
+            }
+            const std::optional<double> value =
+                output.isNull[r] ? std::nullopt : std::optional<double>(output.values[r]);
+            if (!FormatDbfNumber(value, m_output, record + m_output.offset)) {
+                throw Error(error_number::kOverflow, kSource,
+                            "Overflow: " + util::FormatNumber(*value) + " does not fit the field " +
+                                m_outputName + " (" + std::to_string(m_output.length) +
+                                " characters)");
+            }
+        }
+    }
+
+private:
+    char* Record(char* records, std::size_t index) const {
+        return records + index * m_recordLength;
+    }
+
+    const script::Program& m_program;
+    std::vector<std::optional<DbfField>> m_inputs;
+    DbfField m_output;
+    std::string m_outputName;
+    std::size_t m_recordLength;
+};
 
 } // namespace
 
@@ -58,72 +125,42 @@ void Calculator::Calculate() {
                     "The calculator works on the cursors of shapefiles only");
     }
     const script::Program program = script::Program::Compile(m_preExpression, m_expression);
-
-    DbfBatchFile table(cursor->FeatureClass().DbfPath(), true, cursor->Position(), m_batchBytes);
-    const DbfHeader& header = table.Header();
-    std::size_t outputColumn = 0;
-    const DbfField outputField = NumericColumn(header, m_field, outputColumn);
-
-    // Each referenced name is a numeric column, or FID, the record's number.
-    const std::vector<std::string>& names = program.FieldNames();
-    std::vector<std::optional<DbfField>> inputFields;
-    for (const std::string& name : names) {
-        std::size_t column = 0;
-        if (name == "FID" && !header.Find(name)) {
-            inputFields.emplace_back(std::nullopt);
-        } else {
-            inputFields.emplace_back(NumericColumn(header, name, column));
-        }
-    }
-    std::vector<script::Column> inputs(names.size());
-    std::vector<const script::Column*> inputPointers;
-    for (const auto& input : inputs) {
-        inputPointers.push_back(&input);
-    }
-    script::Column output;
-
     const ProgressGuard progressGuard(m_statusBar.get());
+    ShapefileFeatureClass& featureClass = cursor->FeatureClass();
+
+    if (cursor->AtStart() && featureClass.IsFieldPending(m_field)) {
+        // A field just added: written once, with its values.
+        std::size_t total = 0;
+        featureClass.WritePendingField(
+            [&](const DbfHeader& layout) {
+                total = layout.recordCount;
+                return std::make_unique<ScriptFiller>(program, layout, m_field);
+            },
+            [&](std::size_t done) { ShowProgress(done, total); }, m_batchBytes);
+        cursor->MoveToEnd();
+        return;
+    }
+
+    featureClass.WritePendingField();
+    DbfBatchFile table(featureClass.DbfPath(), true, cursor->Position(), m_batchBytes);
+    const DbfHeader& header = table.Header();
+    const ScriptFiller filler(program, header, m_field);
     const std::size_t first = cursor->Position();
     const std::size_t total = header.recordCount > first ? header.recordCount - first : 0;
     std::size_t done = 0;
     while (table.Next()) {
-        const std::size_t size = table.BatchSize();
-        for (std::size_t k = 0; k < inputs.size(); ++k) {
-            inputs[k].resize(size);
-            for (std::size_t r = 0; r < size; ++r) {
-                std::optional<double> value;
-                if (inputFields[k]) {
-                    value = ParseDbfNumber(FieldBytes(table.Record(r), *inputFields[k]));
-                } else {
-                    value = static_cast<double>(table.BatchFirstRecord() + r);
-                }
-                inputs[k].isNull[r] = value ? 0 : 1;
-                inputs[k].values[r] = value.value_or(0.0);
-            }
-        }
-        output.resize(size);
-        program.Evaluate(inputPointers, output);
-        for (std::size_t r = 0; r < size; ++r) {
-            char* record = table.Record(r);
-            if (DbfBatchFile::IsDeleted(record)) {
-                continue;
-            }
-            const std::optional<double> value =
-                output.isNull[r] ? std::nullopt : std::optional<double>(output.values[r]);
-            if (!FormatDbfNumber(value, outputField, record + outputField.offset)) {
-                throw Error(error_number::kOverflow, kSource,
-                            "Overflow: " + util::FormatNumber(*value) + " does not fit the field " +
-                                m_field + " (" + std::to_string(outputField.length) +
-                                " characters)");
-            }
-        }
+        filler.Fill(table.BatchFirstRecord(), table.BatchSize(), table.Record(0));
         table.Write();
-        done += size;
-        if (m_statusBar && total > 0) {
-            m_statusBar->Progress(static_cast<double>(done) / static_cast<double>(total));
-        }
+        done += table.BatchSize();
+        ShowProgress(done, total);
     }
     cursor->MoveToEnd();
+}
+
+void Calculator::ShowProgress(std::size_t done, std::size_t total) {
+    if (m_statusBar && total > 0) {
+        m_statusBar->Progress(static_cast<double>(done) / static_cast<double>(total));
+    }
 }
 
 } // namespace quorel::host::gdal

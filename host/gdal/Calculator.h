@@ -9,9 +9,10 @@ namespace quorel::host::gdal {
 
 // The field calculator over a shapefile: compiles the pre-expression and the expression once,
 // then works through the table in batches of records, reading the referenced columns straight
-// from the .dbf, evaluating the whole batch at once and writing the output column in place (a
-// fixed-width column, so the table stays whole and readable whenever the work stops). Reports
-// the fraction done to the status bar after each batch.
+// from the .dbf and evaluating the whole batch at once. A field just added and not yet written
+// (see ShapefileFeatureClass) is written with its values, the batches shared among the cores;
+// an existing field is filled in place (a fixed-width column, so the table stays whole and
+// readable whenever the work stops). Reports the fraction done to the status bar as it goes.
 class Calculator final : public ICalculator {
 public:
     explicit Calculator(std::shared_ptr<IStatusBar> statusBar)
@@ -22,13 +23,16 @@ public:
     void SetExpression(const std::string& expression) override { m_expression = expression; }
     void SetField(const std::string& fieldName) override { m_field = fieldName; }
     // Computes the field for every feature from the cursor's position to the end. A failure
-    // of the script (division by zero...) stops the work: the batches done so far stay written.
+    // of the script (division by zero...) stops the work: a field just added stays, Null; in
+    // an existing field the batches done so far stay written.
     void Calculate() override;
 
     // Records per batch are about this many bytes' worth (tests use small batches).
     void SetBatchBytes(std::size_t bytes) { m_batchBytes = bytes; }
 
 private:
+    void ShowProgress(std::size_t done, std::size_t total);
+
     std::shared_ptr<IStatusBar> m_statusBar;
     std::shared_ptr<ICursor> m_cursor;
     std::string m_preExpression;

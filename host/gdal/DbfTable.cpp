@@ -4,6 +4,8 @@
 #include "util/Error.h"
 
 #include <algorithm>
+#include <atomic>
+#include <bit>
 #include <cctype>
 #include <cerrno>
 #include <charconv>
@@ -12,7 +14,9 @@
 #include <ctime>
 #include <fcntl.h>
 #include <fstream>
+#include <mutex>
 #include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 
 namespace quorel::host::gdal {
@@ -25,7 +29,6 @@ constexpr char kHeaderTerminator = 0x0D;
 constexpr char kEndOfFile = 0x1A;
 constexpr std::size_t kMaxFieldCount = 255;
 constexpr std::size_t kMaxRecordLength = 65535;
-constexpr std::size_t kBatchBytes = DbfBatchFile::kDefaultBatchBytes;
 
 std::uint16_t ReadU16(const std::string& bytes, std::size_t at) {
     return static_cast<std::uint16_t>(static_cast<unsigned char>(bytes[at]) |
@@ -90,6 +93,121 @@ void WriteExactly(int fd, const char* source, std::size_t size, off_t offset,
         }
         done += static_cast<std::size_t>(put);
     }
+}
+
+// A field's number as most tables write it: an optional sign, at most 15 digits and a decimal
+// point. Such a value is an exact integer divided by an exact power of ten, and that single
+// division is correctly rounded: the very double from_chars gives, without its general cost.
+std::optional<double> ParsePlainDecimal(std::string_view text) {
+    static constexpr double kPowers[] = {1e0, 1e1, 1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                                         1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
+    std::size_t at = 0;
+    const bool negative = !text.empty() && text[0] == '-';
+    if (negative) {
+        at = 1;
+    }
+    std::uint64_t digits = 0;
+    std::size_t count = 0;
+    std::size_t decimals = 0;
+    bool point = false;
+    for (; at < text.size(); ++at) {
+        const char c = text[at];
+        if (c == '.' && !point) {
+            point = true;
+            continue;
+        }
+        const auto digit = static_cast<unsigned>(c - '0');
+        if (digit > 9 || ++count > 15) {
+            return std::nullopt;
+        }
+        digits = digits * 10 + digit;
+        decimals += point ? 1 : 0;
+    }
+    if (count == 0) {
+        return std::nullopt;
+    }
+    const double magnitude = static_cast<double>(digits) / kPowers[decimals];
+    return negative ? -magnitude : magnitude;
+}
+
+// The value with exactly `decimals` decimals, as std::to_chars prints it in fixed form (the
+// exact binary value, rounded half to even), for values below 2^52 and at most 18 decimals;
+// 0 when it leaves the value to to_chars. The value is m / 2^k exactly, so m * 10^decimals / 2^k
+// in 128-bit integers gives the digits with the exact remainder to round by.
+std::size_t FormatFixedQuickly(double value, int decimals, char* text) {
+    static constexpr std::uint64_t kPowers[] = {1,
+                                                10,
+                                                100,
+                                                1000,
+                                                10000,
+                                                100000,
+                                                1000000,
+                                                10000000,
+                                                100000000,
+                                                1000000000,
+                                                10000000000,
+                                                100000000000,
+                                                1000000000000,
+                                                10000000000000,
+                                                100000000000000,
+                                                1000000000000000,
+                                                10000000000000000,
+                                                100000000000000000,
+                                                1000000000000000000};
+    if (decimals < 0 || decimals > 18) {
+        return 0;
+    }
+    const auto bits = std::bit_cast<std::uint64_t>(value);
+    const bool negative = (bits >> 63) != 0;
+    const auto exponent = static_cast<int>((bits >> 52) & 0x7FF);
+    const std::uint64_t fraction = bits & ((std::uint64_t{1} << 52) - 1);
+    if (exponent == 0x7FF) {
+        return 0;
+    }
+    const std::uint64_t mantissa = exponent == 0 ? fraction : fraction | std::uint64_t{1} << 52;
+    const int shift = exponent == 0 ? 1074 : 1075 - exponent; // value = mantissa / 2^shift
+    std::uint64_t scaled = 0;
+    if (mantissa != 0) {
+        if (shift <= 0) {
+            return 0;
+        }
+        if (shift < 127) {
+            __extension__ typedef unsigned __int128 Wide; // GCC and Clang have it
+            const Wide product = Wide{mantissa} * kPowers[decimals];
+            Wide quotient = product >> shift;
+            const Wide remainder = product - (quotient << shift);
+            const Wide half = Wide{1} << (shift - 1);
+            if (remainder > half || (remainder == half && (quotient & 1) != 0)) {
+                ++quotient;
+            }
+            if ((quotient >> 63) != 0) {
+                return 0;
+            }
+            scaled = static_cast<std::uint64_t>(quotient);
+        } // else below 2^-73: every printed digit is 0
+    }
+    char reversed[48];
+    std::size_t length = 0;
+    std::uint64_t whole = scaled / kPowers[decimals];
+    std::uint64_t part = scaled % kPowers[decimals];
+    for (int i = 0; i < decimals; ++i) {
+        reversed[length++] = static_cast<char>('0' + part % 10);
+        part /= 10;
+    }
+    if (decimals > 0) {
+        reversed[length++] = '.';
+    }
+    do {
+        reversed[length++] = static_cast<char>('0' + whole % 10);
+        whole /= 10;
+    } while (whole != 0);
+    if (negative) {
+        reversed[length++] = '-';
+    }
+    for (std::size_t i = 0; i < length; ++i) {
+        text[i] = reversed[length - 1 - i];
+    }
+    return length;
 }
 
 bool EqualIgnoringCase(const std::string& left, const std::string& right) {
@@ -256,6 +374,9 @@ std::optional<double> ParseDbfNumber(std::string_view text) {
     if (text.front() == '+') {
         text.remove_prefix(1);
     }
+    if (const auto quick = ParsePlainDecimal(text)) {
+        return quick;
+    }
     double value = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
     if (error != std::errc() || end != text.data() + text.size()) {
@@ -271,6 +392,14 @@ bool FormatDbfNumber(std::optional<double> value, const DbfField& field, char* d
         return true;
     }
     char text[400];
+    {
+        const std::size_t length = FormatFixedQuickly(*value, field.decimals, text);
+        if (length > 0 && length <= width) {
+            std::memset(destination, ' ', width - length);
+            std::memcpy(destination + width - length, text, length);
+            return true;
+        }
+    }
     for (int decimals = field.decimals; decimals >= 0; --decimals) {
         const auto result =
             std::to_chars(text, text + sizeof text, *value, std::chars_format::fixed, decimals);
@@ -294,13 +423,11 @@ bool FormatDbfNumber(std::optional<double> value, const DbfField& field, char* d
     return false;
 }
 
-void AddDbfField(const std::string& dbfPath, const std::string& name, char type,
-                 std::uint8_t length, std::uint8_t decimals) {
-    const FileHandle old(::open(dbfPath.c_str(), O_RDONLY | O_CLOEXEC));
-    if (old.Get() < 0) {
-        ThrowFileError(errno, "open", dbfPath);
-    }
-    const DbfHeader header = ReadDbfHeader(old.Get(), dbfPath);
+DbfNewColumn PlanDbfField(const std::string& dbfPath, const std::string& name, char type,
+                          std::uint8_t length, std::uint8_t decimals) {
+    DbfNewColumn plan;
+    plan.table = ReadDbfHeader(dbfPath);
+    const DbfHeader& header = plan.table;
 
     const std::string encodedName = EncodeDbfText(name, header.encoding);
     if (name.empty() || encodedName.size() > 10 || encodedName.find('\0') != std::string::npos) {
@@ -325,16 +452,6 @@ void AddDbfField(const std::string& dbfPath, const std::string& name, char type,
                     "Cannot add the field " + name + ": the table " + dbfPath +
                         " holds the most fields a shapefile allows");
     }
-    struct stat status {};
-    if (::fstat(old.Get(), &status) != 0) {
-        ThrowFileError(errno, "open", dbfPath);
-    }
-    const std::size_t oldRecordLength = header.recordLength;
-    const auto needed =
-        static_cast<off_t>(header.headerLength + header.recordCount * oldRecordLength);
-    if (status.st_size < needed) {
-        throw DamagedTable(dbfPath, "it is shorter than its header says");
-    }
 
     // The new header: the old one with one more descriptor before the terminator.
     std::string descriptor(kDescriptorSize, '\0');
@@ -348,15 +465,151 @@ void AddDbfField(const std::string& dbfPath, const std::string& name, char type,
         newHeader.insert(std::min(terminatorAt, newHeader.size()), 1, kHeaderTerminator);
     }
     newHeader.insert(terminatorAt, descriptor);
-    const std::size_t newRecordLength = oldRecordLength + length;
     WriteU16(newHeader, 8, newHeader.size());
-    WriteU16(newHeader, 10, newRecordLength);
+    WriteU16(newHeader, 10, std::size_t{header.recordLength} + length);
     const std::time_t now = std::time(nullptr);
     std::tm today{};
     localtime_r(&now, &today);
     newHeader[1] = static_cast<char>(today.tm_year % 256);
     newHeader[2] = static_cast<char>(today.tm_mon + 1);
     newHeader[3] = static_cast<char>(today.tm_mday);
+
+    plan.layout = header;
+    plan.layout.rawHeader = std::move(newHeader);
+    plan.layout.headerLength = static_cast<std::uint16_t>(plan.layout.rawHeader.size());
+    plan.layout.recordLength = static_cast<std::uint16_t>(header.recordLength + length);
+    plan.field.name = name;
+    plan.field.type = type;
+    plan.field.length = length;
+    plan.field.decimals = decimals;
+    plan.field.offset = header.recordLength;
+    plan.layout.fields.push_back(plan.field);
+    return plan;
+}
+
+namespace {
+
+// Builds the records of the new table batch by batch, on every core, and writes each batch at
+// its place in the new file: the batches are independent, so no core waits for another.
+class ColumnWriter {
+public:
+    ColumnWriter(const DbfNewColumn& plan, int oldFile, const std::string& oldPath, int newFile,
+                 const std::string& newPath, const DbfColumnFiller* filler, std::size_t batchBytes)
+        : m_plan(plan), m_oldFile(oldFile), m_oldPath(oldPath), m_newFile(newFile),
+          m_newPath(newPath), m_filler(filler),
+          m_batch(std::max<std::size_t>(1, batchBytes / plan.layout.recordLength)),
+          m_batches((plan.table.recordCount + m_batch - 1) / m_batch) {}
+
+    // Throws the failure of the earliest batch that failed.
+    void Run(const DbfProgress& progress) {
+        const std::size_t helpers =
+            m_batches < 2
+                ? 0
+                : std::min<std::size_t>(3, std::max(1u, std::thread::hardware_concurrency()) - 1);
+        std::vector<std::thread> threads;
+        for (std::size_t i = 0; i < helpers; ++i) {
+            threads.emplace_back([this] { Work(nullptr); });
+        }
+        Work(&progress);
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        if (m_failure) {
+            std::rethrow_exception(m_failure);
+        }
+        // The last batch may have been another thread's.
+        if (progress && m_reported < m_plan.table.recordCount) {
+            progress(m_plan.table.recordCount);
+        }
+    }
+
+private:
+    void Work(const DbfProgress* progress) {
+        const std::size_t oldLength = m_plan.table.recordLength;
+        const std::size_t newLength = m_plan.layout.recordLength;
+        const DbfField& field = m_plan.field;
+        std::vector<char> in;
+        std::vector<char> out;
+        while (true) {
+            const std::size_t batch = m_next.fetch_add(1);
+            if (batch >= m_batches || batch > m_failedBatch.load()) {
+                return;
+            }
+            try {
+                const std::size_t first = batch * m_batch;
+                const std::size_t count = std::min(m_batch, m_plan.table.recordCount - first);
+                in.resize(count * oldLength);
+                out.resize(count * newLength);
+                ReadExactly(m_oldFile, in.data(), in.size(),
+                            static_cast<off_t>(m_plan.table.headerLength + first * oldLength),
+                            m_oldPath);
+                for (std::size_t r = 0; r < count; ++r) {
+                    char* target = out.data() + r * newLength;
+                    std::memcpy(target, in.data() + r * oldLength, oldLength);
+                    std::memset(target + field.offset, '*', field.length);
+                }
+                if (m_filler) {
+                    m_filler->Fill(first, count, out.data());
+                }
+                const auto at = static_cast<off_t>(m_plan.layout.headerLength + first * newLength);
+                WriteExactly(m_newFile, out.data(), out.size(), at, m_newPath);
+                // Start putting the batch on disk now, so the final flush has little to wait for.
+                ::sync_file_range(m_newFile, at, static_cast<off_t>(out.size()),
+                                  SYNC_FILE_RANGE_WRITE);
+                const std::size_t done = m_done.fetch_add(count) + count;
+                if (progress && *progress) {
+                    m_reported = done;
+                    (*progress)(done);
+                }
+            } catch (...) {
+                const std::lock_guard<std::mutex> lock(m_mutex);
+                if (batch < m_failedBatch.load()) {
+                    m_failedBatch = batch;
+                    m_failure = std::current_exception();
+                }
+            }
+        }
+    }
+
+    const DbfNewColumn& m_plan;
+    int m_oldFile;
+    const std::string& m_oldPath;
+    int m_newFile;
+    const std::string& m_newPath;
+    const DbfColumnFiller* m_filler;
+    std::size_t m_batch;   // records per batch
+    std::size_t m_batches; // batches in the table
+    std::atomic<std::size_t> m_next{0};
+    std::atomic<std::size_t> m_done{0};
+    std::atomic<std::size_t> m_failedBatch{SIZE_MAX};
+    std::size_t m_reported = 0; // the calling thread's
+    std::mutex m_mutex;
+    std::exception_ptr m_failure;
+};
+
+} // namespace
+
+void WriteDbfColumn(const std::string& dbfPath, const DbfNewColumn& plan,
+                    const DbfColumnFiller* filler, const DbfProgress& progress,
+                    std::size_t batchBytes) {
+    const FileHandle old(::open(dbfPath.c_str(), O_RDONLY | O_CLOEXEC));
+    if (old.Get() < 0) {
+        ThrowFileError(errno, "open", dbfPath);
+    }
+    if (ReadDbfHeader(old.Get(), dbfPath).rawHeader != plan.table.rawHeader) {
+        throw Error(error_number::kHostFailure, kSource,
+                    "Cannot add the field " + plan.field.name + ": the table " + dbfPath +
+                        " changed meanwhile");
+    }
+    struct stat status {};
+    if (::fstat(old.Get(), &status) != 0) {
+        ThrowFileError(errno, "open", dbfPath);
+    }
+    const auto needed = static_cast<off_t>(
+        plan.table.headerLength + std::size_t{plan.table.recordCount} * plan.table.recordLength);
+    if (status.st_size < needed) {
+        throw DamagedTable(dbfPath, "it is shorter than its header says");
+    }
 
     const std::string tempPath = dbfPath + ".quorel-tmp";
     FileHandle temp(
@@ -366,26 +619,14 @@ void AddDbfField(const std::string& dbfPath, const std::string& name, char type,
     }
     try {
         ::fchmod(temp.Get(), status.st_mode & 07777);
-        off_t out = 0;
-        WriteExactly(temp.Get(), newHeader.data(), newHeader.size(), out, tempPath);
-        out += static_cast<off_t>(newHeader.size());
-
-        const std::size_t batch = std::max<std::size_t>(1, kBatchBytes / newRecordLength);
-        std::vector<char> in(batch * oldRecordLength);
-        std::vector<char> outBuffer(batch * newRecordLength);
-        for (std::size_t first = 0; first < header.recordCount; first += batch) {
-            const std::size_t count = std::min<std::size_t>(batch, header.recordCount - first);
-            ReadExactly(old.Get(), in.data(), count * oldRecordLength,
-                        static_cast<off_t>(header.headerLength + first * oldRecordLength), dbfPath);
-            for (std::size_t r = 0; r < count; ++r) {
-                char* target = outBuffer.data() + r * newRecordLength;
-                std::memcpy(target, in.data() + r * oldRecordLength, oldRecordLength);
-                std::memset(target + oldRecordLength, '*', length);
-            }
-            WriteExactly(temp.Get(), outBuffer.data(), count * newRecordLength, out, tempPath);
-            out += static_cast<off_t>(count * newRecordLength);
-        }
-        WriteExactly(temp.Get(), &kEndOfFile, 1, out, tempPath);
+        WriteExactly(temp.Get(), plan.layout.rawHeader.data(), plan.layout.rawHeader.size(), 0,
+                     tempPath);
+        ColumnWriter(plan, old.Get(), dbfPath, temp.Get(), tempPath, filler, batchBytes)
+            .Run(progress);
+        const auto end =
+            static_cast<off_t>(plan.layout.headerLength +
+                               std::size_t{plan.table.recordCount} * plan.layout.recordLength);
+        WriteExactly(temp.Get(), &kEndOfFile, 1, end, tempPath);
         if (::fsync(temp.Get()) != 0) {
             ThrowFileError(errno, "write", tempPath);
         }
@@ -399,6 +640,11 @@ void AddDbfField(const std::string& dbfPath, const std::string& name, char type,
         throw;
     }
     SyncFolder(dbfPath);
+}
+
+void AddDbfField(const std::string& dbfPath, const std::string& name, char type,
+                 std::uint8_t length, std::uint8_t decimals) {
+    WriteDbfColumn(dbfPath, PlanDbfField(dbfPath, name, type, length, decimals));
 }
 
 DbfBatchFile::DbfBatchFile(const std::string& dbfPath, bool writable, std::size_t firstRecord,

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -67,8 +68,43 @@ DbfEncoding ReadEncoding(const std::string& dbfPath);
 DbfHeader ReadDbfHeader(const std::string& dbfPath);
 DbfHeader ReadDbfHeader(int fd, const std::string& dbfPath);
 
-// Adds a column to the table, every value null. The new table is written beside the old one,
-// flushed to disk and renamed over it, so that a crash at any moment leaves either table whole.
+// A column to add to a table, checked against the table as it stands (name free and valid, room
+// left), not yet written.
+struct DbfNewColumn {
+    DbfHeader table;  // the table as it stands
+    DbfHeader layout; // the table with the column: header, fields and record length
+    DbfField field;   // the new column, as found in layout
+};
+DbfNewColumn PlanDbfField(const std::string& dbfPath, const std::string& name, char type,
+                          std::uint8_t length, std::uint8_t decimals);
+
+// Fills columns of a batch of records held in memory (`count` whole records of the layout the
+// filler was made for, deletion flag included). May be called from several threads at once.
+class DbfColumnFiller {
+public:
+    virtual ~DbfColumnFiller() = default;
+    virtual void Fill(std::size_t firstRecord, std::size_t count, char* records) const = 0;
+
+protected:
+    DbfColumnFiller() = default;
+    DbfColumnFiller(const DbfColumnFiller&) = default;
+    DbfColumnFiller& operator=(const DbfColumnFiller&) = default;
+};
+
+// Receives how many records are done; called on the calling thread only.
+using DbfProgress = std::function<void(std::size_t recordsDone)>;
+
+// Adds the planned column: the new table is written beside the old one, flushed to disk and
+// renamed over it, so that a crash at any moment leaves either table whole. The column is Null
+// in every record, or what `filler` puts there: the records are then filled on their way to the
+// new table, in batches shared among the processor's cores, and a filler that fails leaves the
+// old table as it was. Throws when the table changed since the plan was made.
+// Records go in batches of about `batchBytes` (tests use small ones).
+void WriteDbfColumn(const std::string& dbfPath, const DbfNewColumn& plan,
+                    const DbfColumnFiller* filler = nullptr, const DbfProgress& progress = {},
+                    std::size_t batchBytes = std::size_t{2} << 20);
+
+// Plans and writes a column whose every value is Null.
 void AddDbfField(const std::string& dbfPath, const std::string& name, char type,
                  std::uint8_t length, std::uint8_t decimals);
 

@@ -2,12 +2,10 @@
 
 #include "util/Error.h"
 
-#include <gdal.h>
-#include <ogr_api.h>
-
+#include <array>
 #include <cerrno>
+#include <exception>
 #include <fcntl.h>
-#include <mutex>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -16,40 +14,70 @@ namespace {
 
 constexpr const char* kSource = "ShapefileWorkspace";
 
-void RegisterDrivers() {
-    static std::once_flag once;
-    std::call_once(once, [] { GDALAllRegister(); });
-}
-
-struct DatasetCloser {
-    void operator()(GDALDatasetH dataset) const { GDALClose(dataset); }
-};
-using Dataset = std::unique_ptr<void, DatasetCloser>;
-
-// Keeps GDAL from printing its own messages; we turn failures into our errors.
-class QuietGdalErrors {
-public:
-    QuietGdalErrors() { CPLPushErrorHandler(CPLQuietErrorHandler); }
-    ~QuietGdalErrors() { CPLPopErrorHandler(); }
-    QuietGdalErrors(const QuietGdalErrors&) = delete;
-    QuietGdalErrors& operator=(const QuietGdalErrors&) = delete;
-};
-
-std::int32_t HostShapeType(OGRwkbGeometryType type) {
-    switch (OGR_GT_Flatten(type)) {
-    case wkbPoint:
+// The host's geometry type for the shape type of a .shp header (ESRI Shapefile Technical
+// Description: Z and M variants share their plain type's geometry).
+std::int32_t HostShapeType(std::int32_t shapeType) {
+    switch (shapeType) {
+    case 1:
+    case 11:
+    case 21:
         return kGeometryPoint;
-    case wkbMultiPoint:
+    case 8:
+    case 18:
+    case 28:
         return kGeometryMultipoint;
-    case wkbLineString:
-    case wkbMultiLineString:
+    case 3:
+    case 13:
+    case 23:
         return kGeometryPolyline;
-    case wkbPolygon:
-    case wkbMultiPolygon:
+    case 5:
+    case 15:
+    case 25:
         return kGeometryPolygon;
     default:
         return kGeometryNull;
     }
+}
+
+// Reads the geometry type from the main file's 100-byte header, checking that it is one.
+std::int32_t ReadShapeType(const std::string& shpPath) {
+    const FileHandle file(::open(shpPath.c_str(), O_RDONLY | O_CLOEXEC));
+    if (file.Get() < 0) {
+        ThrowFileError(errno, "open", shpPath);
+    }
+    std::array<unsigned char, 100> header{};
+    std::size_t got = 0;
+    while (got < header.size()) {
+        const ssize_t n =
+            ::pread(file.Get(), header.data() + got, header.size() - got, static_cast<off_t>(got));
+        if (n < 0 && errno == EINTR) {
+            continue;
+        }
+        if (n < 0) {
+            ThrowFileError(errno, "read", shpPath);
+        }
+        if (n == 0) {
+            break;
+        }
+        got += static_cast<std::size_t>(n);
+    }
+    const auto bigEndian = [&](std::size_t at) {
+        return static_cast<std::int32_t>(std::uint32_t{header[at]} << 24 |
+                                         std::uint32_t{header[at + 1]} << 16 |
+                                         std::uint32_t{header[at + 2]} << 8 | header[at + 3]);
+    };
+    const auto littleEndian = [&](std::size_t at) {
+        return static_cast<std::int32_t>(std::uint32_t{header[at + 3]} << 24 |
+                                         std::uint32_t{header[at + 2]} << 16 |
+                                         std::uint32_t{header[at + 1]} << 8 | header[at]);
+    };
+    constexpr std::int32_t kFileCode = 9994;
+    constexpr std::int32_t kVersion = 1000;
+    if (got < header.size() || bigEndian(0) != kFileCode || littleEndian(28) != kVersion) {
+        throw Error(error_number::kHostFailure, kSource,
+                    "Cannot open " + shpPath + ": not a shapefile");
+    }
+    return HostShapeType(littleEndian(32));
 }
 
 // Fails with the system's reason when the file cannot be read.
@@ -166,22 +194,26 @@ std::int32_t ShapefileFields::FindField(const std::string& name) const {
     return -1;
 }
 
-ShapefileCursor::ShapefileCursor(std::shared_ptr<const ShapefileFeatureClass> featureClass,
+ShapefileCursor::ShapefileCursor(std::shared_ptr<ShapefileFeatureClass> featureClass,
                                  bool recycling)
-    : m_featureClass(std::move(featureClass)), m_batch(m_featureClass->DbfPath(), false),
-      m_header(std::make_shared<const DbfHeader>(m_batch.Header())),
-      m_fields(std::make_shared<ShapefileFields>(m_batch.Header())), m_recycling(recycling) {}
+    : m_featureClass(std::move(featureClass)), m_fields(m_featureClass->Fields()),
+      m_recycling(recycling) {}
 
 std::shared_ptr<IRow> ShapefileCursor::NextRow() {
+    if (!m_batch) {
+        m_featureClass->WritePendingField();
+        m_batch.emplace(m_featureClass->DbfPath(), false);
+        m_header = std::make_shared<const DbfHeader>(m_batch->Header());
+    }
     while (true) {
-        const std::size_t batchEnd = m_batch.BatchFirstRecord() + m_batch.BatchSize();
-        if (m_position >= batchEnd || m_position < m_batch.BatchFirstRecord()) {
-            if (m_position >= m_batch.Header().recordCount || !m_batch.Next()) {
+        const std::size_t batchEnd = m_batch->BatchFirstRecord() + m_batch->BatchSize();
+        if (m_position >= batchEnd || m_position < m_batch->BatchFirstRecord()) {
+            if (m_position >= m_batch->Header().recordCount || !m_batch->Next()) {
                 return nullptr;
             }
             continue;
         }
-        const char* record = m_batch.Record(m_position - m_batch.BatchFirstRecord());
+        const char* record = m_batch->Record(m_position - m_batch->BatchFirstRecord());
         const std::size_t index = m_position++;
         if (DbfBatchFile::IsDeleted(record)) {
             continue;
@@ -205,19 +237,17 @@ ShapefileFeatureClass::ShapefileFeatureClass(const std::string& folder, const st
     m_dbfPath = ExistingSibling(m_shpPath, ".dbf");
     CheckReadable(m_dbfPath);
 
-    RegisterDrivers();
-    const QuietGdalErrors quiet;
-    const char* const drivers[] = {"ESRI Shapefile", nullptr};
-    const Dataset dataset(GDALOpenEx(m_shpPath.c_str(), GDAL_OF_VECTOR | GDAL_OF_READONLY, drivers,
-                                     nullptr, nullptr));
-    if (!dataset || GDALDatasetGetLayerCount(dataset.get()) < 1) {
-        const std::string reason = CPLGetLastErrorMsg();
-        throw Error(error_number::kHostFailure, kSource,
-                    "Cannot open " + m_shpPath + ": " +
-                        (reason.empty() ? std::string("not a shapefile") : reason));
+    m_shapeType = ReadShapeType(m_shpPath);
+    // The index file must be there too, as every shapefile reader requires.
+    CheckReadable(ExistingSibling(m_shpPath, ".shx"));
+}
+
+ShapefileFeatureClass::~ShapefileFeatureClass() {
+    try {
+        WritePendingField();
+    } catch (...) {
+        // Nothing to report to at this point; the table stays as it was, whole.
     }
-    OGRLayerH layer = GDALDatasetGetLayer(dataset.get(), 0);
-    m_shapeType = HostShapeType(OGR_L_GetGeomType(layer));
 }
 
 std::shared_ptr<IWorkspace> ShapefileFeatureClass::Workspace() const {
@@ -225,7 +255,16 @@ std::shared_ptr<IWorkspace> ShapefileFeatureClass::Workspace() const {
 }
 
 std::shared_ptr<IFields> ShapefileFeatureClass::Fields() const {
-    return std::make_shared<ShapefileFields>(ReadDbfHeader(m_dbfPath));
+    DbfHeader header = ReadDbfHeader(m_dbfPath);
+    if (m_pending) {
+        DbfField field;
+        field.name = m_pending->name;
+        field.type = m_pending->type;
+        field.length = m_pending->length;
+        field.decimals = m_pending->decimals;
+        header.fields.push_back(field);
+    }
+    return std::make_shared<ShapefileFields>(header);
 }
 
 std::int32_t ShapefileFeatureClass::FindField(const std::string& name) const {
@@ -237,30 +276,76 @@ void ShapefileFeatureClass::AddField(const IField& field) {
     if (name == "FID" || name == "Shape") {
         throw Error(error_number::kHostFailure, kSource, "Field already exists: " + name);
     }
+    PendingField pending{name, 'N', 0, 0};
     switch (field.Type()) {
     case kFieldTypeSmallInteger:
-        AddDbfField(m_dbfPath, name, 'N', 4, 0);
+        pending.length = 4;
         break;
     case kFieldTypeInteger:
-        AddDbfField(m_dbfPath, name, 'N', 9, 0);
+        pending.length = 9;
         break;
     case kFieldTypeSingle:
-        AddDbfField(m_dbfPath, name, 'N', 13, 11);
+        pending.length = 13;
+        pending.decimals = 11;
         break;
     case kFieldTypeDouble:
         // As the Windows host made a double with precision and scale left at 0.
-        AddDbfField(m_dbfPath, name, 'N', 19, 11);
+        pending.length = 19;
+        pending.decimals = 11;
         break;
     case kFieldTypeString:
-        AddDbfField(m_dbfPath, name, 'C', 50, 0);
+        pending.type = 'C';
+        pending.length = 50;
         break;
     case kFieldTypeDate:
-        AddDbfField(m_dbfPath, name, 'D', 8, 0);
+        pending.type = 'D';
+        pending.length = 8;
         break;
     default:
         throw Error(error_number::kHostFailure, kSource,
                     "Cannot add the field " + name + ": a shapefile cannot hold fields of type " +
                         std::to_string(field.Type()));
+    }
+    WritePendingField();
+    // Checked now, so that a refused field fails here and not at its writing.
+    PlanDbfField(m_dbfPath, pending.name, pending.type, pending.length, pending.decimals);
+    m_pending = pending;
+}
+
+bool ShapefileFeatureClass::IsFieldPending(const std::string& name) const {
+    return m_pending && m_pending->name == name;
+}
+
+void ShapefileFeatureClass::WritePendingField() {
+    if (!m_pending) {
+        return;
+    }
+    const PendingField pending = *m_pending;
+    m_pending.reset();
+    AddDbfField(m_dbfPath, pending.name, pending.type, pending.length, pending.decimals);
+}
+
+void ShapefileFeatureClass::WritePendingField(const FillerMaker& makeFiller,
+                                              const DbfProgress& progress, std::size_t batchBytes) {
+    if (!m_pending) {
+        return;
+    }
+    const PendingField pending = *m_pending;
+    m_pending.reset();
+    const DbfNewColumn plan =
+        PlanDbfField(m_dbfPath, pending.name, pending.type, pending.length, pending.decimals);
+    try {
+        const std::unique_ptr<DbfColumnFiller> filler = makeFiller(plan.layout);
+        WriteDbfColumn(m_dbfPath, plan, filler.get(), progress, batchBytes);
+    } catch (...) {
+        // The field stays added, as when it is written first and filled after.
+        const std::exception_ptr failure = std::current_exception();
+        try {
+            WriteDbfColumn(m_dbfPath, plan);
+        } catch (...) {
+            // the filler's failure is the one to report
+        }
+        std::rethrow_exception(failure);
     }
 }
 

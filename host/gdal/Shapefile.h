@@ -1,13 +1,16 @@
 #pragma once
 
-// Shapefiles as the host's workspaces, feature classes, fields and cursors. GDAL opens the
-// shapefile and tells its geometry type; the attribute table is read and written through
-// DbfTable, so that a field is added and a column filled without touching the geometry.
+// Shapefiles as the host's workspaces, feature classes, fields and cursors. The geometry type
+// comes from the .shp's header; the attribute table is read and written through DbfTable, so
+// that a field is added and a column filled without touching the geometry.
 
 #include "host/api/Host.h"
 #include "host/gdal/DbfTable.h"
 
+#include <cstdint>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -57,22 +60,25 @@ private:
 
 class ShapefileFeatureClass;
 
-// Walks the records of the table in batches; deleted records are skipped.
+// Walks the records of the table in batches; deleted records are skipped. The table is opened
+// at the first row asked for, so that a cursor made for the calculator reads nothing.
 class ShapefileCursor final : public ICursor {
 public:
-    ShapefileCursor(std::shared_ptr<const ShapefileFeatureClass> featureClass, bool recycling);
+    ShapefileCursor(std::shared_ptr<ShapefileFeatureClass> featureClass, bool recycling);
 
     std::shared_ptr<IRow> NextRow() override;
     std::shared_ptr<IFields> Fields() const override { return m_fields; }
 
-    const ShapefileFeatureClass& FeatureClass() const { return *m_featureClass; }
+    ShapefileFeatureClass& FeatureClass() const { return *m_featureClass; }
     // Index of the next record the cursor would read; the calculator starts there.
     std::size_t Position() const { return m_position; }
-    void MoveToEnd() { m_position = m_batch.Header().recordCount; }
+    // Whether no row was asked for yet.
+    bool AtStart() const { return !m_batch; }
+    void MoveToEnd() { m_position = SIZE_MAX; }
 
 private:
-    std::shared_ptr<const ShapefileFeatureClass> m_featureClass;
-    DbfBatchFile m_batch;
+    std::shared_ptr<ShapefileFeatureClass> m_featureClass;
+    std::optional<DbfBatchFile> m_batch;
     std::shared_ptr<const DbfHeader> m_header; // shared by the rows
     std::shared_ptr<IFields> m_fields;
     bool m_recycling;
@@ -80,11 +86,19 @@ private:
     std::shared_ptr<IRow> m_row;
 };
 
+// A field added to a shapefile is written with its values when the field calculator's first
+// work is to fill it: the table is then rewritten once, field and values together, instead of
+// once for the field and again for the values. Until then the field is listed as the table's
+// last; any reading of the records, another field added or the object's end writes it, Null.
+// The field's checks (name, room in the table) are made when it is added.
 class ShapefileFeatureClass final : public IFeatureClass,
                                     public std::enable_shared_from_this<ShapefileFeatureClass> {
 public:
     // Opens folder/baseName.shp; throws quorel::Error saying why it cannot.
     ShapefileFeatureClass(const std::string& folder, const std::string& baseName);
+    ~ShapefileFeatureClass() override;
+    ShapefileFeatureClass(const ShapefileFeatureClass&) = delete;
+    ShapefileFeatureClass& operator=(const ShapefileFeatureClass&) = delete;
 
     std::int32_t ShapeType() const override { return m_shapeType; }
     std::string AliasName() const override { return m_baseName; }
@@ -97,12 +111,31 @@ public:
     const std::string& ShpPath() const { return m_shpPath; }
     const std::string& DbfPath() const { return m_dbfPath; }
 
+    // Whether `name` is a field added but not yet written.
+    bool IsFieldPending(const std::string& name) const;
+    // Writes the field added last, Null, if it is not yet written.
+    void WritePendingField();
+    // Writes the pending field with the values the filler made for its layout (the table with
+    // the field) puts there. When the filler cannot be made or fails, the field is written Null
+    // and the filler's error thrown.
+    using FillerMaker = std::function<std::unique_ptr<DbfColumnFiller>(const DbfHeader& layout)>;
+    void WritePendingField(const FillerMaker& makeFiller, const DbfProgress& progress,
+                           std::size_t batchBytes);
+
 private:
+    struct PendingField {
+        std::string name;
+        char type;
+        std::uint8_t length;
+        std::uint8_t decimals;
+    };
+
     std::string m_folder;
     std::string m_baseName;
     std::string m_shpPath;
     std::string m_dbfPath;
     std::int32_t m_shapeType = kGeometryNull;
+    std::optional<PendingField> m_pending;
 };
 
 class ShapefileWorkspace final : public IFeatureWorkspace {

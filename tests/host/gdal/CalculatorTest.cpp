@@ -122,6 +122,16 @@ TEST_F(CalculatorTest, divisionByZeroStopsTheWorkWithError11) {
     EXPECT_EQ(testing::ReadWithGdal(m_folder.File("parcels.shp")).featureCount, 40);
 }
 
+TEST_F(CalculatorTest, aFailedCalculationLeavesTheAddedFieldNull) {
+    EXPECT_THROW(NewCalculator("Val = [SLOPE] / [ZERO]", "OUT")->Calculate(), Error);
+    const testing::GdalTable table = testing::ReadWithGdal(m_folder.File("parcels.shp"));
+    ASSERT_EQ(table.fields.size(), 3u);
+    EXPECT_EQ(table.fields[2].name, "OUT");
+    for (const auto& row : table.rows) {
+        EXPECT_TRUE(IsNull(row[2]));
+    }
+}
+
 TEST_F(CalculatorTest, unknownFieldsAreNamed) {
     for (const auto& [pre, field, missing] :
          {std::tuple{"Val = [POP]", "OUT", "POP"}, std::tuple{"Val = 1", "NONE", "NONE"}}) {

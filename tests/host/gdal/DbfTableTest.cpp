@@ -5,9 +5,17 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <atomic>
+#include <bit>
+#include <charconv>
+#include <chrono>
 #include <cmath>
 #include <fstream>
 #include <limits>
+#include <random>
+#include <thread>
+#include <vector>
 
 namespace quorel::host::gdal {
 namespace {
@@ -71,6 +79,101 @@ INSTANTIATE_TEST_SUITE_P(Texts, DbfNumberParseTest,
                                            ParseCase{"*****", std::nullopt},
                                            ParseCase{"12abc", std::nullopt}));
 
+// Numbers are read and written without the standard library's general routines where a quicker
+// exact way exists; the results must stay those of from_chars and to_chars, to the last bit and
+// the last digit, rounding ties included.
+TEST(DbfNumberTest, formattingAgreesWithToCharsDigitForDigit) {
+    std::mt19937_64 random(7);
+    std::vector<double> values = {0.0,
+                                  -0.0,
+                                  1e-20,
+                                  -1e-20,
+                                  0.5e-11,
+                                  1.5e-11,
+                                  2.5e-11,
+                                  0.125,
+                                  1.0,
+                                  -1.0,
+                                  0.1,
+                                  1e7,
+                                  4503599627370495.5,
+                                  9e15,
+                                  1e17,
+                                  -9e18,
+                                  5e-324,
+                                  1.0 / 3,
+                                  2.0 / 3};
+    std::uniform_real_distribution<double> unit(0.0, 1.0);
+    std::uniform_int_distribution<int> exponent(-30, 60);
+    for (int i = 0; i < 20000; ++i) {
+        const double x = unit(random) * std::pow(2.0, exponent(random));
+        values.push_back(i % 3 == 0 ? -x : x);
+        // Decimal ties: exact halves at the last printed decimal.
+        values.push_back(std::ldexp(static_cast<double>(random() % 4096), -12));
+    }
+    for (const int decimals : {0, 2, 11, 18}) {
+        DbfField field;
+        field.length = 40;
+        field.decimals = static_cast<std::uint8_t>(decimals);
+        for (const double value : values) {
+            char expected[400];
+            const auto end = std::to_chars(expected, expected + sizeof expected, value,
+                                           std::chars_format::fixed, decimals);
+            const std::string text(expected, end.ptr);
+            if (text.size() > field.length) {
+                continue;
+            }
+            std::string buffer(field.length, '#');
+            ASSERT_TRUE(FormatDbfNumber(value, field, buffer.data()));
+            ASSERT_EQ(buffer, std::string(field.length - text.size(), ' ') + text)
+                << "value " << value << ", " << decimals << " decimals";
+        }
+    }
+}
+
+TEST(DbfNumberTest, parsingAgreesWithFromCharsBitForBit) {
+    std::mt19937_64 random(11);
+    std::vector<std::string> texts = {"0",
+                                      "-0",
+                                      "0.",
+                                      ".5",
+                                      "-.5",
+                                      "5.",
+                                      "123456789012345",
+                                      "1234567890123456",
+                                      "0.000000000000001",
+                                      "9007199254740993",
+                                      "99999999.9999999",
+                                      "-",
+                                      ".",
+                                      "1.2.3",
+                                      "1-2",
+                                      "- 1"};
+    for (int i = 0; i < 20000; ++i) {
+        const int digits = 1 + static_cast<int>(random() % 17);
+        std::string text = random() % 4 == 0 ? "-" : "";
+        const int point = static_cast<int>(random() % (digits + 1));
+        for (int d = 0; d < digits; ++d) {
+            if (d == point) {
+                text += '.';
+            }
+            text += static_cast<char>('0' + random() % 10);
+        }
+        texts.push_back(text);
+    }
+    for (const std::string& text : texts) {
+        double expected = 0;
+        const auto result = std::from_chars(text.data(), text.data() + text.size(), expected);
+        const bool valid = result.ec == std::errc() && result.ptr == text.data() + text.size();
+        const std::optional<double> parsed = ParseDbfNumber("  " + text);
+        ASSERT_EQ(parsed.has_value(), valid) << text;
+        if (valid) {
+            ASSERT_EQ(std::bit_cast<std::uint64_t>(*parsed), std::bit_cast<std::uint64_t>(expected))
+                << text;
+        }
+    }
+}
+
 class DbfAddFieldTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -120,6 +223,81 @@ TEST_F(DbfAddFieldTest, addsANullDoubleColumnAndKeepsEverythingElse) {
     EXPECT_EQ(header.headerLength, 32u + 32u * 3u + 1u);
     EXPECT_EQ(header.recordLength, 1u + 9u + 10u + 19u);
     EXPECT_EQ(ReadBytes(m_dbf).size(), header.headerLength + 3u * header.recordLength + 1u);
+}
+
+// Fills the new column with each record's number, and fails on chosen records; the batch of
+// the earliest failing record waits (a while) until a later batch has failed first.
+class NumberingFiller final : public DbfColumnFiller {
+public:
+    NumberingFiller(const DbfField& field, std::size_t recordLength)
+        : m_field(field), m_recordLength(recordLength) {}
+
+    void Fill(std::size_t first, std::size_t count, char* records) const override {
+        for (std::size_t r = 0; r < count; ++r) {
+            const std::size_t index = first + r;
+            if (index == m_lateFailure) {
+                m_lateFailed = true;
+                throw Error(2, "test", "late");
+            }
+            if (index == m_earlyFailure) {
+                for (int wait = 0; wait < 200 && !m_lateFailed; ++wait) {
+                    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+                }
+                throw Error(1, "test", "early");
+            }
+            FormatDbfNumber(static_cast<double>(index), m_field,
+                            records + r * m_recordLength + m_field.offset);
+        }
+    }
+
+    std::size_t m_earlyFailure = SIZE_MAX;
+    std::size_t m_lateFailure = SIZE_MAX;
+
+private:
+    DbfField m_field;
+    std::size_t m_recordLength;
+    mutable std::atomic<bool> m_lateFailed{false};
+};
+
+TEST_F(DbfAddFieldTest, columnFilledInBatchesOnEveryCoreKeepsRecordOrder) {
+    ScratchFolder folder;
+    std::vector<std::vector<host::Value>> rows;
+    for (int i = 0; i < 50; ++i) {
+        rows.push_back({static_cast<double>(1000 + i)});
+    }
+    testing::MakeShapefile(folder.Path(), "t", {{"POP", 'N', 9, 0}}, rows);
+    const std::string dbf = folder.File("t.dbf");
+    const DbfNewColumn plan = PlanDbfField(dbf, "NUM", 'N', 19, 11);
+    const NumberingFiller filler(plan.field, plan.layout.recordLength);
+    std::vector<std::size_t> progress;
+    WriteDbfColumn(
+        dbf, plan, &filler, [&](std::size_t done) { progress.push_back(done); }, 100);
+
+    const GdalTable table = ReadWithGdal(folder.File("t.shp"));
+    ASSERT_EQ(table.rows.size(), 50u);
+    for (std::size_t r = 0; r < 50; ++r) {
+        EXPECT_EQ(table.rows[r][0], host::Value(1000.0 + static_cast<double>(r)));
+        EXPECT_EQ(table.rows[r][1], host::Value(static_cast<double>(r)));
+    }
+    ASSERT_FALSE(progress.empty());
+    EXPECT_EQ(progress.back(), 50u);
+    EXPECT_TRUE(std::is_sorted(progress.begin(), progress.end()));
+}
+
+TEST_F(DbfAddFieldTest, theEarliestFailingBatchGivesTheErrorAndTheTableStaysAsItWas) {
+    const std::string before = ReadBytes(m_dbf);
+    const DbfNewColumn plan = PlanDbfField(m_dbf, "NUM", 'N', 19, 11);
+    NumberingFiller filler(plan.field, plan.layout.recordLength);
+    filler.m_earlyFailure = 0; // first batch (one record per batch)
+    filler.m_lateFailure = 1;  // fails first when another core takes it
+    try {
+        WriteDbfColumn(m_dbf, plan, &filler, {}, 1);
+        FAIL();
+    } catch (const Error& e) {
+        EXPECT_EQ(e.Description(), "early");
+    }
+    EXPECT_EQ(ReadBytes(m_dbf), before);
+    EXPECT_FALSE(testing::FileExists(m_dbf + ".quorel-tmp"));
 }
 
 class DbfEncodingTest : public ::testing::TestWithParam<std::string> {};

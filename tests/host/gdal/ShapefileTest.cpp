@@ -113,6 +113,9 @@ TEST_F(ShapefileTest, addFieldMakesADoubleN19_11AndRefusesHostNames) {
     const auto featureClass = Open();
     HostField field("FZY_POP", kFieldTypeDouble);
     featureClass->AddField(field);
+    // Listed at once; written at the latest when the records are read.
+    EXPECT_EQ(featureClass->FindField("FZY_POP"), 6);
+    ASSERT_TRUE(featureClass->Search(false)->NextRow());
     const DbfHeader header = ReadDbfHeader(m_folder.File("parcels.dbf"));
     ASSERT_EQ(header.fields.size(), 5u);
     EXPECT_EQ(header.fields[4].type, 'N');
@@ -130,6 +133,16 @@ TEST_F(ShapefileTest, addFieldMakesADoubleN19_11AndRefusesHostNames) {
     }
 }
 
+TEST_F(ShapefileTest, aFieldNotYetWrittenIsWrittenNullWhenTheObjectEnds) {
+    Open()->AddField(HostField("LATER", kFieldTypeDouble));
+    const testing::GdalTable table = testing::ReadWithGdal(m_folder.File("parcels.shp"));
+    ASSERT_EQ(table.fields.size(), 5u);
+    EXPECT_EQ(table.fields[4].name, "LATER");
+    for (const auto& row : table.rows) {
+        EXPECT_TRUE(IsNull(row[4]));
+    }
+}
+
 TEST_F(ShapefileTest, openingFailuresSayWhatAndWhy) {
     const std::string missing = m_folder.File("nothere.shp");
     try {
@@ -138,6 +151,25 @@ TEST_F(ShapefileTest, openingFailuresSayWhatAndWhy) {
     } catch (const Error& e) {
         EXPECT_EQ(e.Number(), error_number::kFileNotFound);
         EXPECT_EQ(e.Description(), "Cannot open " + missing + ": no such file or directory");
+    }
+    const std::string shx = m_folder.File("parcels.shx");
+    std::filesystem::rename(shx, shx + ".away");
+    try {
+        Open();
+        FAIL();
+    } catch (const Error& e) {
+        EXPECT_EQ(e.Description(), "Cannot open " + shx + ": no such file or directory");
+    }
+    std::filesystem::rename(shx + ".away", shx);
+    const std::string shp = m_folder.File("parcels.shp");
+    std::string bytes = testing::ReadBytes(shp);
+    bytes[3] = 0; // the file code
+    std::ofstream(shp, std::ios::binary | std::ios::trunc) << bytes;
+    try {
+        Open();
+        FAIL();
+    } catch (const Error& e) {
+        EXPECT_EQ(e.Description(), "Cannot open " + shp + ": not a shapefile");
     }
     std::filesystem::remove(m_folder.File("parcels.dbf"));
     EXPECT_THROW(Open(), Error);
