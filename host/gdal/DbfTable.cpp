@@ -95,46 +95,55 @@ void WriteExactly(int fd, const char* source, std::size_t size, off_t offset,
     }
 }
 
-// A field's number as most tables write it: an optional sign, at most 15 digits and a decimal
-// point. Such a value is an exact integer divided by an exact power of ten, and that single
-// division is correctly rounded: the very double from_chars gives, without its general cost.
+// A field's number as most tables write it: blanks, an optional sign, at most 15 digits and a
+// decimal point, blanks. Such a value is an exact integer divided by an exact power of ten, and
+// that single division is correctly rounded: the very double from_chars gives, without its general
+// cost.
 std::optional<double> ParsePlainDecimal(std::string_view text) {
     static constexpr double kPowers[] = {1e0, 1e1, 1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
                                          1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
-    std::size_t at = 0;
-    const bool negative = !text.empty() && text[0] == '-';
-    if (negative) {
-        at = 1;
+    const char* at = text.data();
+    const char* const end = at + text.size();
+    while (at < end && (*at == ' ' || *at == '\0')) {
+        ++at;
+    }
+    bool negative = false;
+    if (at < end && (*at == '-' || *at == '+')) {
+        negative = *at == '-';
+        ++at;
     }
     std::uint64_t digits = 0;
     std::size_t count = 0;
     std::size_t decimals = 0;
     bool point = false;
-    for (; at < text.size(); ++at) {
-        const char c = text[at];
-        if (c == '.' && !point) {
+    for (; at < end; ++at) {
+        const auto digit = static_cast<unsigned>(*at - '0');
+        if (digit <= 9) {
+            digits = digits * 10 + digit;
+            ++count;
+            decimals += point ? 1 : 0;
+        } else if (*at == '.' && !point) {
             point = true;
-            continue;
+        } else {
+            break;
         }
-        const auto digit = static_cast<unsigned>(c - '0');
-        if (digit > 9 || ++count > 15) {
-            return std::nullopt;
-        }
-        digits = digits * 10 + digit;
-        decimals += point ? 1 : 0;
     }
-    if (count == 0) {
+    while (at < end && (*at == ' ' || *at == '\0')) {
+        ++at;
+    }
+    if (count == 0 || count > 15 || at != end) {
         return std::nullopt;
     }
     const double magnitude = static_cast<double>(digits) / kPowers[decimals];
     return negative ? -magnitude : magnitude;
 }
 
-// The value with exactly `decimals` decimals, as std::to_chars prints it in fixed form (the
-// exact binary value, rounded half to even), for values below 2^52 and at most 18 decimals;
-// 0 when it leaves the value to to_chars. The value is m / 2^k exactly, so m * 10^decimals / 2^k
+// Writes the value right-aligned with exactly `decimals` decimals, as std::to_chars prints it
+// in fixed form (the exact binary value, rounded half to even), for values below 2^52 and at
+// most 18 decimals; false, writing nothing, when it leaves the value to to_chars or it does not
+// fit the width. The value is m / 2^k exactly, so m * 10^decimals / 2^k
 // in 128-bit integers gives the digits with the exact remainder to round by.
-std::size_t FormatFixedQuickly(double value, int decimals, char* text) {
+bool FormatFixedQuickly(double value, int decimals, char* destination, std::size_t width) {
     static constexpr std::uint64_t kPowers[] = {1,
                                                 10,
                                                 100,
@@ -155,21 +164,21 @@ std::size_t FormatFixedQuickly(double value, int decimals, char* text) {
                                                 100000000000000000,
                                                 1000000000000000000};
     if (decimals < 0 || decimals > 18) {
-        return 0;
+        return false;
     }
     const auto bits = std::bit_cast<std::uint64_t>(value);
     const bool negative = (bits >> 63) != 0;
     const auto exponent = static_cast<int>((bits >> 52) & 0x7FF);
     const std::uint64_t fraction = bits & ((std::uint64_t{1} << 52) - 1);
     if (exponent == 0x7FF) {
-        return 0;
+        return false;
     }
     const std::uint64_t mantissa = exponent == 0 ? fraction : fraction | std::uint64_t{1} << 52;
     const int shift = exponent == 0 ? 1074 : 1075 - exponent; // value = mantissa / 2^shift
     std::uint64_t scaled = 0;
     if (mantissa != 0) {
         if (shift <= 0) {
-            return 0;
+            return false;
         }
         if (shift < 127) {
             __extension__ typedef unsigned __int128 Wide; // GCC and Clang have it
@@ -181,33 +190,63 @@ std::size_t FormatFixedQuickly(double value, int decimals, char* text) {
                 ++quotient;
             }
             if ((quotient >> 63) != 0) {
-                return 0;
+                return false;
             }
             scaled = static_cast<std::uint64_t>(quotient);
         } // else below 2^-73: every printed digit is 0
     }
-    char reversed[48];
-    std::size_t length = 0;
-    std::uint64_t whole = scaled / kPowers[decimals];
-    std::uint64_t part = scaled % kPowers[decimals];
-    for (int i = 0; i < decimals; ++i) {
-        reversed[length++] = static_cast<char>('0' + part % 10);
-        part /= 10;
+    // All 24 digits of `scaled` (below 10^19) in three groups of eight, each group split in
+    // halves and pairs so that the divisions do not wait on one another; then the significant
+    // ones, at least one before the point.
+    static constexpr char kPairs[] =
+        "00010203040506070809101112131415161718192021222324252627282930"
+        "31323334353637383940414243444546474849505152535455565758596061"
+        "62636465666768697071727374757677787980818283848586878889909192"
+        "93949596979899";
+    const auto putEight = [](std::uint32_t group, char* at) {
+        const std::uint32_t high = group / 10000;
+        const std::uint32_t low = group % 10000;
+        std::memcpy(at, kPairs + 2 * (high / 100), 2);
+        std::memcpy(at + 2, kPairs + 2 * (high % 100), 2);
+        std::memcpy(at + 4, kPairs + 2 * (low / 100), 2);
+        std::memcpy(at + 6, kPairs + 2 * (low % 100), 2);
+    };
+    // Digits of `scaled`: from its bit width, corrected by one comparison.
+    const auto estimate = static_cast<std::size_t>(std::bit_width(scaled | 1) * 1233 >> 12);
+    const std::size_t significant =
+        std::max<std::size_t>(1, estimate + 1 - (scaled < kPowers[estimate] ? 1 : 0));
+    const std::size_t needed = std::max(significant, static_cast<std::size_t>(decimals) + 1);
+    constexpr std::uint64_t kGroup = 100000000;
+    char digits[24];
+    putEight(static_cast<std::uint32_t>(scaled % kGroup), digits + 16);
+    if (needed > 8) {
+        putEight(static_cast<std::uint32_t>(scaled / kGroup % kGroup), digits + 8);
     }
-    if (decimals > 0) {
-        reversed[length++] = '.';
+    if (needed > 16) {
+        putEight(static_cast<std::uint32_t>(scaled / kGroup / kGroup), digits);
     }
-    do {
-        reversed[length++] = static_cast<char>('0' + whole % 10);
-        whole /= 10;
-    } while (whole != 0);
+    const auto places = static_cast<std::size_t>(decimals);
+    const std::size_t shown = needed;
+    // Right-aligned, byte by byte: wider copies of bytes just stored in pairs stall the processor.
+    const std::size_t length = (negative ? 1 : 0) + shown + (places > 0 ? 1 : 0);
+    if (length > width) {
+        return false;
+    }
+    char* at = destination + width;
+    for (std::size_t i = 24; i > 24 - places; --i) {
+        *--at = digits[i - 1];
+    }
+    if (places > 0) {
+        *--at = '.';
+    }
+    for (std::size_t i = 24 - places; i > 24 - shown; --i) {
+        *--at = digits[i - 1];
+    }
     if (negative) {
-        reversed[length++] = '-';
+        *--at = '-';
     }
-    for (std::size_t i = 0; i < length; ++i) {
-        text[i] = reversed[length - 1 - i];
-    }
-    return length;
+    std::memset(destination, ' ', width - length);
+    return true;
 }
 
 bool EqualIgnoringCase(const std::string& left, const std::string& right) {
@@ -362,6 +401,9 @@ std::string_view FieldBytes(const char* record, const DbfField& field) {
 }
 
 std::optional<double> ParseDbfNumber(std::string_view text) {
+    if (const auto quick = ParsePlainDecimal(text)) {
+        return quick;
+    }
     while (!text.empty() && (text.front() == ' ' || text.front() == '\0')) {
         text.remove_prefix(1);
     }
@@ -373,9 +415,6 @@ std::optional<double> ParseDbfNumber(std::string_view text) {
     }
     if (text.front() == '+') {
         text.remove_prefix(1);
-    }
-    if (const auto quick = ParsePlainDecimal(text)) {
-        return quick;
     }
     double value = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
@@ -391,15 +430,10 @@ bool FormatDbfNumber(std::optional<double> value, const DbfField& field, char* d
         std::memset(destination, '*', width);
         return true;
     }
-    char text[400];
-    {
-        const std::size_t length = FormatFixedQuickly(*value, field.decimals, text);
-        if (length > 0 && length <= width) {
-            std::memset(destination, ' ', width - length);
-            std::memcpy(destination + width - length, text, length);
-            return true;
-        }
+    if (FormatFixedQuickly(*value, field.decimals, destination, width)) {
+        return true;
     }
+    char text[400];
     for (int decimals = field.decimals; decimals >= 0; --decimals) {
         const auto result =
             std::to_chars(text, text + sizeof text, *value, std::chars_format::fixed, decimals);
@@ -540,9 +574,12 @@ private:
                 const std::size_t count = std::min(m_batch, m_plan.table.recordCount - first);
                 in.resize(count * oldLength);
                 out.resize(count * newLength);
-                ReadExactly(m_oldFile, in.data(), in.size(),
-                            static_cast<off_t>(m_plan.table.headerLength + first * oldLength),
-                            m_oldPath);
+                const auto from = static_cast<off_t>(m_plan.table.headerLength + first * oldLength);
+                ReadExactly(m_oldFile, in.data(), in.size(), from, m_oldPath);
+                // The old table's cached pages are of no more use once replaced: let them go
+                // now, on every core, rather than all at once when the old file is released.
+                ::posix_fadvise(m_oldFile, from, static_cast<off_t>(in.size()),
+                                POSIX_FADV_DONTNEED);
                 for (std::size_t r = 0; r < count; ++r) {
                     char* target = out.data() + r * newLength;
                     std::memcpy(target, in.data() + r * oldLength, oldLength);
