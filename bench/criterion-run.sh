@@ -2,11 +2,12 @@
 # Times, side by side in one run, on a generated polygon shapefile (1,000,000 parcels unless
 # told otherwise):
 #   - cp of its .dbf: the floor (and cp followed by fsync: the floor of a durable write);
-#   - quorel run with a trapezoid on SLOPE (adds the field durably, then fills it);
+#   - quorel run with a trapezoid on SLOPE (adds the field and its values, durably);
 #   - the same column made by ogr2ogr -dialect SQLite with a CASE expression;
 # and compares quorel run's peak memory at 100,000 and at the full count.
 # Usage: bench/criterion-run.sh [BUILD_DIR (build/dev)] [WORK_DIR] [COUNT]
 set -euo pipefail
+export LC_ALL=C # "." in the timings
 build=${1:-build/dev}
 work=${2:-${TMPDIR:-/tmp}/quorel-bench}
 count=${3:-1000000}
@@ -29,20 +30,24 @@ restore() { # name: the table and metadata as generated
     cp --reflink=never "$1.dbf.orig" "$1.dbf"
     rm -f "$1.fzy"
 }
-# Elapsed seconds and peak resident kilobytes of a command: "SECONDS KB".
+# Elapsed seconds (to the millisecond: the copy takes a few hundredths) and peak resident
+# kilobytes of a command: "SECONDS KB".
 measure() {
-    /usr/bin/time -f "%e %M" -o time.out "$@" >/dev/null 2>run.err || {
+    local start end
+    start=$EPOCHREALTIME
+    /usr/bin/time -f "%M" -o time.out "$@" >/dev/null 2>run.err || {
         echo "failed: $*" >&2
         cat run.err >&2
         exit 1
     }
-    cat time.out
+    end=$EPOCHREALTIME
+    echo "$(awk "BEGIN{printf \"%.3f\", $end - $start}") $(cat time.out)"
 }
-best_of_3() { # prints the smallest elapsed time of three runs of "prepare; command"
+best_of_3() { # prints the smallest elapsed time of five runs of "prepare; command"
     local prepare=$1
     shift
     local best=""
-    for _ in 1 2 3; do
+    for _ in 1 2 3 4 5; do
         $prepare
         local t
         t=$(measure "$@" | cut -d' ' -f1)
@@ -79,10 +84,10 @@ m_big=$(measure "${run_big[@]}" | cut -d' ' -f2)
 dbf_mb=$(awk "BEGIN{printf \"%.0f\", $(stat -c %s big.dbf.orig) / 1048576}")
 ratio() { awk "BEGIN{printf \"%.2f\", $1 / $2}"; }
 echo
-echo "== $count polygons, .dbf of $dbf_mb MB (best of 3 runs each, warm cache)"
+echo "== $count polygons, .dbf of $dbf_mb MB (best of 5 runs each, warm cache)"
 printf '%-46s %8s s\n' "cp of the .dbf (floor)" "$t_cp"
 printf '%-46s %8s s\n' "cp of the .dbf + fsync (durable floor)" "$t_cp_sync"
-printf '%-46s %8s s\n' "quorel --version (process start, GDAL loaded)" "$t_start"
+printf '%-46s %8s s\n' "quorel --version (process start)" "$t_start"
 printf '%-46s %8s s\n' "quorel run, trapezoid on SLOPE" "$t_quorel"
 printf '%-46s %8s s\n' "ogr2ogr -dialect SQLite CASE" "$t_ogr"
 echo

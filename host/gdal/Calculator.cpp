@@ -64,11 +64,34 @@ public:
         }
     }
 
-    void Fill(std::size_t firstRecord, std::size_t count, char* records) const override {
-        std::vector<script::Column> inputs(m_inputs.size());
+    // The columns and the evaluator of one thread.
+    struct Work final : Scratch {
+        explicit Work(const script::Program& program, std::size_t inputCount)
+            : evaluator(program), inputs(inputCount) {
+            for (const script::Column& input : inputs) {
+                inputPointers.push_back(&input);
+            }
+        }
+        script::Evaluator evaluator;
+        std::vector<script::Column> inputs;
         std::vector<const script::Column*> inputPointers;
-        for (std::size_t k = 0; k < inputs.size(); ++k) {
-            script::Column& input = inputs[k];
+        script::Column output;
+    };
+
+    std::unique_ptr<Scratch> NewScratch() const override {
+        return std::make_unique<Work>(m_program, m_inputs.size());
+    }
+
+    void Fill(std::size_t firstRecord, std::size_t count, char* records,
+              Scratch* scratch) const override {
+        std::unique_ptr<Scratch> own;
+        if (scratch == nullptr) {
+            own = NewScratch();
+            scratch = own.get();
+        }
+        Work& work = static_cast<Work&>(*scratch);
+        for (std::size_t k = 0; k < m_inputs.size(); ++k) {
+            script::Column& input = work.inputs[k];
             input.resize(count);
             for (std::size_t r = 0; r < count; ++r) {
                 std::optional<double> value;
@@ -80,11 +103,10 @@ public:
                 input.isNull[r] = value ? 0 : 1;
                 input.values[r] = value.value_or(0.0);
             }
-            inputPointers.push_back(&input);
         }
-        script::Column output;
+        script::Column& output = work.output;
         output.resize(count);
-        m_program.Evaluate(inputPointers, output);
+        work.evaluator.Evaluate(work.inputPointers, output);
         for (std::size_t r = 0; r < count; ++r) {
             char* record = Record(records, r);
             if (DbfBatchFile::IsDeleted(record)) {
@@ -145,11 +167,12 @@ void Calculator::Calculate() {
     DbfBatchFile table(featureClass.DbfPath(), true, cursor->Position(), m_batchBytes);
     const DbfHeader& header = table.Header();
     const ScriptFiller filler(program, header, m_field);
+    const std::unique_ptr<DbfColumnFiller::Scratch> scratch = filler.NewScratch();
     const std::size_t first = cursor->Position();
     const std::size_t total = header.recordCount > first ? header.recordCount - first : 0;
     std::size_t done = 0;
     while (table.Next()) {
-        filler.Fill(table.BatchFirstRecord(), table.BatchSize(), table.Record(0));
+        filler.Fill(table.BatchFirstRecord(), table.BatchSize(), table.Record(0), scratch.get());
         table.Write();
         done += table.BatchSize();
         ShowProgress(done, total);

@@ -523,6 +523,10 @@ DbfNewColumn PlanDbfField(const std::string& dbfPath, const std::string& name, c
 
 namespace {
 
+bool IsDeletedRecord(const char* record) {
+    return record[0] == '*';
+}
+
 // Builds the records of the new table batch by batch, on every core, and writes each batch at
 // its place in the new file: the batches are independent, so no core waits for another.
 class ColumnWriter {
@@ -564,6 +568,7 @@ private:
         const DbfField& field = m_plan.field;
         std::vector<char> in;
         std::vector<char> out;
+        std::unique_ptr<DbfColumnFiller::Scratch> scratch;
         while (true) {
             const std::size_t batch = m_next.fetch_add(1);
             if (batch >= m_batches || batch > m_failedBatch.load()) {
@@ -578,15 +583,22 @@ private:
                 ReadExactly(m_oldFile, in.data(), in.size(), from, m_oldPath);
                 // The old table's cached pages are of no more use once replaced: let them go
                 // now, on every core, rather than all at once when the old file is released.
-                ::posix_fadvise(m_oldFile, from, static_cast<off_t>(in.size()),
+                ::posix_fadvise(m_oldFile, from, static_cast<off_t>(count * oldLength),
                                 POSIX_FADV_DONTNEED);
+                // The filler fills the records in use; the others, and all without a filler,
+                // get Null.
                 for (std::size_t r = 0; r < count; ++r) {
                     char* target = out.data() + r * newLength;
                     std::memcpy(target, in.data() + r * oldLength, oldLength);
-                    std::memset(target + field.offset, '*', field.length);
+                    if (!m_filler || IsDeletedRecord(target)) {
+                        std::memset(target + field.offset, '*', field.length);
+                    }
                 }
                 if (m_filler) {
-                    m_filler->Fill(first, count, out.data());
+                    if (!scratch) {
+                        scratch = m_filler->NewScratch();
+                    }
+                    m_filler->Fill(first, count, out.data(), scratch.get());
                 }
                 const auto at = static_cast<off_t>(m_plan.layout.headerLength + first * newLength);
                 WriteExactly(m_newFile, out.data(), out.size(), at, m_newPath);
@@ -656,6 +668,14 @@ void WriteDbfColumn(const std::string& dbfPath, const DbfNewColumn& plan,
     }
     try {
         ::fchmod(temp.Get(), status.st_mode & 07777);
+        // Room for the whole table at once: a full disk shows now, not after the work, and
+        // the writes need not reserve their blocks page by page.
+        const auto size =
+            static_cast<off_t>(plan.layout.headerLength +
+                               std::size_t{plan.table.recordCount} * plan.layout.recordLength + 1);
+        if (::fallocate(temp.Get(), 0, 0, size) != 0 && errno != EOPNOTSUPP) {
+            ThrowFileError(errno, "write", tempPath);
+        }
         WriteExactly(temp.Get(), plan.layout.rawHeader.data(), plan.layout.rawHeader.size(), 0,
                      tempPath);
         ColumnWriter(plan, old.Get(), dbfPath, temp.Get(), tempPath, filler, batchBytes)

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -78,12 +79,21 @@ struct DbfNewColumn {
 DbfNewColumn PlanDbfField(const std::string& dbfPath, const std::string& name, char type,
                           std::uint8_t length, std::uint8_t decimals);
 
-// Fills columns of a batch of records held in memory (`count` whole records of the layout the
-// filler was made for, deletion flag included). May be called from several threads at once.
+// Fills a column of a batch of records held in memory (`count` whole records of the layout the
+// filler was made for, deletion flag included): every record not deleted gets a value. Fill may be
+// called from several threads at once, each with scratch of its own, made by NewScratch and kept
+// from batch to batch.
 class DbfColumnFiller {
 public:
+    class Scratch {
+    public:
+        virtual ~Scratch() = default;
+    };
+
     virtual ~DbfColumnFiller() = default;
-    virtual void Fill(std::size_t firstRecord, std::size_t count, char* records) const = 0;
+    virtual std::unique_ptr<Scratch> NewScratch() const { return nullptr; }
+    virtual void Fill(std::size_t firstRecord, std::size_t count, char* records,
+                      Scratch* scratch) const = 0;
 
 protected:
     DbfColumnFiller() = default;

@@ -27,13 +27,16 @@ const std::vector<std::string>& Program::FieldNames() const {
 }
 
 void Program::Evaluate(const std::vector<const Column*>& inputs, Column& output) const {
+    Evaluator(*this).Evaluate(inputs, output);
+}
+
+void Program::CheckInputs(const std::vector<const Column*>& inputs, const Column& output) const {
     const std::vector<std::string>& names = m_impl->script.fieldNames;
     if (inputs.size() != names.size()) {
         throw Error(error_number::kInvalidArgument, "Field calculator script",
                     "The script reads " + std::to_string(names.size()) + " fields but " +
                         std::to_string(inputs.size()) + " columns were given");
     }
-    // Without fields the caller says how many features by the size of the output.
     const std::size_t count = inputs.empty() ? output.size() : inputs.front()->size();
     for (std::size_t k = 0; k < inputs.size(); ++k) {
         if (inputs[k] == nullptr || inputs[k]->values.size() != count ||
@@ -43,8 +46,19 @@ void Program::Evaluate(const std::vector<const Column*>& inputs, Column& output)
                             std::to_string(count) + " values");
         }
     }
-    Machine machine(m_impl->script);
-    machine.Evaluate(inputs, count, output);
+}
+
+Evaluator::Evaluator(const Program& program)
+    : m_program(&program), m_machine(std::make_unique<Machine>(program.m_impl->script)) {}
+Evaluator::Evaluator(Evaluator&&) noexcept = default;
+Evaluator& Evaluator::operator=(Evaluator&&) noexcept = default;
+Evaluator::~Evaluator() = default;
+
+void Evaluator::Evaluate(const std::vector<const Column*>& inputs, Column& output) {
+    m_program->CheckInputs(inputs, output);
+    // Without fields the caller says how many features by the size of the output.
+    const std::size_t count = inputs.empty() ? output.size() : inputs.front()->size();
+    m_machine->Evaluate(inputs, count, output);
 }
 
 } // namespace quorel::host::script

@@ -50,9 +50,30 @@ public:
     void Evaluate(const std::vector<const Column*>& inputs, Column& output) const;
 
 private:
+    friend class Evaluator;
     struct Impl;
     explicit Program(std::unique_ptr<Impl> impl);
+    void CheckInputs(const std::vector<const Column*>& inputs, const Column& output) const;
     std::unique_ptr<Impl> m_impl;
+};
+
+class Machine;
+
+// Evaluates one program batch after batch on one thread, keeping its working storage from one
+// batch to the next (Program::Evaluate sets it up anew each time). The program must outlive it.
+class Evaluator {
+public:
+    explicit Evaluator(const Program& program);
+    Evaluator(Evaluator&&) noexcept;
+    Evaluator& operator=(Evaluator&&) noexcept;
+    ~Evaluator();
+
+    // As Program::Evaluate.
+    void Evaluate(const std::vector<const Column*>& inputs, Column& output);
+
+private:
+    const Program* m_program;
+    std::unique_ptr<Machine> m_machine;
 };
 
 } // namespace quorel::host::script

@@ -232,7 +232,7 @@ public:
     NumberingFiller(const DbfField& field, std::size_t recordLength)
         : m_field(field), m_recordLength(recordLength) {}
 
-    void Fill(std::size_t first, std::size_t count, char* records) const override {
+    void Fill(std::size_t first, std::size_t count, char* records, Scratch*) const override {
         for (std::size_t r = 0; r < count; ++r) {
             const std::size_t index = first + r;
             if (index == m_lateFailure) {
