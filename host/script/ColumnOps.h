@@ -48,21 +48,32 @@ inline Vec ToVec(Bits b) {
     return std::bit_cast<Vec>(b);
 }
 
+// A comparison's lanes as plain bits. Left as truth values, GCC turns some of their ANDs with
+// 64-bit integer lanes into a select per lane that plain SSE2 cannot do in vector registers, and
+// falls back to scalar code for each lane.
+inline Bits Mask(Bits comparison) {
+#if defined(__GNUC__) && (defined(__x86_64__) || defined(__i386__))
+    asm("" : "+x"(comparison));
+#endif
+    return comparison;
+}
+
 inline Vec Select(Bits mask, Vec ifSet, Vec ifClear) {
-    return ToVec((ToBits(ifSet) & mask) | (ToBits(ifClear) & ~mask));
+    const Bits bits = Mask(mask);
+    return ToVec((ToBits(ifSet) & bits) | (ToBits(ifClear) & ~bits));
 }
 inline Bits IsNull(Vec v) {
-    return v != v;
+    return Mask(v != v);
 }
 inline Bits IsFinite(Vec v) {
     const Bits magnitude = ToBits(v) & Bits{INT64_MAX, INT64_MAX};
-    return ToVec(magnitude) <= Splat(kLargest);
+    return Mask(ToVec(magnitude) <= Splat(kLargest));
 }
 inline Bits ArithmeticFails(Vec r, Vec a, Vec b) {
     return ~IsFinite(r) & IsFinite(a) & IsFinite(b);
 }
 inline Bits IsTrue(Vec v) {
-    return (v != Splat(0.0)) & (v == v);
+    return Mask((v != Splat(0.0)) & (v == v));
 }
 
 struct Add {
