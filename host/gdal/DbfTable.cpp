@@ -138,114 +138,138 @@ std::optional<double> ParsePlainDecimal(std::string_view text) {
     return negative ? -magnitude : magnitude;
 }
 
-// Writes the value right-aligned with exactly `decimals` decimals, as std::to_chars prints it
-// in fixed form (the exact binary value, rounded half to even), for values below 2^52 and at
-// most 18 decimals; false, writing nothing, when it leaves the value to to_chars or it does not
-// fit the width. The value is m / 2^k exactly, so m * 10^decimals / 2^k
-// in 128-bit integers gives the digits with the exact remainder to round by.
-bool FormatFixedQuickly(double value, int decimals, char* destination, std::size_t width) {
-    static constexpr std::uint64_t kPowers[] = {1,
-                                                10,
-                                                100,
-                                                1000,
-                                                10000,
-                                                100000,
-                                                1000000,
-                                                10000000,
-                                                100000000,
-                                                1000000000,
-                                                10000000000,
-                                                100000000000,
-                                                1000000000000,
-                                                10000000000000,
-                                                100000000000000,
-                                                1000000000000000,
-                                                10000000000000000,
-                                                100000000000000000,
-                                                1000000000000000000};
-    if (decimals < 0 || decimals > 18) {
-        return false;
+constexpr std::uint64_t kPowersOfTen[] = {1,
+                                          10,
+                                          100,
+                                          1000,
+                                          10000,
+                                          100000,
+                                          1000000,
+                                          10000000,
+                                          100000000,
+                                          1000000000,
+                                          10000000000,
+                                          100000000000,
+                                          1000000000000,
+                                          10000000000000,
+                                          100000000000000,
+                                          1000000000000000,
+                                          10000000000000000,
+                                          100000000000000000,
+                                          1000000000000000000};
+
+// magnitude * 10^decimals rounded to an integer as the exact binary value rounds, half to
+// even; nullopt from 2^63 on.
+std::optional<std::uint64_t> ScaledExactly(double magnitude, int decimals) {
+    // Usually the rounded product settles it: it lies within half an ulp of the exact one, so
+    // away from one half by more than that, both round to the same integer.
+    const double product = magnitude * static_cast<double>(kPowersOfTen[decimals]);
+    if (product < 0x1p52) {
+        const auto whole = static_cast<std::uint64_t>(product);
+        const double fraction = product - static_cast<double>(whole);
+        if (std::fabs(fraction - 0.5) > product * 0x1p-52) {
+            return whole + (fraction > 0.5 ? 1 : 0);
+        }
     }
-    const auto bits = std::bit_cast<std::uint64_t>(value);
-    const bool negative = (bits >> 63) != 0;
+    // Otherwise exactly: magnitude = mantissa / 2^shift, so mantissa * 10^decimals / 2^shift in
+    // 128-bit integers gives the quotient and the remainder to round by.
+    const auto bits = std::bit_cast<std::uint64_t>(magnitude);
     const auto exponent = static_cast<int>((bits >> 52) & 0x7FF);
     const std::uint64_t fraction = bits & ((std::uint64_t{1} << 52) - 1);
-    if (exponent == 0x7FF) {
+    const std::uint64_t mantissa = exponent == 0 ? fraction : fraction | std::uint64_t{1} << 52;
+    const int shift = exponent == 0 ? 1074 : 1075 - exponent;
+    if (mantissa == 0 || shift >= 127) {
+        return 0; // below 2^-73: every printed digit is 0
+    }
+    if (shift <= 0) {
+        return std::nullopt;
+    }
+    __extension__ typedef unsigned __int128 Wide; // GCC and Clang have it
+    const Wide product128 = Wide{mantissa} * kPowersOfTen[decimals];
+    Wide quotient = product128 >> shift;
+    const Wide remainder = product128 - (quotient << shift);
+    const Wide half = Wide{1} << (shift - 1);
+    if (remainder > half || (remainder == half && (quotient & 1) != 0)) {
+        ++quotient;
+    }
+    if ((quotient >> 63) != 0) {
+        return std::nullopt;
+    }
+    return static_cast<std::uint64_t>(quotient);
+}
+
+// The eight decimal digits of n (below 10^8, zeros in front) as the bytes of one word, first
+// digit first in memory: the ten-thousands, hundreds and tens split in all lanes at once.
+std::uint64_t EightDigits(std::uint32_t n) {
+    const std::uint64_t merged = n / 10000 | std::uint64_t{n % 10000} << 32;
+    const std::uint64_t hundreds = (merged * 10486) >> 20 & (std::uint64_t{0x7F} << 32 | 0x7F);
+    const std::uint64_t pairs = (merged - 100 * hundreds) << 16 | hundreds;
+    std::uint64_t tens = (pairs * 103) >> 10 & 0x000F000F000F000F;
+    tens |= (pairs - 10 * tens) << 8;
+    const std::uint64_t word = tens | 0x3030303030303030;
+    if constexpr (std::endian::native == std::endian::big) {
+        return __builtin_bswap64(word);
+    }
+    return word;
+}
+
+// Writes the value right-aligned with exactly `decimals` decimals, as std::to_chars prints it
+// in fixed form (the exact binary value, rounded half to even), for values below 2^63 / 10^d,
+// up to 16 decimals and fields of 16 characters or more; false, writing nothing, otherwise or
+// when the value does not fit.
+bool FormatFixedQuickly(double value, int decimals, char* destination, std::size_t width) {
+    if (decimals < 0 || decimals > 16 || width < 16 || !std::isfinite(value)) {
         return false;
     }
-    const std::uint64_t mantissa = exponent == 0 ? fraction : fraction | std::uint64_t{1} << 52;
-    const int shift = exponent == 0 ? 1074 : 1075 - exponent; // value = mantissa / 2^shift
-    std::uint64_t scaled = 0;
-    if (mantissa != 0) {
-        if (shift <= 0) {
-            return false;
-        }
-        if (shift < 127) {
-            __extension__ typedef unsigned __int128 Wide; // GCC and Clang have it
-            const Wide product = Wide{mantissa} * kPowers[decimals];
-            Wide quotient = product >> shift;
-            const Wide remainder = product - (quotient << shift);
-            const Wide half = Wide{1} << (shift - 1);
-            if (remainder > half || (remainder == half && (quotient & 1) != 0)) {
-                ++quotient;
-            }
-            if ((quotient >> 63) != 0) {
-                return false;
-            }
-            scaled = static_cast<std::uint64_t>(quotient);
-        } // else below 2^-73: every printed digit is 0
+    const bool negative = std::signbit(value);
+    const std::optional<std::uint64_t> scaled = ScaledExactly(std::fabs(value), decimals);
+    if (!scaled) {
+        return false;
     }
-    // All 24 digits of `scaled` (below 10^19) in three groups of eight, each group split in
-    // halves and pairs so that the divisions do not wait on one another; then the significant
-    // ones, at least one before the point.
+    const auto places = static_cast<std::size_t>(decimals);
+    std::uint64_t whole = *scaled / kPowersOfTen[places];
+    const std::uint64_t part = *scaled % kPowersOfTen[places];
+    std::size_t wholeDigits = 1;
+    while (wholeDigits < 19 && whole >= kPowersOfTen[wholeDigits]) {
+        ++wholeDigits;
+    }
+    const std::size_t length = (negative ? 1 : 0) + wholeDigits + (places > 0 ? places + 1 : 0);
+    if (length > width) {
+        return false;
+    }
+    // From the right. The words may put zeros left of the decimals: the point, the digits
+    // before it and the blanks written after them replace those.
+    char* at = destination + width;
+    if (places > 0) {
+        const std::uint64_t low = EightDigits(static_cast<std::uint32_t>(part % 100000000));
+        std::memcpy(at - 8, &low, 8);
+        if (places > 8) {
+            const std::uint64_t high = EightDigits(static_cast<std::uint32_t>(part / 100000000));
+            std::memcpy(at - 16, &high, 8);
+        }
+        at -= places;
+        *--at = '.';
+    }
     static constexpr char kPairs[] =
         "00010203040506070809101112131415161718192021222324252627282930"
         "31323334353637383940414243444546474849505152535455565758596061"
         "62636465666768697071727374757677787980818283848586878889909192"
         "93949596979899";
-    const auto putEight = [](std::uint32_t group, char* at) {
-        const std::uint32_t high = group / 10000;
-        const std::uint32_t low = group % 10000;
-        std::memcpy(at, kPairs + 2 * (high / 100), 2);
-        std::memcpy(at + 2, kPairs + 2 * (high % 100), 2);
-        std::memcpy(at + 4, kPairs + 2 * (low / 100), 2);
-        std::memcpy(at + 6, kPairs + 2 * (low % 100), 2);
-    };
-    // Digits of `scaled`: from its bit width, corrected by one comparison.
-    const auto estimate = static_cast<std::size_t>(std::bit_width(scaled | 1) * 1233 >> 12);
-    const std::size_t significant =
-        std::max<std::size_t>(1, estimate + 1 - (scaled < kPowers[estimate] ? 1 : 0));
-    const std::size_t needed = std::max(significant, static_cast<std::size_t>(decimals) + 1);
-    constexpr std::uint64_t kGroup = 100000000;
-    char digits[24];
-    putEight(static_cast<std::uint32_t>(scaled % kGroup), digits + 16);
-    if (needed > 8) {
-        putEight(static_cast<std::uint32_t>(scaled / kGroup % kGroup), digits + 8);
+    while (whole >= 100) {
+        at -= 2;
+        std::memcpy(at, kPairs + 2 * (whole % 100), 2);
+        whole /= 100;
     }
-    if (needed > 16) {
-        putEight(static_cast<std::uint32_t>(scaled / kGroup / kGroup), digits);
-    }
-    const auto places = static_cast<std::size_t>(decimals);
-    const std::size_t shown = needed;
-    // Right-aligned, byte by byte: wider copies of bytes just stored in pairs stall the processor.
-    const std::size_t length = (negative ? 1 : 0) + shown + (places > 0 ? 1 : 0);
-    if (length > width) {
-        return false;
-    }
-    char* at = destination + width;
-    for (std::size_t i = 24; i > 24 - places; --i) {
-        *--at = digits[i - 1];
-    }
-    if (places > 0) {
-        *--at = '.';
-    }
-    for (std::size_t i = 24 - places; i > 24 - shown; --i) {
-        *--at = digits[i - 1];
+    if (whole >= 10) {
+        at -= 2;
+        std::memcpy(at, kPairs + 2 * whole, 2);
+    } else {
+        *--at = static_cast<char>('0' + whole);
     }
     if (negative) {
         *--at = '-';
     }
-    std::memset(destination, ' ', width - length);
+    std::memset(destination, ' ', static_cast<std::size_t>(at - destination));
     return true;
 }
 
