@@ -165,10 +165,11 @@ std::optional<std::uint64_t> ScaledExactly(double magnitude, int decimals) {
     // away from one half by more than that, both round to the same integer.
     const double product = magnitude * static_cast<double>(kPowersOfTen[decimals]);
     if (product < 0x1p52) {
-        const auto whole = static_cast<std::uint64_t>(product);
+        // (Signed conversions: the unsigned ones cost a branch each.)
+        const auto whole = static_cast<std::int64_t>(product);
         const double fraction = product - static_cast<double>(whole);
         if (std::fabs(fraction - 0.5) > product * 0x1p-52) {
-            return whole + (fraction > 0.5 ? 1 : 0);
+            return static_cast<std::uint64_t>(whole) + (fraction > 0.5 ? 1 : 0);
         }
     }
     // Otherwise exactly: magnitude = mantissa / 2^shift, so mantissa * 10^decimals / 2^shift in
@@ -200,7 +201,7 @@ std::optional<std::uint64_t> ScaledExactly(double magnitude, int decimals) {
 
 // The eight decimal digits of n (below 10^8, zeros in front) as the bytes of one word, first
 // digit first in memory: the ten-thousands, hundreds and tens split in all lanes at once.
-std::uint64_t EightDigits(std::uint32_t n) {
+[[gnu::always_inline]] inline std::uint64_t EightDigits(std::uint32_t n) {
     const std::uint64_t merged = n / 10000 | std::uint64_t{n % 10000} << 32;
     const std::uint64_t hundreds = (merged * 10486) >> 20 & (std::uint64_t{0x7F} << 32 | 0x7F);
     const std::uint64_t pairs = (merged - 100 * hundreds) << 16 | hundreds;

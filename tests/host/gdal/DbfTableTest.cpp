@@ -161,11 +161,35 @@ TEST(DbfNumberTest, parsingAgreesWithFromCharsBitForBit) {
         }
         texts.push_back(text);
     }
+    // Short fields, blank-padded in front as tables write them, with stray characters too.
+    const std::string alphabet = "0123456789.- +*e";
+    for (int i = 0; i < 20000; ++i) {
+        const std::size_t width = 1 + random() % 8;
+        std::string text;
+        const std::size_t length = 1 + random() % width;
+        for (std::size_t c = 0; c < length; ++c) {
+            text += random() % 5 == 0 ? alphabet[random() % alphabet.size()]
+                                      : static_cast<char>('0' + random() % 10);
+        }
+        texts.push_back(std::string(width - length, ' ') + text);
+    }
     for (const std::string& text : texts) {
         double expected = 0;
-        const auto result = std::from_chars(text.data(), text.data() + text.size(), expected);
-        const bool valid = result.ec == std::errc() && result.ptr == text.data() + text.size();
-        const std::optional<double> parsed = ParseDbfNumber("  " + text);
+        std::string_view trimmed = text;
+        while (!trimmed.empty() && trimmed.front() == ' ') {
+            trimmed.remove_prefix(1);
+        }
+        while (!trimmed.empty() && trimmed.back() == ' ') {
+            trimmed.remove_suffix(1);
+        }
+        if (!trimmed.empty() && trimmed.front() == '+') {
+            trimmed.remove_prefix(1); // a plus sign is allowed, as in the tables of some writers
+        }
+        const auto result =
+            std::from_chars(trimmed.data(), trimmed.data() + trimmed.size(), expected);
+        const bool valid =
+            result.ec == std::errc() && result.ptr == trimmed.data() + trimmed.size();
+        const std::optional<double> parsed = ParseDbfNumber(text);
         ASSERT_EQ(parsed.has_value(), valid) << text;
         if (valid) {
             ASSERT_EQ(std::bit_cast<std::uint64_t>(*parsed), std::bit_cast<std::uint64_t>(expected))
