@@ -30,27 +30,36 @@ restore() { # name: the table and metadata as generated
     cp --reflink=never "$1.dbf.orig" "$1.dbf"
     rm -f "$1.fzy"
 }
-# Elapsed seconds (to the millisecond: the copy takes a few hundredths) and peak resident
-# kilobytes of a command: "SECONDS KB".
-measure() {
+# Elapsed seconds of a command, to the millisecond (the copy takes a few hundredths), timed
+# around the command itself so that no wrapper's start is counted.
+elapsed() {
     local start end
     start=$EPOCHREALTIME
-    /usr/bin/time -f "%M" -o time.out "$@" >/dev/null 2>run.err || {
+    "$@" >/dev/null 2>run.err || {
         echo "failed: $*" >&2
         cat run.err >&2
         exit 1
     }
     end=$EPOCHREALTIME
-    echo "$(awk "BEGIN{printf \"%.3f\", $end - $start}") $(cat time.out)"
+    awk "BEGIN{printf \"%.3f\", $end - $start}"
 }
-best_of_3() { # prints the smallest elapsed time of five runs of "prepare; command"
+# Peak resident kilobytes of a command.
+peak_kb() {
+    /usr/bin/time -f "%M" -o time.out "$@" >/dev/null 2>run.err || {
+        echo "failed: $*" >&2
+        cat run.err >&2
+        exit 1
+    }
+    cat time.out
+}
+best_of_5() { # prints the smallest elapsed time of five runs of "prepare; command"
     local prepare=$1
     shift
     local best=""
     for _ in 1 2 3 4 5; do
         $prepare
         local t
-        t=$(measure "$@" | cut -d' ' -f1)
+        t=$(elapsed "$@")
         if [ -z "$best" ] || awk "BEGIN{exit !($t < $best)}"; then best=$t; fi
     done
     echo "$best"
@@ -70,16 +79,16 @@ drop_ogr() { rm -rf ogr_out; }
 sync_copy() { cp --reflink=never big.dbf copy.dbf && sync copy.dbf; }
 
 run_big=("$q" run big.shp --field SLOPE --kind 5 -a 2 -b 5 -c 15 -d 25)
-t_cp=$(best_of_3 drop_copy cp --reflink=never big.dbf copy.dbf)
-t_cp_sync=$(best_of_3 drop_copy bash -c "$(declare -f sync_copy); sync_copy")
-t_start=$(best_of_3 nothing "$q" --version)
-t_quorel=$(best_of_3 restore_big "${run_big[@]}")
-t_ogr=$(best_of_3 drop_ogr ogr2ogr -f "ESRI Shapefile" ogr_out big.shp -dialect SQLite -sql "$case_sql")
+t_cp=$(best_of_5 drop_copy cp --reflink=never big.dbf copy.dbf)
+t_cp_sync=$(best_of_5 drop_copy sync_copy)
+t_start=$(best_of_5 nothing "$q" --version)
+t_quorel=$(best_of_5 restore_big "${run_big[@]}")
+t_ogr=$(best_of_5 drop_ogr ogr2ogr -f "ESRI Shapefile" ogr_out big.shp -dialect SQLite -sql "$case_sql")
 
 restore small
-m_small=$(measure "$q" run small.shp --field SLOPE --kind 5 -a 2 -b 5 -c 15 -d 25 | cut -d' ' -f2)
+m_small=$(peak_kb "$q" run small.shp --field SLOPE --kind 5 -a 2 -b 5 -c 15 -d 25)
 restore big
-m_big=$(measure "${run_big[@]}" | cut -d' ' -f2)
+m_big=$(peak_kb "${run_big[@]}")
 
 dbf_mb=$(awk "BEGIN{printf \"%.0f\", $(stat -c %s big.dbf.orig) / 1048576}")
 ratio() { awk "BEGIN{printf \"%.2f\", $1 / $2}"; }

@@ -591,8 +591,10 @@ private:
         const std::size_t oldLength = m_plan.table.recordLength;
         const std::size_t newLength = m_plan.layout.recordLength;
         const DbfField& field = m_plan.field;
-        std::vector<char> in;
-        std::vector<char> out;
+        // Every byte is written before it is read: no need to clear the buffers first.
+        const std::size_t capacity = std::min<std::size_t>(m_batch, m_plan.table.recordCount);
+        const auto in = std::make_unique_for_overwrite<char[]>(capacity * oldLength);
+        const auto out = std::make_unique_for_overwrite<char[]>(capacity * newLength);
         std::unique_ptr<DbfColumnFiller::Scratch> scratch;
         while (true) {
             const std::size_t batch = m_next.fetch_add(1);
@@ -602,10 +604,8 @@ private:
             try {
                 const std::size_t first = batch * m_batch;
                 const std::size_t count = std::min(m_batch, m_plan.table.recordCount - first);
-                in.resize(count * oldLength);
-                out.resize(count * newLength);
                 const auto from = static_cast<off_t>(m_plan.table.headerLength + first * oldLength);
-                ReadExactly(m_oldFile, in.data(), in.size(), from, m_oldPath);
+                ReadExactly(m_oldFile, in.get(), count * oldLength, from, m_oldPath);
                 // The old table's cached pages are of no more use once replaced: let them go
                 // now, on every core, rather than all at once when the old file is released.
                 ::posix_fadvise(m_oldFile, from, static_cast<off_t>(count * oldLength),
@@ -613,8 +613,8 @@ private:
                 // The filler fills the records in use; the others, and all without a filler,
                 // get Null.
                 for (std::size_t r = 0; r < count; ++r) {
-                    char* target = out.data() + r * newLength;
-                    std::memcpy(target, in.data() + r * oldLength, oldLength);
+                    char* target = out.get() + r * newLength;
+                    std::memcpy(target, in.get() + r * oldLength, oldLength);
                     if (!m_filler || IsDeletedRecord(target)) {
                         std::memset(target + field.offset, '*', field.length);
                     }
@@ -623,12 +623,12 @@ private:
                     if (!scratch) {
                         scratch = m_filler->NewScratch();
                     }
-                    m_filler->Fill(first, count, out.data(), scratch.get());
+                    m_filler->Fill(first, count, out.get(), scratch.get());
                 }
                 const auto at = static_cast<off_t>(m_plan.layout.headerLength + first * newLength);
-                WriteExactly(m_newFile, out.data(), out.size(), at, m_newPath);
+                WriteExactly(m_newFile, out.get(), count * newLength, at, m_newPath);
                 // Start putting the batch on disk now, so the final flush has little to wait for.
-                ::sync_file_range(m_newFile, at, static_cast<off_t>(out.size()),
+                ::sync_file_range(m_newFile, at, static_cast<off_t>(count * newLength),
                                   SYNC_FILE_RANGE_WRITE);
                 const std::size_t done = m_done.fetch_add(count) + count;
                 if (progress && *progress) {
