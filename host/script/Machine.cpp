@@ -75,18 +75,41 @@ const std::int64_t* Machine::EmptyFlags(std::uint32_t slot) const {
                                                                         : m_noFlags.data();
 }
 
+namespace {
+
+// One operation over the lanes; `right` gives the right operand's vector at a lane.
+template <typename Op, typename Right>
+Bits ColumnLoop(const double* left, Right right, double* result, std::size_t lanes,
+                const std::int64_t* mask) {
+    Bits failed{};
+    for (std::size_t i = 0; i < lanes; i += kLanes) {
+        Bits fails{};
+        const Vec r = Op::Compute(column::Load(left + i), right(i), fails);
+        column::Save(result + i, r);
+        failed |= fails & column::LoadBits(mask + i);
+    }
+    return failed;
+}
+
+} // namespace
+
 template <typename Op>
 int Machine::Vector(const Instruction& instruction, std::size_t lanes, const std::int64_t* mask) {
     const double* left = Values(instruction.a);
     const double* right = Values(instruction.b);
     double* result = Values(instruction.dst); // never an operand's slot
-    Bits failed{};
-    for (std::size_t i = 0; i < lanes; i += kLanes) {
-        Bits fails{};
-        const Vec r = Op::Compute(column::Load(left + i), column::Load(right + i), fails);
-        column::Save(result + i, r);
-        failed |= fails & column::LoadBits(mask + i);
-    }
+    // A constant on the right (the usual "[FIELD] <= 5") stays in a register, and whatever the
+    // operation checks of it is done once, out of the loop.
+    const Slot& rightSlot = m_script.slots[instruction.b];
+    const Bits failed =
+        rightSlot.kind == SlotKind::kConstant
+            ? ColumnLoop<Op>(
+                  left,
+                  [constant = column::Splat(rightSlot.value)](std::size_t) { return constant; },
+                  result, lanes, mask)
+            : ColumnLoop<Op>(
+                  left, [right](std::size_t i) { return column::Load(right + i); }, result, lanes,
+                  mask);
     if ((failed[0] | failed[1]) == 0) {
         return kNoError;
     }
