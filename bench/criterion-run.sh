@@ -75,11 +75,11 @@ case_sql="SELECT *, CASE WHEN SLOPE IS NULL THEN NULL WHEN SLOPE <= 2 THEN 0
 nothing() { :; }
 drop_copy() { rm -f copy.dbf; }
 restore_big() { restore big; }
-drop_ogr() { rm -rf ogr_out; }
-sync_copy() { cp --reflink=never big.dbf copy.dbf && sync copy.dbf; }
+drop_ogr() { rm -rf ogr_out; restore big; }
+sync_copy() { cp --reflink=never big.dbf.orig copy.dbf && sync copy.dbf; }
 
 run_big=("$q" run big.shp --field SLOPE --kind 5 -a 2 -b 5 -c 15 -d 25)
-t_cp=$(best_of_5 drop_copy cp --reflink=never big.dbf copy.dbf)
+t_cp=$(best_of_5 drop_copy cp --reflink=never big.dbf.orig copy.dbf)
 t_cp_sync=$(best_of_5 drop_copy sync_copy)
 t_start=$(best_of_5 nothing "$q" --version)
 t_quorel=$(best_of_5 restore_big "${run_big[@]}")
