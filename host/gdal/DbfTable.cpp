@@ -223,13 +223,25 @@ bool FormatFixedQuickly(double value, int decimals, char* destination, std::size
         return false;
     }
     const bool negative = std::signbit(value);
-    const std::optional<std::uint64_t> scaled = ScaledExactly(std::fabs(value), decimals);
-    if (!scaled) {
-        return false;
-    }
+    const double magnitude = std::fabs(value);
     const auto places = static_cast<std::size_t>(decimals);
-    std::uint64_t whole = *scaled / kPowersOfTen[places];
-    const std::uint64_t part = *scaled % kPowersOfTen[places];
+    std::uint64_t whole = 0;
+    std::uint64_t part = 0;
+    // Whole numbers are common (a degree of 0 or 1, counts, codes): their decimals are zeros.
+    const auto truncated = static_cast<std::int64_t>(std::min(magnitude, 0x1p62));
+    if (static_cast<double>(truncated) == magnitude) {
+        whole = static_cast<std::uint64_t>(truncated);
+        if (whole >= kPowersOfTen[18] / kPowersOfTen[places]) {
+            return false; // past what the general way handles
+        }
+    } else {
+        const std::optional<std::uint64_t> scaled = ScaledExactly(magnitude, decimals);
+        if (!scaled) {
+            return false;
+        }
+        whole = *scaled / kPowersOfTen[places];
+        part = *scaled % kPowersOfTen[places];
+    }
     std::size_t wholeDigits = 1;
     while (wholeDigits < 19 && whole >= kPowersOfTen[wholeDigits]) {
         ++wholeDigits;
@@ -242,10 +254,13 @@ bool FormatFixedQuickly(double value, int decimals, char* destination, std::size
     // before it and the blanks written after them replace those.
     char* at = destination + width;
     if (places > 0) {
-        const std::uint64_t low = EightDigits(static_cast<std::uint32_t>(part % 100000000));
+        constexpr std::uint64_t kZeros = 0x3030303030303030;
+        const std::uint64_t low =
+            part == 0 ? kZeros : EightDigits(static_cast<std::uint32_t>(part % 100000000));
         std::memcpy(at - 8, &low, 8);
         if (places > 8) {
-            const std::uint64_t high = EightDigits(static_cast<std::uint32_t>(part / 100000000));
+            const std::uint64_t high =
+                part == 0 ? kZeros : EightDigits(static_cast<std::uint32_t>(part / 100000000));
             std::memcpy(at - 16, &high, 8);
         }
         at -= places;

@@ -102,7 +102,14 @@ TEST(DbfNumberTest, formattingAgreesWithToCharsDigitForDigit) {
                                   -9e18,
                                   5e-324,
                                   1.0 / 3,
-                                  2.0 / 3};
+                                  2.0 / 3,
+                                  42.0,
+                                  -7.0,
+                                  123456789.0,
+                                  0x1p53,
+                                  0x1p62,
+                                  1e18,
+                                  1e300};
     std::uniform_real_distribution<double> unit(0.0, 1.0);
     std::uniform_int_distribution<int> exponent(-30, 60);
     for (int i = 0; i < 20000; ++i) {
