@@ -158,13 +158,13 @@ void Calculator::Calculate() {
                 total = layout.recordCount;
                 return std::make_unique<ScriptFiller>(program, layout, m_field);
             },
-            [&](std::size_t done) { ShowProgress(done, total); }, m_batchBytes);
+            [&](std::size_t done) { ShowProgress(done, total); }, m_sharing);
         cursor->MoveToEnd();
         return;
     }
 
     featureClass.WritePendingField();
-    DbfBatchFile table(featureClass.DbfPath(), true, cursor->Position(), m_batchBytes);
+    DbfBatchFile table(featureClass.DbfPath(), true, cursor->Position(), m_sharing.batchBytes);
     const DbfHeader& header = table.Header();
     const ScriptFiller filler(program, header, m_field);
     const std::unique_ptr<DbfColumnFiller::Scratch> scratch = filler.NewScratch();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "host/api/Host.h"
+#include "host/gdal/DbfTable.h"
 
 #include <memory>
 #include <string>
@@ -28,7 +29,9 @@ public:
     void Calculate() override;
 
     // Records per batch are about this many bytes' worth (tests use small batches).
-    void SetBatchBytes(std::size_t bytes) { m_batchBytes = bytes; }
+    void SetBatchBytes(std::size_t bytes) { m_sharing.batchBytes = bytes; }
+    // Threads that share the work of a field just added (0, the default: one per core).
+    void SetThreads(std::size_t threads) { m_sharing.threads = threads; }
 
 private:
     void ShowProgress(std::size_t done, std::size_t total);
@@ -38,7 +41,7 @@ private:
     std::string m_preExpression;
     std::string m_expression;
     std::string m_field;
-    std::size_t m_batchBytes = std::size_t{2} << 20;
+    DbfWorkSharing m_sharing;
 };
 
 } // namespace quorel::host::gdal

@@ -112,21 +112,22 @@ std::optional<double> ParsePlainDecimal(std::string_view text) {
         negative = *at == '-';
         ++at;
     }
+    // The digits before the point, then those after it: two tight loops.
     std::uint64_t digits = 0;
-    std::size_t count = 0;
+    const char* const wholeStart = at;
+    for (unsigned digit = 0; at < end && (digit = static_cast<unsigned>(*at - '0')) <= 9; ++at) {
+        digits = digits * 10 + digit;
+    }
+    std::size_t count = static_cast<std::size_t>(at - wholeStart);
     std::size_t decimals = 0;
-    bool point = false;
-    for (; at < end; ++at) {
-        const auto digit = static_cast<unsigned>(*at - '0');
-        if (digit <= 9) {
+    if (at < end && *at == '.') {
+        const char* const partStart = ++at;
+        for (unsigned digit = 0; at < end && (digit = static_cast<unsigned>(*at - '0')) <= 9;
+             ++at) {
             digits = digits * 10 + digit;
-            ++count;
-            decimals += point ? 1 : 0;
-        } else if (*at == '.' && !point) {
-            point = true;
-        } else {
-            break;
         }
+        decimals = static_cast<std::size_t>(at - partStart);
+        count += decimals;
     }
     while (at < end && (*at == ' ' || *at == '\0')) {
         ++at;
@@ -572,18 +573,20 @@ bool IsDeletedRecord(const char* record) {
 class ColumnWriter {
 public:
     ColumnWriter(const DbfNewColumn& plan, int oldFile, const std::string& oldPath, int newFile,
-                 const std::string& newPath, const DbfColumnFiller* filler, std::size_t batchBytes)
+                 const std::string& newPath, const DbfColumnFiller* filler,
+                 const DbfWorkSharing& sharing)
         : m_plan(plan), m_oldFile(oldFile), m_oldPath(oldPath), m_newFile(newFile),
-          m_newPath(newPath), m_filler(filler),
-          m_batch(std::max<std::size_t>(1, batchBytes / plan.layout.recordLength)),
+          m_newPath(newPath), m_filler(filler), m_threads(sharing.threads),
+          m_batch(std::max<std::size_t>(1, sharing.batchBytes / plan.layout.recordLength)),
           m_batches((plan.table.recordCount + m_batch - 1) / m_batch) {}
 
     // Throws the failure of the earliest batch that failed.
     void Run(const DbfProgress& progress) {
-        const std::size_t helpers =
-            m_batches < 2
-                ? 0
-                : std::min<std::size_t>(3, std::max(1u, std::thread::hardware_concurrency()) - 1);
+        const std::size_t wanted =
+            m_threads > 0
+                ? m_threads
+                : std::min<std::size_t>(4, std::max(1u, std::thread::hardware_concurrency()));
+        const std::size_t helpers = m_batches < 2 ? 0 : std::min(wanted, m_batches) - 1;
         std::vector<std::thread> threads;
         for (std::size_t i = 0; i < helpers; ++i) {
             threads.emplace_back([this] { Work(nullptr); });
@@ -666,6 +669,7 @@ private:
     int m_newFile;
     const std::string& m_newPath;
     const DbfColumnFiller* m_filler;
+    std::size_t m_threads; // 0: one per core
     std::size_t m_batch;   // records per batch
     std::size_t m_batches; // batches in the table
     std::atomic<std::size_t> m_next{0};
@@ -680,7 +684,7 @@ private:
 
 void WriteDbfColumn(const std::string& dbfPath, const DbfNewColumn& plan,
                     const DbfColumnFiller* filler, const DbfProgress& progress,
-                    std::size_t batchBytes) {
+                    const DbfWorkSharing& sharing) {
     const FileHandle old(::open(dbfPath.c_str(), O_RDONLY | O_CLOEXEC));
     if (old.Get() < 0) {
         ThrowFileError(errno, "open", dbfPath);
@@ -718,8 +722,7 @@ void WriteDbfColumn(const std::string& dbfPath, const DbfNewColumn& plan,
         }
         WriteExactly(temp.Get(), plan.layout.rawHeader.data(), plan.layout.rawHeader.size(), 0,
                      tempPath);
-        ColumnWriter(plan, old.Get(), dbfPath, temp.Get(), tempPath, filler, batchBytes)
-            .Run(progress);
+        ColumnWriter(plan, old.Get(), dbfPath, temp.Get(), tempPath, filler, sharing).Run(progress);
         const auto end =
             static_cast<off_t>(plan.layout.headerLength +
                                std::size_t{plan.table.recordCount} * plan.layout.recordLength);

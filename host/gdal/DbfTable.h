@@ -109,10 +109,16 @@ using DbfProgress = std::function<void(std::size_t recordsDone)>;
 // in every record, or what `filler` puts there: the records are then filled on their way to the
 // new table, in batches shared among the processor's cores, and a filler that fails leaves the
 // old table as it was. Throws when the table changed since the plan was made.
-// Records go in batches of about `batchBytes` (tests use small ones).
+// How the records are shared out: batches of about `batchBytes`, among `threads` threads (0: one
+// per core). Tests use small batches and set the threads.
+struct DbfWorkSharing {
+    std::size_t batchBytes = std::size_t{2} << 20;
+    std::size_t threads = 0;
+};
+
 void WriteDbfColumn(const std::string& dbfPath, const DbfNewColumn& plan,
                     const DbfColumnFiller* filler = nullptr, const DbfProgress& progress = {},
-                    std::size_t batchBytes = std::size_t{2} << 20);
+                    const DbfWorkSharing& sharing = {});
 
 // Plans and writes a column whose every value is Null.
 void AddDbfField(const std::string& dbfPath, const std::string& name, char type,

@@ -326,7 +326,8 @@ void ShapefileFeatureClass::WritePendingField() {
 }
 
 void ShapefileFeatureClass::WritePendingField(const FillerMaker& makeFiller,
-                                              const DbfProgress& progress, std::size_t batchBytes) {
+                                              const DbfProgress& progress,
+                                              const DbfWorkSharing& sharing) {
     if (!m_pending) {
         return;
     }
@@ -336,7 +337,7 @@ void ShapefileFeatureClass::WritePendingField(const FillerMaker& makeFiller,
         PlanDbfField(m_dbfPath, pending.name, pending.type, pending.length, pending.decimals);
     try {
         const std::unique_ptr<DbfColumnFiller> filler = makeFiller(plan.layout);
-        WriteDbfColumn(m_dbfPath, plan, filler.get(), progress, batchBytes);
+        WriteDbfColumn(m_dbfPath, plan, filler.get(), progress, sharing);
     } catch (...) {
         // The field stays added, as when it is written first and filled after.
         const std::exception_ptr failure = std::current_exception();

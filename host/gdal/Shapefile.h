@@ -120,7 +120,7 @@ public:
     // and the filler's error thrown.
     using FillerMaker = std::function<std::unique_ptr<DbfColumnFiller>(const DbfHeader& layout)>;
     void WritePendingField(const FillerMaker& makeFiller, const DbfProgress& progress,
-                           std::size_t batchBytes);
+                           const DbfWorkSharing& sharing);
 
 private:
     struct PendingField {

@@ -99,14 +99,28 @@ INSTANTIATE_TEST_SUITE_P(Kinds, CalculatorKindTest,
                                            KindCase{5, 0.0, 5.0, 15.0, 25.5}));
 
 TEST_F(CalculatorTest, reportsProgressToTheStatusBarThenHidesIt) {
-    std::vector<double> progress;
-    m_app.Bar()->SetProgressListener([&](double fraction) { progress.push_back(fraction); });
-    NewCalculator("Val = [SLOPE] * 2", "OUT")->Calculate();
-    ASSERT_GE(progress.size(), 3u);
-    EXPECT_EQ(progress.back(), -1);
-    EXPECT_EQ(progress[progress.size() - 2], 1.0);
-    for (std::size_t i = 1; i + 1 < progress.size(); ++i) {
-        EXPECT_GT(progress[i], progress[i - 1]);
+    // On one thread every batch is reported; on several, those of the calling thread (the
+    // status bar is not to be called from others), still rising, ending at 1.
+    // Each time a field just added (OUT is added by the fixture).
+    for (const auto& [threads, output] : {std::pair{1u, "OUT"}, std::pair{3u, "OUT2"}}) {
+        SCOPED_TRACE(threads);
+        if (std::string(output) != "OUT") {
+            auto field = m_app.Factory().NewField();
+            field->SetName(output);
+            field->SetType(kFieldTypeDouble);
+            m_layer->FeatureClass()->AddField(*field);
+        }
+        std::vector<double> progress;
+        m_app.Bar()->SetProgressListener([&](double fraction) { progress.push_back(fraction); });
+        const auto calculator = NewCalculator("Val = [SLOPE] * 2", output);
+        calculator->SetThreads(threads);
+        calculator->Calculate();
+        ASSERT_GE(progress.size(), threads == 1 ? 4u : 2u);
+        EXPECT_EQ(progress.back(), -1);
+        EXPECT_EQ(progress[progress.size() - 2], 1.0);
+        for (std::size_t i = 1; i + 1 < progress.size(); ++i) {
+            EXPECT_GT(progress[i], progress[i - 1]);
+        }
     }
 }
 

@@ -301,8 +301,10 @@ TEST_F(DbfAddFieldTest, columnFilledInBatchesOnEveryCoreKeepsRecordOrder) {
     const DbfNewColumn plan = PlanDbfField(dbf, "NUM", 'N', 19, 11);
     const NumberingFiller filler(plan.field, plan.layout.recordLength);
     std::vector<std::size_t> progress;
+    // Three threads, whatever the cores, for batches of a record or two.
     WriteDbfColumn(
-        dbf, plan, &filler, [&](std::size_t done) { progress.push_back(done); }, 100);
+        dbf, plan, &filler, [&](std::size_t done) { progress.push_back(done); },
+        DbfWorkSharing{100, 3});
 
     const GdalTable table = ReadWithGdal(folder.File("t.shp"));
     ASSERT_EQ(table.rows.size(), 50u);
@@ -322,7 +324,7 @@ TEST_F(DbfAddFieldTest, theEarliestFailingBatchGivesTheErrorAndTheTableStaysAsIt
     filler.m_earlyFailure = 0; // first batch (one record per batch)
     filler.m_lateFailure = 1;  // fails first when another core takes it
     try {
-        WriteDbfColumn(m_dbf, plan, &filler, {}, 1);
+        WriteDbfColumn(m_dbf, plan, &filler, {}, DbfWorkSharing{1, 2});
         FAIL();
     } catch (const Error& e) {
         EXPECT_EQ(e.Description(), "early");
