@@ -437,10 +437,6 @@ DbfHeader ReadDbfHeader(int fd, const std::string& dbfPath) {
     return header;
 }
 
-std::string_view FieldBytes(const char* record, const DbfField& field) {
-    return std::string_view(record + field.offset, field.length);
-}
-
 std::optional<double> ParseDbfNumber(std::string_view text) {
     if (const auto quick = ParsePlainDecimal(text)) {
         return quick;

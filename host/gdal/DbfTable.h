@@ -126,7 +126,9 @@ void AddDbfField(const std::string& dbfPath, const std::string& name, char type,
 
 // Reading of a field value inside a record (the record's bytes include the deletion flag).
 std::optional<double> ParseDbfNumber(std::string_view text);
-std::string_view FieldBytes(const char* record, const DbfField& field);
+inline std::string_view FieldBytes(const char* record, const DbfField& field) {
+    return std::string_view(record + field.offset, field.length);
+}
 
 // Writes a number into a fixed-width numeric field: as many of the declared decimals as fit,
 // exponent form as the last resort; false when even that does not fit. Null fills the field
