@@ -95,13 +95,31 @@ void WriteExactly(int fd, const char* source, std::size_t size, off_t offset,
     }
 }
 
+constexpr std::uint64_t kPowersOfTen[] = {1,
+                                          10,
+                                          100,
+                                          1000,
+                                          10000,
+                                          100000,
+                                          1000000,
+                                          10000000,
+                                          100000000,
+                                          1000000000,
+                                          10000000000,
+                                          100000000000,
+                                          1000000000000,
+                                          10000000000000,
+                                          100000000000000,
+                                          1000000000000000,
+                                          10000000000000000,
+                                          100000000000000000,
+                                          1000000000000000000};
+
 // A field's number as most tables write it: blanks, an optional sign, at most 15 digits and a
 // decimal point, blanks. Such a value is an exact integer divided by an exact power of ten, and
 // that single division is correctly rounded: the very double from_chars gives, without its general
 // cost.
 std::optional<double> ParsePlainDecimal(std::string_view text) {
-    static constexpr double kPowers[] = {1e0, 1e1, 1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
-                                         1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
     const char* at = text.data();
     const char* const end = at + text.size();
     while (at < end && (*at == ' ' || *at == '\0')) {
@@ -135,29 +153,10 @@ std::optional<double> ParsePlainDecimal(std::string_view text) {
     if (count == 0 || count > 15 || at != end) {
         return std::nullopt;
     }
-    const double magnitude = static_cast<double>(digits) / kPowers[decimals];
+    const double magnitude =
+        static_cast<double>(digits) / static_cast<double>(kPowersOfTen[decimals]);
     return negative ? -magnitude : magnitude;
 }
-
-constexpr std::uint64_t kPowersOfTen[] = {1,
-                                          10,
-                                          100,
-                                          1000,
-                                          10000,
-                                          100000,
-                                          1000000,
-                                          10000000,
-                                          100000000,
-                                          1000000000,
-                                          10000000000,
-                                          100000000000,
-                                          1000000000000,
-                                          10000000000000,
-                                          100000000000000,
-                                          1000000000000000,
-                                          10000000000000000,
-                                          100000000000000000,
-                                          1000000000000000000};
 
 // magnitude * 10^decimals rounded to an integer as the exact binary value rounds, half to
 // even; nullopt from 2^63 on.
@@ -560,10 +559,6 @@ DbfNewColumn PlanDbfField(const std::string& dbfPath, const std::string& name, c
 
 namespace {
 
-bool IsDeletedRecord(const char* record) {
-    return record[0] == '*';
-}
-
 // Builds the records of the new table batch by batch, on every core, and writes each batch at
 // its place in the new file: the batches are independent, so no core waits for another.
 class ColumnWriter {
@@ -629,7 +624,7 @@ private:
                 for (std::size_t r = 0; r < count; ++r) {
                     char* target = out.get() + r * newLength;
                     std::memcpy(target, in.get() + r * oldLength, oldLength);
-                    if (!m_filler || IsDeletedRecord(target)) {
+                    if (!m_filler || DbfBatchFile::IsDeleted(target)) {
                         std::memset(target + field.offset, '*', field.length);
                     }
                 }
