@@ -49,8 +49,9 @@ inline Vec ToVec(Bits b) {
 }
 
 // A comparison's lanes as plain bits. Left as truth values, GCC turns some of their ANDs with
-// 64-bit integer lanes into a select per lane that plain SSE2 cannot do in vector registers, and
-// falls back to scalar code for each lane.
+// 64-bit integer lanes (or with each other) into a select per lane that plain SSE2 cannot do in
+// vector registers, and falls back to scalar code for each lane: so every comparison goes
+// through Mask before it meets another operand.
 inline Bits Mask(Bits comparison) {
 #if defined(__GNUC__) && (defined(__x86_64__) || defined(__i386__))
     asm("" : "+x"(comparison));
@@ -73,7 +74,7 @@ inline Bits ArithmeticFails(Vec r, Vec a, Vec b) {
     return ~IsFinite(r) & IsFinite(a) & IsFinite(b);
 }
 inline Bits IsTrue(Vec v) {
-    return Mask((v != Splat(0.0)) & (v == v));
+    return Mask(v != Splat(0.0)) & Mask(v == v);
 }
 
 struct Add {
@@ -140,14 +141,14 @@ struct GreaterOrEqual {
 struct LogicalAnd {
     using Scalar = LogicalAndOp;
     static Vec Compute(Vec a, Vec b, Bits&) {
-        return Select((a == Splat(0.0)) | (b == Splat(0.0)), Splat(0.0),
+        return Select(Mask(a == Splat(0.0)) | Mask(b == Splat(0.0)), Splat(0.0),
                       Select(IsNull(a) | IsNull(b), Splat(kNullValue), Splat(-1.0)));
     }
 };
 struct LogicalOr {
     using Scalar = LogicalOrOp;
     static Vec Compute(Vec a, Vec b, Bits&) {
-        return Select((a == Splat(-1.0)) | (b == Splat(-1.0)), Splat(-1.0),
+        return Select(Mask(a == Splat(-1.0)) | Mask(b == Splat(-1.0)), Splat(-1.0),
                       Select(IsNull(a) | IsNull(b), Splat(kNullValue), Splat(0.0)));
     }
 };
