@@ -6,6 +6,7 @@
 #include "util/Error.h"
 #include "util/NumberText.h"
 
+#include <cstring>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -93,15 +94,14 @@ public:
         for (std::size_t k = 0; k < m_inputs.size(); ++k) {
             script::Column& input = work.inputs[k];
             input.resize(count);
+            if (m_inputs[k]) {
+                m_inputs[k]->Read(records, m_recordLength, count, input.values.data(),
+                                  input.isNull.data());
+                continue;
+            }
             for (std::size_t r = 0; r < count; ++r) {
-                std::optional<double> value;
-                if (m_inputs[k]) {
-                    value = ParseDbfNumber(FieldBytes(Record(records, r), *m_inputs[k]));
-                } else {
-                    value = static_cast<double>(firstRecord + r);
-                }
-                input.isNull[r] = value ? 0 : 1;
-                input.values[r] = value.value_or(0.0);
+                input.isNull[r] = 0;
+                input.values[r] = static_cast<double>(firstRecord + r);
             }
         }
         script::Column& output = work.output;
@@ -112,13 +112,14 @@ public:
             if (DbfBatchFile::IsDeleted(record)) {
                 continue;
             }
-            const std::optional<double> value =
-                output.isNull[r] ? std::nullopt : std::optional<double>(output.values[r]);
-            if (!FormatDbfNumber(value, m_output, record + m_output.offset)) {
+            char* destination = record + m_output.offset;
+            if (output.isNull[r] != 0) {
+                std::memset(destination, '*', m_output.length);
+            } else if (!FormatDbfNumber(output.values[r], m_output, destination)) {
                 throw Error(error_number::kOverflow, kSource,
-                            "Overflow: " + util::FormatNumber(*value) + " does not fit the field " +
-                                m_outputName + " (" + std::to_string(m_output.length) +
-                                " characters)");
+                            "Overflow: " + util::FormatNumber(output.values[r]) +
+                                " does not fit the field " + m_outputName + " (" +
+                                std::to_string(m_output.length) + " characters)");
             }
         }
     }
@@ -129,7 +130,7 @@ private:
     }
 
     const script::Program& m_program;
-    std::vector<std::optional<DbfField>> m_inputs;
+    std::vector<std::optional<DbfNumberReader>> m_inputs; // none: FID
     DbfField m_output;
     std::string m_outputName;
     std::size_t m_recordLength;

@@ -214,6 +214,28 @@ std::optional<std::uint64_t> ScaledExactly(double magnitude, int decimals) {
     return word;
 }
 
+// n blanks in at most two overlapping stores below 33: the count varies with the number's
+// length only, so the same stores come back value after value, where memset is a call.
+inline void FillBlanks(char* destination, std::size_t n) {
+    constexpr char kBlanks[] = "                ";
+    if (n >= 16 && n <= 32) {
+        std::memcpy(destination, kBlanks, 16);
+        std::memcpy(destination + n - 16, kBlanks, 16);
+    } else if (n >= 8 && n < 16) {
+        std::memcpy(destination, kBlanks, 8);
+        std::memcpy(destination + n - 8, kBlanks, 8);
+    } else if (n >= 4 && n < 8) {
+        std::memcpy(destination, kBlanks, 4);
+        std::memcpy(destination + n - 4, kBlanks, 4);
+    } else if (n < 4) {
+        for (std::size_t i = 0; i < n; ++i) {
+            destination[i] = ' ';
+        }
+    } else {
+        std::memset(destination, ' ', n);
+    }
+}
+
 // Writes the value right-aligned with exactly `decimals` decimals, as std::to_chars prints it
 // in fixed form (the exact binary value, rounded half to even), for values below 2^63 / 10^d,
 // up to 16 decimals and fields of 16 characters or more; false, writing nothing, otherwise or
@@ -285,7 +307,7 @@ bool FormatFixedQuickly(double value, int decimals, char* destination, std::size
     if (negative) {
         *--at = '-';
     }
-    std::memset(destination, ' ', static_cast<std::size_t>(at - destination));
+    FillBlanks(destination, static_cast<std::size_t>(at - destination));
     return true;
 }
 
@@ -460,19 +482,100 @@ std::optional<double> ParseDbfNumber(std::string_view text) {
     return value;
 }
 
+DbfNumberReader::DbfNumberReader(const DbfField& field)
+    : m_offset(field.offset), m_length(field.length),
+      m_wholeWidth(field.decimals > 0 && field.decimals < field.length
+                       ? field.length - field.decimals - 1
+                       : field.length),
+      m_decimals(field.decimals > 0 && field.decimals < field.length ? field.decimals : 0),
+      // At most 15 digits: an exact integer over an exact power of ten, one rounding.
+      m_laidOut(m_wholeWidth + m_decimals <= 15) {}
+
+// Every character is looked at whatever it is, and what it is only sets flags: the number of
+// blanks in front, which varies from value to value, costs no mispredicted branch.
+bool DbfNumberReader::ReadLaidOut(const char* text, double& value) const {
+    std::uint64_t digits = 0;
+    unsigned bad = 0;
+    unsigned started = 0; // a sign or a digit was seen: no more blanks or signs
+    unsigned seenDigit = 0;
+    unsigned negative = 0;
+    for (std::size_t i = 0; i < m_wholeWidth; ++i) {
+        const auto c = static_cast<unsigned char>(text[i]);
+        const unsigned digit = c - unsigned{'0'};
+        const unsigned isDigit = digit <= 9 ? 1 : 0;
+        const unsigned isBlank = (c == ' ' ? 1 : 0) | (c == '\0' ? 1 : 0);
+        const unsigned isMinus = c == '-' ? 1 : 0;
+        const unsigned isSign = isMinus | (c == '+' ? 1 : 0);
+        bad |= ((isBlank | isSign) & started) | (1 ^ (isDigit | isBlank | isSign));
+        started |= isSign | isDigit;
+        seenDigit |= isDigit;
+        negative |= isMinus;
+        digits = digits * 10 + (isDigit != 0 ? digit : 0); // 0 while only blanks came
+    }
+    if (m_decimals > 0) {
+        bad |= text[m_wholeWidth] != '.' ? 1 : 0;
+        for (std::size_t i = m_wholeWidth + 1; i < m_length; ++i) {
+            const unsigned digit = static_cast<unsigned char>(text[i]) - unsigned{'0'};
+            bad |= digit > 9 ? 1 : 0;
+            digits = digits * 10 + digit;
+        }
+        seenDigit = 1;
+    }
+    if ((bad | (1 ^ seenDigit)) != 0) {
+        return false;
+    }
+    const double magnitude =
+        static_cast<double>(digits) / static_cast<double>(kPowersOfTen[m_decimals]);
+    value = negative != 0 ? -magnitude : magnitude;
+    return true;
+}
+
+std::optional<double> DbfNumberReader::operator()(const char* record) const {
+    const char* text = record + m_offset;
+    double value = 0.0;
+    if (m_laidOut && ReadLaidOut(text, value)) {
+        return value;
+    }
+    return ParseDbfNumber(std::string_view(text, m_length));
+}
+
+void DbfNumberReader::Read(const char* records, std::size_t recordLength, std::size_t count,
+                           double* values, std::uint8_t* isNull) const {
+    for (std::size_t r = 0; r < count; ++r) {
+        const char* text = records + r * recordLength + m_offset;
+        double value = 0.0;
+        if (m_laidOut && ReadLaidOut(text, value)) {
+            values[r] = value;
+            isNull[r] = 0;
+            continue;
+        }
+        const std::optional<double> parsed = ParseDbfNumber(std::string_view(text, m_length));
+        values[r] = parsed.value_or(0.0);
+        isNull[r] = parsed ? 0 : 1;
+    }
+}
+
 bool FormatDbfNumber(std::optional<double> value, const DbfField& field, char* destination) {
+    if (!value) {
+        std::memset(destination, '*', field.length);
+        return true;
+    }
+    return FormatDbfNumber(*value, field, destination);
+}
+
+bool FormatDbfNumber(double value, const DbfField& field, char* destination) {
     const std::size_t width = field.length;
-    if (!value || !std::isfinite(*value)) {
+    if (!std::isfinite(value)) {
         std::memset(destination, '*', width);
         return true;
     }
-    if (FormatFixedQuickly(*value, field.decimals, destination, width)) {
+    if (FormatFixedQuickly(value, field.decimals, destination, width)) {
         return true;
     }
     char text[400];
     for (int decimals = field.decimals; decimals >= 0; --decimals) {
         const auto result =
-            std::to_chars(text, text + sizeof text, *value, std::chars_format::fixed, decimals);
+            std::to_chars(text, text + sizeof text, value, std::chars_format::fixed, decimals);
         const auto length = static_cast<std::size_t>(result.ptr - text);
         if (result.ec == std::errc() && length <= width) {
             std::memset(destination, ' ', width - length);
@@ -482,7 +585,7 @@ bool FormatDbfNumber(std::optional<double> value, const DbfField& field, char* d
     }
     for (int digits = static_cast<int>(width); digits >= 0; --digits) {
         const auto result =
-            std::to_chars(text, text + sizeof text, *value, std::chars_format::scientific, digits);
+            std::to_chars(text, text + sizeof text, value, std::chars_format::scientific, digits);
         const auto length = static_cast<std::size_t>(result.ptr - text);
         if (result.ec == std::errc() && length <= width) {
             std::memset(destination, ' ', width - length);

@@ -130,10 +130,33 @@ inline std::string_view FieldBytes(const char* record, const DbfField& field) {
     return std::string_view(record + field.offset, field.length);
 }
 
+// Reads one numeric field of record after record. A value laid out as the field's width and
+// decimals say (blanks, a sign, digits, the point before the declared decimals), as writers of
+// tables lay them out, is read with no branch per character; any other text, Null included,
+// is read by ParseDbfNumber. Either way the result is ParseDbfNumber's.
+class DbfNumberReader {
+public:
+    explicit DbfNumberReader(const DbfField& field);
+    std::optional<double> operator()(const char* record) const;
+    // count records from `records`, one every recordLength bytes; a Null value reads as 0.
+    void Read(const char* records, std::size_t recordLength, std::size_t count, double* values,
+              std::uint8_t* isNull) const;
+
+private:
+    bool ReadLaidOut(const char* text, double& value) const;
+
+    std::size_t m_offset;
+    std::size_t m_length;
+    std::size_t m_wholeWidth; // characters before the point (all of them without decimals)
+    std::size_t m_decimals;
+    bool m_laidOut; // whether the layout can hold a value ReadLaidOut reads exactly
+};
+
 // Writes a number into a fixed-width numeric field: as many of the declared decimals as fit,
 // exponent form as the last resort; false when even that does not fit. Null fills the field
 // with '*', as GDAL writes a null number.
 bool FormatDbfNumber(std::optional<double> value, const DbfField& field, char* destination);
+bool FormatDbfNumber(double value, const DbfField& field, char* destination);
 
 // Walks the records in batches of whole records, reading them into one buffer; Write puts the
 // current batch back in place. Memory stays the size of one batch whatever the table's size.

@@ -11,6 +11,7 @@
 #include <charconv>
 #include <chrono>
 #include <cmath>
+#include <cstdio>
 #include <fstream>
 #include <limits>
 #include <random>
@@ -118,9 +119,11 @@ TEST(DbfNumberTest, formattingAgreesWithToCharsDigitForDigit) {
         // Decimal ties: exact halves at the last printed decimal.
         values.push_back(std::ldexp(static_cast<double>(random() % 4096), -12));
     }
-    for (const int decimals : {0, 2, 11, 18}) {
+    // Widths around the quick way's limits: blanks in front from none to 39.
+    for (const auto& [decimals, width] : std::vector<std::pair<int, std::uint8_t>>{
+             {0, 40}, {2, 16}, {2, 40}, {11, 19}, {11, 24}, {11, 32}, {11, 40}, {18, 40}}) {
         DbfField field;
-        field.length = 40;
+        field.length = width;
         field.decimals = static_cast<std::uint8_t>(decimals);
         for (const double value : values) {
             char expected[400];
@@ -201,6 +204,59 @@ TEST(DbfNumberTest, parsingAgreesWithFromCharsBitForBit) {
         if (valid) {
             ASSERT_EQ(std::bit_cast<std::uint64_t>(*parsed), std::bit_cast<std::uint64_t>(expected))
                 << text;
+        }
+    }
+}
+
+// The column reader takes a quicker way for values laid out as the field says; whatever the
+// text, it must give what ParseDbfNumber gives, bit for bit, Null included.
+TEST(DbfNumberTest, columnReaderAgreesWithTheGeneralReader) {
+    std::mt19937_64 random(13);
+    const std::string alphabet = "0123456789.- +*e\0";
+    for (int layout = 0; layout < 300; ++layout) {
+        DbfField field;
+        field.length = static_cast<std::uint8_t>(1 + random() % 20);
+        field.decimals = static_cast<std::uint8_t>(random() % (field.length + 1));
+        field.offset = 3;
+        const std::size_t recordLength = field.offset + field.length + 2;
+        std::string records;
+        const std::size_t count = 200;
+        for (std::size_t r = 0; r < count; ++r) {
+            std::string text;
+            if (random() % 2 == 0) {
+                // As a writer lays it out: printf's fixed form, right-aligned.
+                const double magnitude = std::pow(10.0, static_cast<double>(random() % 12));
+                const double value =
+                    (static_cast<double>(random() % 2000001) - 1e6) / 1e6 * magnitude;
+                char buffer[64];
+                std::snprintf(buffer, sizeof buffer, "%*.*f", field.length, field.decimals, value);
+                text = buffer;
+            }
+            // Some garbled: a character replaced anywhere, or a field of another layout.
+            if (text.size() != field.length || random() % 4 == 0) {
+                text.resize(field.length, ' ');
+                text[random() % field.length] = alphabet[random() % alphabet.size()];
+            }
+            records += std::string(field.offset, 'x') + text + "yy";
+        }
+        const DbfNumberReader reader(field);
+        std::vector<double> values(count);
+        std::vector<std::uint8_t> isNull(count);
+        reader.Read(records.data(), recordLength, count, values.data(), isNull.data());
+        for (std::size_t r = 0; r < count; ++r) {
+            const char* record = records.data() + r * recordLength;
+            const std::optional<double> expected = ParseDbfNumber(FieldBytes(record, field));
+            const std::optional<double> one = reader(record);
+            ASSERT_EQ(one.has_value(), expected.has_value()) << FieldBytes(record, field);
+            ASSERT_EQ(isNull[r] == 0, expected.has_value()) << FieldBytes(record, field);
+            if (expected) {
+                ASSERT_EQ(std::bit_cast<std::uint64_t>(*one),
+                          std::bit_cast<std::uint64_t>(*expected))
+                    << FieldBytes(record, field);
+                ASSERT_EQ(std::bit_cast<std::uint64_t>(values[r]),
+                          std::bit_cast<std::uint64_t>(*expected))
+                    << FieldBytes(record, field);
+            }
         }
     }
 }
