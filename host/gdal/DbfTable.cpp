@@ -705,7 +705,7 @@ private:
         const DbfField& field = m_plan.field;
         // Every byte is written before it is read: no need to clear the buffers first.
         const std::size_t capacity = std::min<std::size_t>(m_batch, m_plan.table.recordCount);
-        const auto in = std::make_unique_for_overwrite<char[]>(capacity * oldLength);
+        // One buffer: the old records are read into its start and spread to their new places.
         const auto out = std::make_unique_for_overwrite<char[]>(capacity * newLength);
         std::unique_ptr<DbfColumnFiller::Scratch> scratch;
         while (true) {
@@ -717,16 +717,17 @@ private:
                 const std::size_t first = batch * m_batch;
                 const std::size_t count = std::min(m_batch, m_plan.table.recordCount - first);
                 const auto from = static_cast<off_t>(m_plan.table.headerLength + first * oldLength);
-                ReadExactly(m_oldFile, in.get(), count * oldLength, from, m_oldPath);
+                ReadExactly(m_oldFile, out.get(), count * oldLength, from, m_oldPath);
                 // The old table's cached pages are of no more use once replaced: let them go
                 // now, on every core, rather than all at once when the old file is released.
                 ::posix_fadvise(m_oldFile, from, static_cast<off_t>(count * oldLength),
                                 POSIX_FADV_DONTNEED);
                 // The filler fills the records in use; the others, and all without a filler,
                 // get Null.
-                for (std::size_t r = 0; r < count; ++r) {
+                // Last record first: each moves to a place no earlier record still occupies.
+                for (std::size_t r = count; r-- > 0;) {
                     char* target = out.get() + r * newLength;
-                    std::memcpy(target, in.get() + r * oldLength, oldLength);
+                    std::memmove(target, out.get() + r * oldLength, oldLength);
                     if (!m_filler || DbfBatchFile::IsDeleted(target)) {
                         std::memset(target + field.offset, '*', field.length);
                     }
