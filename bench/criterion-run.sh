@@ -43,14 +43,25 @@ elapsed() {
     end=$EPOCHREALTIME
     awk "BEGIN{printf \"%.3f\", $end - $start}"
 }
-# Peak resident kilobytes of a command.
+# Peak resident kilobytes of a command, the most of three runs of "prepare; command": how
+# many worker threads take a share of a small table, and so how many buffers are touched,
+# varies from run to run.
 peak_kb() {
-    /usr/bin/time -f "%M" -o time.out "$@" >/dev/null 2>run.err || {
-        echo "failed: $*" >&2
-        cat run.err >&2
-        exit 1
-    }
-    cat time.out
+    local prepare=$1
+    shift
+    local most=0
+    for _ in 1 2 3; do
+        $prepare
+        /usr/bin/time -f "%M" -o time.out "$@" >/dev/null 2>run.err || {
+            echo "failed: $*" >&2
+            cat run.err >&2
+            exit 1
+        }
+        local kb
+        kb=$(cat time.out)
+        if [ "$kb" -gt "$most" ]; then most=$kb; fi
+    done
+    echo "$most"
 }
 best_of_5() { # prints the smallest elapsed time of five runs of "prepare; command"
     local prepare=$1
@@ -85,10 +96,9 @@ t_start=$(best_of_5 nothing "$q" --version)
 t_quorel=$(best_of_5 restore_big "${run_big[@]}")
 t_ogr=$(best_of_5 drop_ogr ogr2ogr -f "ESRI Shapefile" ogr_out big.shp -dialect SQLite -sql "$case_sql")
 
-restore small
-m_small=$(peak_kb "$q" run small.shp --field SLOPE --kind 5 -a 2 -b 5 -c 15 -d 25)
-restore big
-m_big=$(peak_kb "${run_big[@]}")
+restore_small() { restore small; }
+m_small=$(peak_kb restore_small "$q" run small.shp --field SLOPE --kind 5 -a 2 -b 5 -c 15 -d 25)
+m_big=$(peak_kb restore_big "${run_big[@]}")
 
 dbf_mb=$(awk "BEGIN{printf \"%.0f\", $(stat -c %s big.dbf.orig) / 1048576}")
 ratio() { awk "BEGIN{printf \"%.2f\", $1 / $2}"; }
