@@ -33,6 +33,7 @@ enum class OpCode : std::uint8_t {
     kLogicalNot,
     kStore,      // dst = a where the current mask holds; b = 1 inside an If
     kIfBegin,    // opens a level: Then mask from condition a; jump when no feature takes it
+    kIfTest,     // kIfBegin on a comparison (test: a ? b) or the And of two (and test2: c ? d)
     kElseIfPrep, // the remaining features become current, before an ElseIf's condition
     kElseIfTest, // narrows to the features whose condition a holds; jump when none
     kElse,       // the remaining features become current; jump to kEndIf when none
@@ -46,6 +47,11 @@ struct Instruction {
     std::uint32_t a = 0;
     std::uint32_t b = 0;
     std::uint32_t jump = 0; // control instructions: index of the instruction to go to
+    // kIfTest: the comparisons; test2 is kIfTest itself when there is only one.
+    OpCode test = OpCode::kEqual;
+    OpCode test2 = OpCode::kIfTest;
+    std::uint32_t c = 0;
+    std::uint32_t d = 0;
 };
 
 enum class SlotKind : std::uint8_t { kField, kVariable, kConstant, kTemporary };

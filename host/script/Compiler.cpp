@@ -215,6 +215,7 @@ private:
     void OpenBranch();
     void CloseBranch();
     bool IsKnown(const Variable& variable) const;
+    Instruction IfOn(const Operand& condition);
     void RemoveDeadStores();
 
     [[noreturn]] void Fail(const std::string& detail) const {
@@ -352,7 +353,7 @@ void Compiler::ParseIf() {
     const Operand condition = ParseExpression(0);
     ExpectThen();
     Release(condition);
-    const std::size_t index = Emit({OpCode::kIfBegin, 0, condition.slot, 0, 0});
+    const std::size_t index = Emit(IfOn(condition));
     m_openIfs.push_back({line, false, index, {}});
     OpenBranch();
     m_script.maxDepth = std::max(m_script.maxDepth, static_cast<std::uint32_t>(m_openIfs.size()));
@@ -440,6 +441,43 @@ void Compiler::CloseBranch() {
     }
 }
 
+// The If's opening instruction. A condition that is a comparison, or the And of two (as in
+// "[X] >= 2 And [X] <= 5"), is tested where the If opens: the comparisons' truth values and
+// the And's are never stored, which saves three passes over the features of four. The fused
+// test takes the Then branch exactly where the truth value would be True.
+Instruction Compiler::IfOn(const Operand& condition) {
+    std::vector<Instruction>& code = m_script.code;
+    const std::size_t n = code.size();
+    Instruction test{OpCode::kIfTest};
+    if (condition.temporary && n >= 1 && IsComparison(code[n - 1].op) &&
+        code[n - 1].dst == condition.slot) {
+        test.test = code[n - 1].op;
+        test.a = code[n - 1].a;
+        test.b = code[n - 1].b;
+        code.pop_back();
+        return test;
+    }
+    if (condition.temporary && n >= 3 && code[n - 1].op == OpCode::kLogicalAnd &&
+        code[n - 1].dst == condition.slot) {
+        const Instruction& both = code[n - 1];
+        const Instruction& first = code[n - 3];
+        const Instruction& second = code[n - 2];
+        // The second comparison must not read the first one's truth value.
+        if (IsComparison(first.op) && IsComparison(second.op) && first.dst == both.a &&
+            second.dst == both.b && second.a != first.dst && second.b != first.dst) {
+            test.test = first.op;
+            test.a = first.a;
+            test.b = first.b;
+            test.test2 = second.op;
+            test.c = second.a;
+            test.d = second.b;
+            code.resize(n - 3);
+            return test;
+        }
+    }
+    return {OpCode::kIfBegin, 0, condition.slot, 0, 0};
+}
+
 bool Compiler::IsKnown(const Variable& variable) const {
     return variable.known && m_branchOpen[variable.branch];
 }
@@ -466,6 +504,10 @@ void Compiler::RemoveDeadStores() {
         } else {
             needed[instruction.a] = true;
             needed[instruction.b] = true;
+            if (instruction.op == OpCode::kIfTest) {
+                needed[instruction.c] = true;
+                needed[instruction.d] = true;
+            }
         }
     }
     for (std::uint32_t slot = 0; slot < m_script.slots.size(); ++slot) {

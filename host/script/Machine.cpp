@@ -131,6 +131,85 @@ int Machine::PerFeature(const Instruction& instruction, std::size_t lanes,
     return failed ? FirstError<Op>(left, right, lanes, mask) : kNoError;
 }
 
+namespace {
+
+// Where a comparison holds, as a mask: False and Null alike are clear. The ordered comparisons
+// are false on NaN (Null) by themselves; <> needs both sides checked.
+struct HoldsEqual {
+    static Bits Of(Vec a, Vec b) { return column::Mask(a == b); }
+};
+struct HoldsNotEqual {
+    static Bits Of(Vec a, Vec b) {
+        return column::Mask(a != b) & ~column::IsNull(a) & ~column::IsNull(b);
+    }
+};
+struct HoldsLess {
+    static Bits Of(Vec a, Vec b) { return column::Mask(a < b); }
+};
+struct HoldsGreater {
+    static Bits Of(Vec a, Vec b) { return column::Mask(a > b); }
+};
+struct HoldsLessOrEqual {
+    static Bits Of(Vec a, Vec b) { return column::Mask(a <= b); }
+};
+struct HoldsGreaterOrEqual {
+    static Bits Of(Vec a, Vec b) { return column::Mask(a >= b); }
+};
+
+// taken = within & holds; remaining (when asked) = open & ~taken. `within` is `open` for the
+// first comparison, and the first one's result for the second.
+template <typename Holds, typename Right>
+void TestLoop(const double* left, Right right, std::size_t lanes, const std::int64_t* open,
+              const std::int64_t* within, std::int64_t* taken, std::int64_t* remaining) {
+    for (std::size_t i = 0; i < lanes; i += kLanes) {
+        const Bits holds =
+            Holds::Of(column::Load(left + i), right(i)) & column::LoadBits(within + i);
+        column::SaveBits(taken + i, holds);
+        if (remaining != nullptr) {
+            column::SaveBits(remaining + i, column::LoadBits(open + i) & ~holds);
+        }
+    }
+}
+
+} // namespace
+
+template <typename Holds>
+void Machine::TestColumns(std::uint32_t a, std::uint32_t b, std::size_t lanes,
+                          const std::int64_t* open, const std::int64_t* within, std::int64_t* taken,
+                          std::int64_t* remaining) {
+    const double* left = Values(a);
+    const double* right = Values(b);
+    const Slot& rightSlot = m_script.slots[b];
+    if (rightSlot.kind == SlotKind::kConstant) {
+        TestLoop<Holds>(
+            left, [constant = column::Splat(rightSlot.value)](std::size_t) { return constant; },
+            lanes, open, within, taken, remaining);
+    } else {
+        TestLoop<Holds>(
+            left, [right](std::size_t i) { return column::Load(right + i); }, lanes, open, within,
+            taken, remaining);
+    }
+}
+
+void Machine::Test(OpCode comparison, std::uint32_t a, std::uint32_t b, std::size_t lanes,
+                   const std::int64_t* open, const std::int64_t* within, std::int64_t* taken,
+                   std::int64_t* remaining) {
+    switch (comparison) {
+    case OpCode::kEqual:
+        return TestColumns<HoldsEqual>(a, b, lanes, open, within, taken, remaining);
+    case OpCode::kNotEqual:
+        return TestColumns<HoldsNotEqual>(a, b, lanes, open, within, taken, remaining);
+    case OpCode::kLess:
+        return TestColumns<HoldsLess>(a, b, lanes, open, within, taken, remaining);
+    case OpCode::kGreater:
+        return TestColumns<HoldsGreater>(a, b, lanes, open, within, taken, remaining);
+    case OpCode::kLessOrEqual:
+        return TestColumns<HoldsLessOrEqual>(a, b, lanes, open, within, taken, remaining);
+    default:
+        return TestColumns<HoldsGreaterOrEqual>(a, b, lanes, open, within, taken, remaining);
+    }
+}
+
 void Machine::Store(const Instruction& instruction, std::size_t lanes, std::size_t depth) {
     const double* source = Values(instruction.a);
     const std::int64_t* sourceEmpty = EmptyFlags(instruction.a);
@@ -277,6 +356,25 @@ bool Machine::Run(const std::vector<const Column*>& inputs, std::size_t offset, 
                 const Bits open = column::LoadBits(mask + i);
                 column::SaveBits(current + i, open & taken);
                 column::SaveBits(remaining + i, open & ~taken);
+            }
+            ++depth;
+            if (!AnySet(current, lanes)) {
+                pc = instruction.jump;
+                continue;
+            }
+            break;
+        }
+        case OpCode::kIfTest: {
+            std::int64_t* current = CurrentMask(depth + 1);
+            std::int64_t* remaining = RemainingMask(depth + 1);
+            if (instruction.test2 == OpCode::kIfTest) {
+                Test(instruction.test, instruction.a, instruction.b, lanes, mask, mask, current,
+                     remaining);
+            } else {
+                Test(instruction.test, instruction.a, instruction.b, lanes, mask, mask, current,
+                     nullptr);
+                Test(instruction.test2, instruction.c, instruction.d, lanes, mask, current, current,
+                     remaining);
             }
             ++depth;
             if (!AnySet(current, lanes)) {

@@ -267,6 +267,35 @@ TEST(ScriptEngineTest, nullConditionTakesTheFalseBranch) {
               (std::vector<Maybe>{kNull}));
 }
 
+// An If on a comparison, or on the And of two, is tested where the If opens; it must take the
+// Then branch exactly where the comparison's stored truth value would be True, Null and Empty
+// operands included.
+TEST(ScriptEngineTest, comparisonsTestedWhereTheIfOpensAgreeWithTheirTruthValues) {
+    std::vector<Maybe> xs;
+    std::vector<Maybe> ys;
+    for (const Maybe& x : {kNull, Maybe{1.0}, Maybe{2.0}, Maybe{3.0}}) {
+        for (const Maybe& y : {kNull, Maybe{1.0}, Maybe{2.0}, Maybe{3.0}}) {
+            xs.push_back(x);
+            ys.push_back(y);
+        }
+    }
+    const std::map<std::string, std::vector<Maybe>> fields = {{"X", xs}, {"Y", ys}};
+    for (const char* first : {"=", "<>", "<", ">", "<=", ">="}) {
+        for (const char* second : {"=", "<>", "<", ">", "<=", ">="}) {
+            const std::string left = std::string("[X] ") + first + " 2";
+            const std::string right = std::string("[Y] ") + second + " [X]";
+            const std::string empty = std::string("Unset ") + second + " [Y]"; // Empty: 0
+            for (const std::string& condition :
+                 {left, right, empty, left + " And " + right, empty + " And " + left}) {
+                const std::string branches = " Then\nVal = 1\nElse\nVal = 0\nEnd If";
+                EXPECT_EQ(RunScript("If " + condition + branches, "Val", fields),
+                          RunScript("C = " + condition + "\nIf C" + branches, "Val", fields))
+                    << condition;
+            }
+        }
+    }
+}
+
 TEST(ScriptEngineTest, statementsOnlyFailForFeaturesThatRunThem) {
     const std::string guarded = "If [X] <> 0 Then\nVal = 1 / [X]\nEnd If";
     EXPECT_EQ(RunScript(guarded, "Val", {{"X", {2.0, 0.0, 4.0}}}),
