@@ -6,7 +6,6 @@
 #include "util/Error.h"
 #include "util/NumberText.h"
 
-#include <cstring>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -114,7 +113,7 @@ public:
             }
             char* destination = record + m_output.offset;
             if (output.isNull[r] != 0) {
-                std::memset(destination, '*', m_output.length);
+                FormatDbfNumber(std::nullopt, m_output, destination);
             } else if (!FormatDbfNumber(output.values[r], m_output, destination)) {
                 throw Error(error_number::kOverflow, kSource,
                             "Overflow: " + util::FormatNumber(output.values[r]) +

@@ -541,6 +541,8 @@ std::optional<double> DbfNumberReader::operator()(const char* record) const {
 
 void DbfNumberReader::Read(const char* records, std::size_t recordLength, std::size_t count,
                            double* values, std::uint8_t* isNull) const {
+    // The quick way written out here rather than through operator(): its optional costs the
+    // column loop a fifth of its time.
     for (std::size_t r = 0; r < count; ++r) {
         const char* text = records + r * recordLength + m_offset;
         double value = 0.0;

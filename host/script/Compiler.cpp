@@ -443,7 +443,7 @@ void Compiler::CloseBranch() {
 
 // The If's opening instruction. A condition that is a comparison, or the And of two (as in
 // "[X] >= 2 And [X] <= 5"), is tested where the If opens: the comparisons' truth values and
-// the And's are never stored, which saves three passes over the features of four. The fused
+// the And's are never stored: one or two passes over the features instead of two or four. The fused
 // test takes the Then branch exactly where the truth value would be True.
 Instruction Compiler::IfOn(const Operand& condition) {
     std::vector<Instruction>& code = m_script.code;

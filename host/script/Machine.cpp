@@ -77,6 +77,16 @@ const std::int64_t* Machine::EmptyFlags(std::uint32_t slot) const {
 
 namespace {
 
+// Runs `loop` with the right operand as a function of the lane. A constant on the right (the
+// usual "[FIELD] <= 5") stays in a register, and whatever the loop checks of it is done once,
+// out of the loop.
+template <typename Loop> auto WithRight(const Slot& slot, const double* values, Loop loop) {
+    if (slot.kind == SlotKind::kConstant) {
+        return loop([constant = column::Splat(slot.value)](std::size_t) { return constant; });
+    }
+    return loop([values](std::size_t i) { return column::Load(values + i); });
+}
+
 // One operation over the lanes; `right` gives the right operand's vector at a lane.
 template <typename Op, typename Right>
 Bits ColumnLoop(const double* left, Right right, double* result, std::size_t lanes,
@@ -98,18 +108,9 @@ int Machine::Vector(const Instruction& instruction, std::size_t lanes, const std
     const double* left = Values(instruction.a);
     const double* right = Values(instruction.b);
     double* result = Values(instruction.dst); // never an operand's slot
-    // A constant on the right (the usual "[FIELD] <= 5") stays in a register, and whatever the
-    // operation checks of it is done once, out of the loop.
-    const Slot& rightSlot = m_script.slots[instruction.b];
-    const Bits failed =
-        rightSlot.kind == SlotKind::kConstant
-            ? ColumnLoop<Op>(
-                  left,
-                  [constant = column::Splat(rightSlot.value)](std::size_t) { return constant; },
-                  result, lanes, mask)
-            : ColumnLoop<Op>(
-                  left, [right](std::size_t i) { return column::Load(right + i); }, result, lanes,
-                  mask);
+    const Bits failed = WithRight(m_script.slots[instruction.b], right, [&](auto rightAt) {
+        return ColumnLoop<Op>(left, rightAt, result, lanes, mask);
+    });
     if ((failed[0] | failed[1]) == 0) {
         return kNoError;
     }
@@ -173,40 +174,28 @@ void TestLoop(const double* left, Right right, std::size_t lanes, const std::int
 
 } // namespace
 
-template <typename Holds>
-void Machine::TestColumns(std::uint32_t a, std::uint32_t b, std::size_t lanes,
-                          const std::int64_t* open, const std::int64_t* within, std::int64_t* taken,
-                          std::int64_t* remaining) {
-    const double* left = Values(a);
-    const double* right = Values(b);
-    const Slot& rightSlot = m_script.slots[b];
-    if (rightSlot.kind == SlotKind::kConstant) {
-        TestLoop<Holds>(
-            left, [constant = column::Splat(rightSlot.value)](std::size_t) { return constant; },
-            lanes, open, within, taken, remaining);
-    } else {
-        TestLoop<Holds>(
-            left, [right](std::size_t i) { return column::Load(right + i); }, lanes, open, within,
-            taken, remaining);
-    }
-}
-
 void Machine::Test(OpCode comparison, std::uint32_t a, std::uint32_t b, std::size_t lanes,
                    const std::int64_t* open, const std::int64_t* within, std::int64_t* taken,
                    std::int64_t* remaining) {
+    const double* left = Values(a);
+    const auto test = [&](auto holds) {
+        WithRight(m_script.slots[b], Values(b), [&](auto rightAt) {
+            TestLoop<decltype(holds)>(left, rightAt, lanes, open, within, taken, remaining);
+        });
+    };
     switch (comparison) {
     case OpCode::kEqual:
-        return TestColumns<HoldsEqual>(a, b, lanes, open, within, taken, remaining);
+        return test(HoldsEqual{});
     case OpCode::kNotEqual:
-        return TestColumns<HoldsNotEqual>(a, b, lanes, open, within, taken, remaining);
+        return test(HoldsNotEqual{});
     case OpCode::kLess:
-        return TestColumns<HoldsLess>(a, b, lanes, open, within, taken, remaining);
+        return test(HoldsLess{});
     case OpCode::kGreater:
-        return TestColumns<HoldsGreater>(a, b, lanes, open, within, taken, remaining);
+        return test(HoldsGreater{});
     case OpCode::kLessOrEqual:
-        return TestColumns<HoldsLessOrEqual>(a, b, lanes, open, within, taken, remaining);
+        return test(HoldsLessOrEqual{});
     default:
-        return TestColumns<HoldsGreaterOrEqual>(a, b, lanes, open, within, taken, remaining);
+        return test(HoldsGreaterOrEqual{});
     }
 }
 

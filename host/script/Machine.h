@@ -40,9 +40,6 @@ private:
     void Test(OpCode comparison, std::uint32_t a, std::uint32_t b, std::size_t lanes,
               const std::int64_t* open, const std::int64_t* within, std::int64_t* taken,
               std::int64_t* remaining);
-    template <typename Holds>
-    void TestColumns(std::uint32_t a, std::uint32_t b, std::size_t lanes, const std::int64_t* open,
-                     const std::int64_t* within, std::int64_t* taken, std::int64_t* remaining);
     // Where the "still Empty" flags of a slot's values come from: the variable's own flags, or
     // none or all for other slots.
     const std::int64_t* EmptyFlags(std::uint32_t slot) const;
