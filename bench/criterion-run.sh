@@ -83,10 +83,15 @@ case_sql="SELECT *, CASE WHEN SLOPE IS NULL THEN NULL WHEN SLOPE <= 2 THEN 0
   WHEN SLOPE <= 5 THEN (SLOPE - 2) / 3.0 WHEN SLOPE <= 15 THEN 1
   WHEN SLOPE <= 25 THEN (25 - SLOPE) / 10.0 ELSE 0 END AS FZY_SLOPE FROM big"
 
+# Each timed command starts on a quiet disk, its table at rest as a user's table is: without
+# the sync, the command shares the device with the writeback of what the preparation just wrote
+# (the restored 53 MB table), and a run that replaces that table must also wait for its pages
+# still being written before it can free them. That case is timed too, apart, with no goal.
 nothing() { :; }
-drop_copy() { rm -f copy.dbf; }
-restore_big() { restore big; }
-drop_ogr() { rm -rf ogr_out; restore big; }
+drop_copy() { rm -f copy.dbf; sync; }
+restore_big_busy() { restore big; }
+restore_big() { restore big; sync; }
+drop_ogr() { rm -rf ogr_out; restore big; sync; }
 sync_copy() { cp --reflink=never big.dbf.orig copy.dbf && sync copy.dbf; }
 
 run_big=("$q" run big.shp --field SLOPE --kind 5 -a 2 -b 5 -c 15 -d 25)
@@ -94,6 +99,7 @@ t_cp=$(best_of_5 drop_copy cp --reflink=never big.dbf.orig copy.dbf)
 t_cp_sync=$(best_of_5 drop_copy sync_copy)
 t_start=$(best_of_5 nothing "$q" --version)
 t_quorel=$(best_of_5 restore_big "${run_big[@]}")
+t_quorel_busy=$(best_of_5 restore_big_busy "${run_big[@]}")
 t_ogr=$(best_of_5 drop_ogr ogr2ogr -f "ESRI Shapefile" ogr_out big.shp -dialect SQLite -sql "$case_sql")
 
 restore_small() { restore small; }
@@ -108,6 +114,7 @@ printf '%-46s %8s s\n' "cp of the .dbf (floor)" "$t_cp"
 printf '%-46s %8s s\n' "cp of the .dbf + fsync (durable floor)" "$t_cp_sync"
 printf '%-46s %8s s\n' "quorel --version (process start)" "$t_start"
 printf '%-46s %8s s\n' "quorel run, trapezoid on SLOPE" "$t_quorel"
+printf '%-46s %8s s\n' "  the same, table just written (no sync)" "$t_quorel_busy"
 printf '%-46s %8s s\n' "ogr2ogr -dialect SQLite CASE" "$t_ogr"
 echo
 echo "quorel run / cp            = $(ratio "$t_quorel" "$t_cp")   (goal: at most 3)"

@@ -6,8 +6,11 @@
 #include "util/Error.h"
 #include "util/NumberText.h"
 
+#include <cstdint>
+#include <cstring>
 #include <memory>
 #include <optional>
+#include <unordered_map>
 #include <vector>
 
 namespace quorel::host::gdal {
@@ -48,6 +51,102 @@ const DbfField& NumericColumn(const DbfHeader& header, const std::string& name) 
     return field;
 }
 
+// What one thread remembers of the input texts it has met: per text, the script's value and the
+// output text written for it. A script that reads one field and nothing else gives records with
+// the same text in that field the same output text, since nothing passes from one feature to
+// the next; where a table repeats its values, as fields kept to a few decimals or holding
+// classes do, most records are then a lookup and a copy. Bounded, so that memory does not grow
+// with the table: past the bound, new texts are remembered for the current batch only.
+class RepeatMemo {
+public:
+    static constexpr std::size_t kTextBytes = 32;
+
+    struct Key {
+        std::uint64_t low = 0;
+        std::uint64_t high = 0;
+        bool operator==(const Key&) const = default;
+    };
+    struct Entry {
+        double value = 0.0;
+        bool isNull = false;
+        bool written = false; // text holds the output text
+        char text[kTextBytes];
+    };
+
+    RepeatMemo() : m_slots(kSlots, 0) {}
+
+    // The entry of the key; a new key gets a new entry, unevaluated, and `added` is set.
+    std::uint32_t Find(const Key& key, bool& added) {
+        if (m_lasting == kMaxEntries) {
+            // Full: the lasting entries are still found; new keys last until Forget.
+            std::size_t slot = SlotOf(key);
+            while (m_slots[slot] != 0) {
+                if (m_keys[m_slots[slot] - 1] == key) {
+                    added = false;
+                    return m_slots[slot] - 1;
+                }
+                slot = (slot + 1) & (kSlots - 1);
+            }
+            return AddTemporary(key, added);
+        }
+        std::size_t slot = SlotOf(key);
+        while (m_slots[slot] != 0) {
+            if (m_keys[m_slots[slot] - 1] == key) {
+                added = false;
+                return m_slots[slot] - 1;
+            }
+            slot = (slot + 1) & (kSlots - 1);
+        }
+        added = true;
+        m_keys.push_back(key);
+        m_entries.emplace_back();
+        m_slots[slot] = static_cast<std::uint32_t>(m_entries.size());
+        ++m_lasting;
+        return static_cast<std::uint32_t>(m_entries.size() - 1);
+    }
+
+    Entry& operator[](std::uint32_t index) { return m_entries[index]; }
+
+    // Drops the entries that were for the current batch only.
+    void Forget() {
+        m_keys.resize(m_lasting);
+        m_entries.resize(m_lasting);
+        m_temporary.clear();
+    }
+
+private:
+    static constexpr std::size_t kSlots = std::size_t{1} << 14;
+    static constexpr std::size_t kMaxEntries = kSlots / 2; // at most half full: short probes
+
+    static std::size_t SlotOf(const Key& key) {
+        const std::uint64_t mixed =
+            key.low * 0x9E3779B97F4A7C15 + (key.high ^ (key.low >> 29)) * 0xC2B2AE3D27D4EB4F;
+        return static_cast<std::size_t>(mixed >> 50);
+    }
+
+    // Within a batch, repeats of a new key past the bound still share its entry.
+    std::uint32_t AddTemporary(const Key& key, bool& added) {
+        const auto [found, isNew] =
+            m_temporary.try_emplace(key, static_cast<std::uint32_t>(m_entries.size()));
+        added = isNew;
+        if (isNew) {
+            m_keys.push_back(key);
+            m_entries.emplace_back();
+        }
+        return found->second;
+    }
+
+    struct KeyHash {
+        std::size_t operator()(const Key& key) const { return SlotOf(key); }
+    };
+
+    std::vector<std::uint32_t> m_slots; // 0: free; else the entry's index + 1
+    std::vector<Key> m_keys;            // per entry
+    std::vector<Entry> m_entries;
+    std::size_t m_lasting = 0; // entries kept from batch to batch: the first ones
+    std::unordered_map<Key, std::uint32_t, KeyHash> m_temporary;
+};
+
 // Fills the output column of a batch of records with the script's value per record.
 class ScriptFiller final : public DbfColumnFiller {
 public:
@@ -61,6 +160,13 @@ public:
             } else {
                 m_inputs.emplace_back(NumericColumn(layout, name));
             }
+        }
+        // One field and nothing else read, and texts short enough to keep.
+        if (m_inputs.size() == 1 && m_inputs[0]) {
+            const DbfField& input = NumericColumn(layout, program.FieldNames()[0]);
+            m_memoable = input.length <= 16 && m_output.length <= RepeatMemo::kTextBytes;
+            m_keyOffset = input.offset;
+            m_keyLength = input.length;
         }
     }
 
@@ -76,6 +182,10 @@ public:
         std::vector<script::Column> inputs;
         std::vector<const script::Column*> inputPointers;
         script::Column output;
+        RepeatMemo memo;
+        bool remembering = true;             // until a batch shows too few repeats
+        std::vector<std::uint32_t> entryOf;  // per record of the batch
+        std::vector<std::size_t> newRecords; // the first record of each new text
     };
 
     std::unique_ptr<Scratch> NewScratch() const override {
@@ -90,6 +200,21 @@ public:
             scratch = own.get();
         }
         Work& work = static_cast<Work&>(*scratch);
+        if (m_memoable && work.remembering) {
+            try {
+                FillRemembering(count, records, work);
+            } catch (...) {
+                // Entries of the failed batch have no text yet: remember nothing more.
+                work.remembering = false;
+                throw;
+            }
+            return;
+        }
+        FillEach(firstRecord, count, records, work);
+    }
+
+private:
+    void FillEach(std::size_t firstRecord, std::size_t count, char* records, Work& work) const {
         for (std::size_t k = 0; k < m_inputs.size(); ++k) {
             script::Column& input = work.inputs[k];
             input.resize(count);
@@ -111,19 +236,104 @@ public:
             if (DbfBatchFile::IsDeleted(record)) {
                 continue;
             }
-            char* destination = record + m_output.offset;
-            if (output.isNull[r] != 0) {
-                FormatDbfNumber(std::nullopt, m_output, destination);
-            } else if (!FormatDbfNumber(output.values[r], m_output, destination)) {
-                throw Error(error_number::kOverflow, kSource,
-                            "Overflow: " + util::FormatNumber(output.values[r]) +
-                                " does not fit the field " + m_outputName + " (" +
-                                std::to_string(m_output.length) + " characters)");
-            }
+            Format(output.values[r], output.isNull[r] != 0, record + m_output.offset);
         }
     }
 
-private:
+    // As FillEach, the script run once per new input text. The new texts are evaluated in the
+    // order they first come, deleted records' too, and the values are written in record order,
+    // so that a failure is the one FillEach would meet first.
+    void FillRemembering(std::size_t count, char* records, Work& work) const {
+        RepeatMemo& memo = work.memo;
+        work.entryOf.resize(count);
+        work.newRecords.clear();
+        const char* const end = records + count * m_recordLength;
+        for (std::size_t r = 0; r < count; ++r) {
+            bool added = false;
+            work.entryOf[r] = memo.Find(KeyAt(Record(records, r) + m_keyOffset, end), added);
+            if (added) {
+                work.newRecords.push_back(r);
+            }
+        }
+
+        const std::size_t fresh = work.newRecords.size();
+        if (fresh > 0) {
+            script::Column& input = work.inputs[0];
+            input.resize(fresh);
+            for (std::size_t i = 0; i < fresh; ++i) {
+                const std::optional<double> value =
+                    (*m_inputs[0])(Record(records, work.newRecords[i]));
+                input.values[i] = value.value_or(0.0);
+                input.isNull[i] = value ? 0 : 1;
+            }
+            work.output.resize(fresh);
+            work.evaluator.Evaluate(work.inputPointers, work.output);
+            for (std::size_t i = 0; i < fresh; ++i) {
+                RepeatMemo::Entry& entry = memo[work.entryOf[work.newRecords[i]]];
+                entry.value = work.output.values[i];
+                entry.isNull = work.output.isNull[i] != 0;
+            }
+        }
+
+        const std::size_t length = m_output.length;
+        for (std::size_t r = 0; r < count; ++r) {
+            char* record = Record(records, r);
+            if (DbfBatchFile::IsDeleted(record)) {
+                continue;
+            }
+            char* destination = record + m_output.offset;
+            RepeatMemo::Entry& entry = memo[work.entryOf[r]];
+            if (entry.written) {
+                CopyText(destination, entry.text, length);
+                continue;
+            }
+            Format(entry.value, entry.isNull, destination);
+            CopyText(entry.text, destination, length);
+            entry.written = true;
+        }
+        memo.Forget();
+        // Mostly new texts: looking them up costs more than it saves.
+        if (fresh * 2 > count) {
+            work.remembering = false;
+        }
+    }
+
+    // The field's bytes, in two words: whole words where the batch goes on for 16 bytes.
+    RepeatMemo::Key KeyAt(const char* field, const char* end) const {
+        std::uint64_t words[2] = {0, 0};
+        if (end - field >= 16) {
+            std::memcpy(words, field, 16);
+            if (m_keyLength < 16) {
+                const std::size_t bits = 8 * m_keyLength;
+                words[1] &= bits <= 64 ? 0 : (std::uint64_t{1} << (bits - 64)) - 1;
+                words[0] &= bits >= 64 ? ~std::uint64_t{0} : (std::uint64_t{1} << bits) - 1;
+            }
+        } else {
+            std::memcpy(words, field, m_keyLength);
+        }
+        return {words[0], words[1]};
+    }
+
+    // Copies a text of at most RepeatMemo::kTextBytes in at most two moves of 16 bytes.
+    static void CopyText(char* destination, const char* source, std::size_t length) {
+        if (length >= 16) {
+            std::memcpy(destination, source, 16);
+            std::memcpy(destination + length - 16, source + length - 16, 16);
+        } else {
+            std::memcpy(destination, source, length);
+        }
+    }
+
+    void Format(double value, bool isNull, char* destination) const {
+        if (isNull) {
+            FormatDbfNumber(std::nullopt, m_output, destination);
+        } else if (!FormatDbfNumber(value, m_output, destination)) {
+            throw Error(error_number::kOverflow, kSource,
+                        "Overflow: " + util::FormatNumber(value) + " does not fit the field " +
+                            m_outputName + " (" + std::to_string(m_output.length) + " characters)");
+        }
+    }
+
     char* Record(char* records, std::size_t index) const {
         return records + index * m_recordLength;
     }
@@ -133,6 +343,9 @@ private:
     DbfField m_output;
     std::string m_outputName;
     std::size_t m_recordLength;
+    bool m_memoable = false; // whether records may share the output of the same input text
+    std::size_t m_keyOffset = 0;
+    std::size_t m_keyLength = 0;
 };
 
 } // namespace

@@ -175,5 +175,68 @@ TEST_F(CalculatorTest, withoutPreExpressionTheEmptyValIsStoredAsNull) {
     }
 }
 
+// Tables repeat their values (classes, slopes to two decimals), and features with the same text
+// in the one field a script reads get the same value: whatever the batches, however many texts,
+// in a field just added as in a field filled again.
+TEST(CalculatorRepeatsTest, featuresSharingATextGetItsValue) {
+    testing::ScratchFolder folder;
+    // 10,000 texts, more than a thread keeps from batch to batch, each in three records in a
+    // row; neighbours differ in their last character only; one text in 50 is Null.
+    std::vector<std::vector<Value>> rows;
+    for (int i = 0; i < 30000; ++i) {
+        const int k = i / 3;
+        rows.push_back(
+            {k % 50 == 7 ? Value{} : Value(k * 0.01), Value(static_cast<double>(i % 7))});
+    }
+    testing::MakeShapefile(folder.Path(), "parcels", {{"SLOPE", 'N', 8, 2}, {"OTHER", 'N', 5, 0}},
+                           rows);
+    Application app;
+    const auto layer = app.AddShapefileLayer(folder.File("parcels.shp"));
+    auto field = app.Factory().NewField();
+    field->SetName("OUT");
+    field->SetType(kFieldTypeDouble);
+    layer->FeatureClass()->AddField(*field);
+    auto calculate = [&](const std::string& pre) {
+        auto calculator = std::dynamic_pointer_cast<Calculator>(app.Factory().NewCalculator());
+        ASSERT_NE(calculator, nullptr);
+        calculator->SetBatchBytes(64 << 10); // about 2,000 records: a third of them new texts
+        calculator->SetThreads(1);
+        calculator->SetCursor(layer->FeatureClass()->Search(true));
+        calculator->SetPreExpression(pre);
+        calculator->SetExpression("Val");
+        calculator->SetField("OUT");
+        calculator->Calculate();
+    };
+
+    // The singleton gives Null texts a value (its Else), the trapezoids leave them Null.
+    for (const KindCase& k : {KindCase{criterion::Trapezoid, 10.0, 30.0, 60.0, 90.0},
+                              KindCase{criterion::Trapezoid, 0.0, 20.0, 40.0, 100.0},
+                              KindCase{criterion::Singleton, 12.34, 0.0, 0.0, 0.0}}) {
+        SCOPED_TRACE(k.kind);
+        calculate(*criterion::BuildPreExpression(k.kind, "SLOPE", k.a, k.b, k.c, k.d));
+        const testing::GdalTable table = testing::ReadWithGdal(folder.File("parcels.shp"));
+        ASSERT_EQ(table.rows.size(), rows.size());
+        for (std::size_t i = 0; i < table.rows.size(); ++i) {
+            if (IsNull(table.rows[i][0])) {
+                ASSERT_EQ(table.rows[i][2], k.kind == criterion::Singleton ? Value(1.0) : Value{})
+                    << i;
+                continue;
+            }
+            const double x = std::get<double>(table.rows[i][0]);
+            ASSERT_EQ(table.rows[i][2],
+                      Value(Stored(criterion::Membership(k.kind, x, k.a, k.b, k.c, k.d))))
+                << i;
+        }
+    }
+
+    // A text that fails fails wherever it first comes.
+    try {
+        calculate("Val = 1 / ([SLOPE] - 50)");
+        FAIL();
+    } catch (const Error& e) {
+        EXPECT_EQ(e.Number(), error_number::kDivisionByZero);
+    }
+}
+
 } // namespace
 } // namespace quorel::host::gdal
