@@ -10,7 +10,6 @@
 #include <cstring>
 #include <memory>
 #include <optional>
-#include <unordered_map>
 #include <vector>
 
 namespace quorel::host::gdal {
@@ -56,7 +55,7 @@ const DbfField& NumericColumn(const DbfHeader& header, const std::string& name) 
 // the same text in that field the same output text, since nothing passes from one feature to
 // the next; where a table repeats its values, as fields kept to a few decimals or holding
 // classes do, most records are then a lookup and a copy. Bounded, so that memory does not grow
-// with the table: past the bound, new texts are remembered for the current batch only.
+// with the table: past the bound, a new text gets an entry of its record's own, for the batch.
 class RepeatMemo {
 public:
     static constexpr std::size_t kTextBytes = 32;
@@ -77,18 +76,6 @@ public:
 
     // The entry of the key; a new key gets a new entry, unevaluated, and `added` is set.
     std::uint32_t Find(const Key& key, bool& added) {
-        if (m_lasting == kMaxEntries) {
-            // Full: the lasting entries are still found; new keys last until Forget.
-            std::size_t slot = SlotOf(key);
-            while (m_slots[slot] != 0) {
-                if (m_keys[m_slots[slot] - 1] == key) {
-                    added = false;
-                    return m_slots[slot] - 1;
-                }
-                slot = (slot + 1) & (kSlots - 1);
-            }
-            return AddTemporary(key, added);
-        }
         std::size_t slot = SlotOf(key);
         while (m_slots[slot] != 0) {
             if (m_keys[m_slots[slot] - 1] == key) {
@@ -98,21 +85,19 @@ public:
             slot = (slot + 1) & (kSlots - 1);
         }
         added = true;
-        m_keys.push_back(key);
         m_entries.emplace_back();
-        m_slots[slot] = static_cast<std::uint32_t>(m_entries.size());
-        ++m_lasting;
+        if (m_lasting < kMaxEntries) {
+            m_keys.push_back(key);
+            m_slots[slot] = static_cast<std::uint32_t>(m_entries.size());
+            ++m_lasting;
+        }
         return static_cast<std::uint32_t>(m_entries.size() - 1);
     }
 
     Entry& operator[](std::uint32_t index) { return m_entries[index]; }
 
-    // Drops the entries that were for the current batch only.
-    void Forget() {
-        m_keys.resize(m_lasting);
-        m_entries.resize(m_lasting);
-        m_temporary.clear();
-    }
+    // Drops the entries that were for the current batch only, past the bound.
+    void Forget() { m_entries.resize(m_lasting); }
 
 private:
     static constexpr std::size_t kSlots = std::size_t{1} << 14;
@@ -124,27 +109,10 @@ private:
         return static_cast<std::size_t>(mixed >> 50);
     }
 
-    // Within a batch, repeats of a new key past the bound still share its entry.
-    std::uint32_t AddTemporary(const Key& key, bool& added) {
-        const auto [found, isNew] =
-            m_temporary.try_emplace(key, static_cast<std::uint32_t>(m_entries.size()));
-        added = isNew;
-        if (isNew) {
-            m_keys.push_back(key);
-            m_entries.emplace_back();
-        }
-        return found->second;
-    }
-
-    struct KeyHash {
-        std::size_t operator()(const Key& key) const { return SlotOf(key); }
-    };
-
     std::vector<std::uint32_t> m_slots; // 0: free; else the entry's index + 1
-    std::vector<Key> m_keys;            // per entry
-    std::vector<Entry> m_entries;
-    std::size_t m_lasting = 0; // entries kept from batch to batch: the first ones
-    std::unordered_map<Key, std::uint32_t, KeyHash> m_temporary;
+    std::vector<Key> m_keys;            // per lasting entry
+    std::vector<Entry> m_entries;       // the lasting entries first
+    std::size_t m_lasting = 0;
 };
 
 // Fills the output column of a batch of records with the script's value per record.
@@ -202,13 +170,14 @@ public:
         Work& work = static_cast<Work&>(*scratch);
         if (m_memoable && work.remembering) {
             try {
-                FillRemembering(count, records, work);
+                if (FillRemembering(count, records, work)) {
+                    return;
+                }
             } catch (...) {
                 // Entries of the failed batch have no text yet: remember nothing more.
                 work.remembering = false;
                 throw;
             }
-            return;
         }
         FillEach(firstRecord, count, records, work);
     }
@@ -242,8 +211,10 @@ private:
 
     // As FillEach, the script run once per new input text. The new texts are evaluated in the
     // order they first come, deleted records' too, and the values are written in record order,
-    // so that a failure is the one FillEach would meet first.
-    void FillRemembering(std::size_t count, char* records, Work& work) const {
+    // so that a failure is the one FillEach would meet first. A batch where more than half the
+    // records bring a new text is left to FillEach (false), and the thread remembers no more:
+    // looking texts up would cost more than it saves.
+    bool FillRemembering(std::size_t count, char* records, Work& work) const {
         RepeatMemo& memo = work.memo;
         work.entryOf.resize(count);
         work.newRecords.clear();
@@ -253,6 +224,10 @@ private:
             work.entryOf[r] = memo.Find(KeyAt(Record(records, r) + m_keyOffset, end), added);
             if (added) {
                 work.newRecords.push_back(r);
+                if (work.newRecords.size() * 2 > count) {
+                    work.remembering = false; // entries left unevaluated: never read again
+                    return false;
+                }
             }
         }
 
@@ -292,10 +267,7 @@ private:
             entry.written = true;
         }
         memo.Forget();
-        // Mostly new texts: looking them up costs more than it saves.
-        if (fresh * 2 > count) {
-            work.remembering = false;
-        }
+        return true;
     }
 
     // The field's bytes, in two words: whole words where the batch goes on for 16 bytes.

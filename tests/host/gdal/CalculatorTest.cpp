@@ -180,13 +180,16 @@ TEST_F(CalculatorTest, withoutPreExpressionTheEmptyValIsStoredAsNull) {
 // in a field just added as in a field filled again.
 TEST(CalculatorRepeatsTest, featuresSharingATextGetItsValue) {
     testing::ScratchFolder folder;
-    // 10,000 texts, more than a thread keeps from batch to batch, each in three records in a
-    // row; neighbours differ in their last character only; one text in 50 is Null.
+    // One record in three has a text of its own, 10,000 in all, more than a thread keeps from
+    // batch to batch; neighbours differ in their last character only. The others repeat 97
+    // texts. Some texts of each are Null.
     std::vector<std::vector<Value>> rows;
     for (int i = 0; i < 30000; ++i) {
-        const int k = i / 3;
-        rows.push_back(
-            {k % 50 == 7 ? Value{} : Value(k * 0.01), Value(static_cast<double>(i % 7))});
+        const int own = i / 3;
+        const int shared = i % 97;
+        const Value slope = i % 3 == 0 ? (own % 50 == 7 ? Value{} : Value(own * 0.01))
+                                       : (shared == 5 ? Value{} : Value(shared * 0.37));
+        rows.push_back({slope, Value(static_cast<double>(i % 7))});
     }
     testing::MakeShapefile(folder.Path(), "parcels", {{"SLOPE", 'N', 8, 2}, {"OTHER", 'N', 5, 0}},
                            rows);
