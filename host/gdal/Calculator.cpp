@@ -122,19 +122,19 @@ public:
         : m_program(program), m_output(NumericColumn(layout, output)),
           m_outputName(std::move(output)), m_recordLength(layout.recordLength) {
         // Each referenced name is a numeric column, or FID, the record's number.
+        const DbfField* field = nullptr;
         for (const std::string& name : program.FieldNames()) {
             if (name == "FID" && !layout.Find(name)) {
                 m_inputs.emplace_back(std::nullopt);
             } else {
-                m_inputs.emplace_back(NumericColumn(layout, name));
+                field = &NumericColumn(layout, name);
+                m_inputs.emplace_back(*field);
             }
         }
         // One field and nothing else read, and texts short enough to keep.
-        if (m_inputs.size() == 1 && m_inputs[0]) {
-            const DbfField& input = NumericColumn(layout, program.FieldNames()[0]);
-            m_memoable = input.length <= 16 && m_output.length <= RepeatMemo::kTextBytes;
-            m_keyOffset = input.offset;
-            m_keyLength = input.length;
+        if (m_inputs.size() == 1 && field != nullptr && field->length <= 16 &&
+            m_output.length <= RepeatMemo::kTextBytes) {
+            m_key = *field;
         }
     }
 
@@ -168,7 +168,7 @@ public:
             scratch = own.get();
         }
         Work& work = static_cast<Work&>(*scratch);
-        if (m_memoable && work.remembering) {
+        if (m_key && work.remembering) {
             try {
                 if (FillRemembering(count, records, work)) {
                     return;
@@ -221,7 +221,7 @@ private:
         const char* const end = records + count * m_recordLength;
         for (std::size_t r = 0; r < count; ++r) {
             bool added = false;
-            work.entryOf[r] = memo.Find(KeyAt(Record(records, r) + m_keyOffset, end), added);
+            work.entryOf[r] = memo.Find(KeyAt(Record(records, r) + m_key->offset, end), added);
             if (added) {
                 work.newRecords.push_back(r);
                 if (work.newRecords.size() * 2 > count) {
@@ -272,16 +272,17 @@ private:
 
     // The field's bytes, in two words: whole words where the batch goes on for 16 bytes.
     RepeatMemo::Key KeyAt(const char* field, const char* end) const {
+        const std::size_t keyLength = m_key->length;
         std::uint64_t words[2] = {0, 0};
         if (end - field >= 16) {
             std::memcpy(words, field, 16);
-            if (m_keyLength < 16) {
-                const std::size_t bits = 8 * m_keyLength;
+            if (keyLength < 16) {
+                const std::size_t bits = 8 * keyLength;
                 words[1] &= bits <= 64 ? 0 : (std::uint64_t{1} << (bits - 64)) - 1;
                 words[0] &= bits >= 64 ? ~std::uint64_t{0} : (std::uint64_t{1} << bits) - 1;
             }
         } else {
-            std::memcpy(words, field, m_keyLength);
+            std::memcpy(words, field, keyLength);
         }
         return {words[0], words[1]};
     }
@@ -315,9 +316,8 @@ private:
     DbfField m_output;
     std::string m_outputName;
     std::size_t m_recordLength;
-    bool m_memoable = false; // whether records may share the output of the same input text
-    std::size_t m_keyOffset = 0;
-    std::size_t m_keyLength = 0;
+    // The one field read, where records may share the output of the same text in it.
+    std::optional<DbfField> m_key;
 };
 
 } // namespace
