@@ -1,18 +1,13 @@
 #include "criterion/Membership.h"
 
-#include "ScriptInterpreter.h"
 #include "criterion/Parameters.h"
-#include "criterion/Script.h"
 #include "util/Error.h"
 
 #include <gtest/gtest.h>
 
 #include <ostream>
 
-#include <bit>
 #include <cmath>
-#include <random>
-#include <stdexcept>
 #include <vector>
 
 namespace {
@@ -112,55 +107,5 @@ TEST(MembershipTest, resultsBeyondTheDoubleRangeOverflow) {
         EXPECT_EQ(e.Number(), 6);
     }
 }
-
-// Draws parameters in order (often equal or on round numbers) and values around them.
-class ScriptAgreementTest : public ::testing::TestWithParam<int> {};
-
-TEST_P(ScriptAgreementTest, degreesAgreeBitForBitWithTheScriptsStatements) {
-    const int kind = GetParam();
-    std::mt19937_64 random(20261123u + static_cast<unsigned>(kind));
-    std::uniform_real_distribution<double> spread(-1000, 1000);
-    std::uniform_int_distribution<int> pick(0, 5);
-    int compared = 0;
-    for (int trial = 0; trial < 300; ++trial) {
-        std::vector<double> typed(4);
-        for (auto& v : typed) {
-            v = pick(random) == 0 ? std::round(spread(random)) : spread(random) / 7.0;
-        }
-        std::sort(typed.begin(), typed.end());
-        double a = typed[0], b = typed[1], c = typed[2], d = typed[3];
-        if (kind == 4) {
-            a = typed[0];
-            b = typed[1];
-        }
-        CompleteParameters(kind, a, b, c, d);
-        const auto script = quorel::criterion::BuildPreExpression(kind, "V", a, b, c, d);
-        ASSERT_TRUE(script);
-        const MembershipFunction f(kind, a, b, c, d);
-        std::vector<double> values = {f.A(),
-                                      f.B(),
-                                      f.C(),
-                                      f.D(),
-                                      spread(random),
-                                      std::nextafter(f.A(), 1e300),
-                                      std::nextafter(f.B(), -1e300),
-                                      std::nextafter(f.C(), 1e300),
-                                      std::nextafter(f.D(), -1e300)};
-        for (int i = 0; i < 20; ++i) {
-            values.push_back(spread(random));
-        }
-        for (const double x : values) {
-            const auto expected = quorel::test::EvaluateScript(*script, "V", x);
-            ASSERT_TRUE(expected) << *script;
-            EXPECT_EQ(std::bit_cast<std::uint64_t>(f(x)), std::bit_cast<std::uint64_t>(*expected))
-                << "kind " << kind << " x=" << x << "\n"
-                << *script;
-            ++compared;
-        }
-    }
-    EXPECT_GT(compared, 5000);
-}
-
-INSTANTIATE_TEST_SUITE_P(Kinds, ScriptAgreementTest, ::testing::Values(1, 2, 3, 4, 5));
 
 } // namespace
