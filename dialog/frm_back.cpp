@@ -1,8 +1,8 @@
 #include "dialog/frm_back.h"
 
+#include "criterion/FieldStatistics.h"
 #include "criterion/FuzzyKind.h"
 #include "dialog/CurrentTexts.h"
-#include "dialog/FieldStatistics.h"
 #include "dialog/Pictures.h"
 #include "dialog/Statistiques.h"
 #include "errors/ErrorLog.h"
@@ -553,10 +553,11 @@ void frm_back::cmdStats_Click() {
             m_fields->ListIndex() == -1 ? std::nullopt : std::optional(m_fields->Text());
         const CurrentTexts texts(m_context.module1);
         int stepMarker = -1;
-        std::optional<FieldStatistics> result;
+        std::optional<criterion::FieldStatistics> result;
         try {
-            result = ComputeFieldStatistics(m_context.state.g_app.get(), m_shapes->Text(), field,
-                                            texts, util::DecimalSeparator(), stepMarker);
+            result = criterion::ComputeFieldStatistics(m_context.state.g_app.get(),
+                                                       m_shapes->Text(), field, texts,
+                                                       util::DecimalSeparator(), stepMarker);
         } catch (...) {
             markerSet = stepMarker >= 0;
             marker = stepMarker;

@@ -5,7 +5,7 @@
 #include "apps/quorel/CliTexts.h"
 #include "apps/quorel/Subcommand.h"
 
-#include "dialog/FieldStatistics.h"
+#include "criterion/FieldStatistics.h"
 #include "host/gdal/Application.h"
 #include "util/StringFunctions.h"
 
@@ -26,8 +26,8 @@ int Run(const std::vector<std::string>& arguments) {
     const auto layer = app->AddShapefileLayer(args.Positionals()[0]);
     int marker = 0;
     const auto statistics =
-        dialog::ComputeFieldStatistics(app.get(), layer->Name(), args.Positionals()[1], CliTexts(),
-                                       util::DecimalSeparator(), marker);
+        criterion::ComputeFieldStatistics(app.get(), layer->Name(), args.Positionals()[1],
+                                          CliTexts(), util::DecimalSeparator(), marker);
     for (const std::string& line : statistics->lines) {
         std::cout << line << "\n";
     }

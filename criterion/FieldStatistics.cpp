@@ -1,4 +1,4 @@
-#include "dialog/FieldStatistics.h"
+#include "criterion/FieldStatistics.h"
 
 #include "util/Error.h"
 #include "util/NumberText.h"
@@ -6,7 +6,7 @@
 
 #include <memory>
 
-namespace quorel::dialog {
+namespace quorel::criterion {
 
 namespace {
 
@@ -126,4 +126,4 @@ std::optional<FieldStatistics> ComputeFieldStatistics(host::IApplication* app,
     return result;
 }
 
-} // namespace quorel::dialog
+} // namespace quorel::criterion

@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-namespace quorel::dialog {
+namespace quorel::criterion {
 
 // At most this many distinct values are listed; more give the single line "Nb > 100".
 inline constexpr std::int32_t kMaxListedValues = 100;
@@ -41,4 +41,4 @@ std::optional<FieldStatistics> ComputeFieldStatistics(host::IApplication* app,
                                                       const util::ITextSource& texts,
                                                       char decimalMark, int& stepMarker);
 
-} // namespace quorel::dialog
+} // namespace quorel::criterion
