@@ -118,6 +118,10 @@ struct KindCase {
     std::array<std::string, 4> boxes;
 };
 
+void PrintTo(const KindCase& c, std::ostream* os) {
+    *os << "kind " << c.kind;
+}
+
 class RunKindTest : public RunCriterionTest, public ::testing::WithParamInterface<KindCase> {};
 
 TEST_P(RunKindTest, storesEachDegreeAsMembershipGivesItAndRecordsTheCriterion) {

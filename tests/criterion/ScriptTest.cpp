@@ -18,6 +18,10 @@ struct ScriptCase {
     std::optional<std::string> script; // lines joined by CR LF
 };
 
+void PrintTo(const ScriptCase& c, std::ostream* os) {
+    *os << c.name;
+}
+
 class BuildPreExpressionTest : public ::testing::TestWithParam<ScriptCase> {};
 
 TEST_P(BuildPreExpressionTest, writesTheScriptOfTheKind) {

@@ -186,6 +186,10 @@ struct KindCase {
     std::array<bool, 4> boxes;
 };
 
+void PrintTo(const KindCase& c, std::ostream* os) {
+    *os << "kind " << c.kind;
+}
+
 class KindButtonTest : public DialogTest, public ::testing::WithParamInterface<KindCase> {};
 
 TEST_P(KindButtonTest, clickShowsDiagramAndBoxesAndHoverExplains) {

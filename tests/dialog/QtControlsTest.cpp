@@ -29,6 +29,10 @@ struct BoxCase {
     std::string expectedTitle;
 };
 
+void PrintTo(const BoxCase& c, std::ostream* os) {
+    *os << "icon " << static_cast<int>(c.icon);
+}
+
 class QtMessageUiTest : public DialogTest, public ::testing::WithParamInterface<BoxCase> {};
 
 TEST_P(QtMessageUiTest, showsOneOkButtonWithIconAndTitle) {
@@ -166,6 +170,10 @@ struct PictureCase {
     int id;
     QSize size;
 };
+
+void PrintTo(const PictureCase& c, std::ostream* os) {
+    *os << "bitmap " << c.id;
+}
 
 class PictureTest : public DialogTest, public ::testing::WithParamInterface<PictureCase> {};
 

@@ -16,6 +16,10 @@ struct LineInfoCase {
     const char* expected;
 };
 
+void PrintTo(const LineInfoCase& c, std::ostream* os) {
+    *os << "line " << c.line;
+}
+
 class LineInfoTest : public testing::TestWithParam<LineInfoCase> {};
 
 TEST_P(LineInfoTest, printsTheLineOrNothing) {

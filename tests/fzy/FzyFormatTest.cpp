@@ -95,6 +95,10 @@ struct BadFrameCase {
     std::int32_t number;
 };
 
+void PrintTo(const BadFrameCase& c, std::ostream* os) {
+    *os << c.bytes.size() << " bytes, error " << c.number;
+}
+
 class BadFrameTest : public testing::TestWithParam<BadFrameCase> {};
 
 TEST_P(BadFrameTest, liesEndInTheirError) {

@@ -232,6 +232,10 @@ struct CorruptCase {
     bool recordSearchFails;
 };
 
+void PrintTo(const CorruptCase& c, std::ostream* os) {
+    *os << c.name;
+}
+
 Bytes CorruptLength(std::int16_t length) {
     Bytes entry = EncodeNumberEntry(MakeNumber("FZY_A"));
     entry[0] = static_cast<std::uint8_t>(length & 0xFF);

@@ -137,6 +137,10 @@ struct CheckCase {
     bool expected;
 };
 
+void PrintTo(const CheckCase& c, std::ostream* os) {
+    *os << c.name;
+}
+
 class FzyCheckTest : public FzyValidationTest, public testing::WithParamInterface<CheckCase> {};
 
 TEST_P(FzyCheckTest, answersForTheTopLevelLayerOfThatName) {

@@ -12,6 +12,10 @@ struct TagCase {
     ControlTag expected;
 };
 
+void PrintTo(const TagCase& c, std::ostream* os) {
+    *os << ::testing::PrintToString(c.tag);
+}
+
 class ControlTagTest : public testing::TestWithParam<TagCase> {};
 
 TEST_P(ControlTagTest, readsTextIdSuffixAndTooltip) {

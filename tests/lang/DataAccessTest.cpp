@@ -129,6 +129,10 @@ struct BadStatement {
     const char* sql;
 };
 
+void PrintTo(const BadStatement& c, std::ostream* os) {
+    *os << (c.access ? "Access " : "SQLite ") << ::testing::PrintToString(c.sql);
+}
+
 class BadStatementTest : public DataAccessTest, public testing::WithParamInterface<BadStatement> {};
 
 TEST_P(BadStatementTest, raisesError1001WithTheStatementAndThePath) {
@@ -254,6 +258,10 @@ struct ParseCase {
     std::size_t items;
     const char* table;
 };
+
+void PrintTo(const ParseCase& c, std::ostream* os) {
+    *os << ::testing::PrintToString(c.sql);
+}
 
 class SelectStatementTest : public testing::TestWithParam<ParseCase> {};
 

@@ -192,6 +192,10 @@ struct BadTable {
     std::vector<std::string> texts; // the table afterwards; empty when not allocated
 };
 
+void PrintTo(const BadTable& c, std::ostream* os) {
+    *os << c.name;
+}
+
 class BadTableTest : public LanguageTest, public testing::WithParamInterface<BadTable> {};
 
 TEST_P(BadTableTest, showsTheLoadBoxAndKeepsWhatCameBefore) {

@@ -91,6 +91,10 @@ struct BadSource {
     const char* fault; // part of the description
 };
 
+void PrintTo(const BadSource& c, std::ostream* os) {
+    *os << c.name;
+}
+
 class BadSourceTest : public testing::TestWithParam<BadSource> {};
 
 TEST_P(BadSourceTest, isRefusedWithTheLine) {

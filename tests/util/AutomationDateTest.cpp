@@ -14,6 +14,10 @@ struct DateCase {
     const char* text;
 };
 
+void PrintTo(const DateCase& c, std::ostream* os) {
+    *os << c.text;
+}
+
 class GeneralDateTest : public testing::TestWithParam<DateCase> {};
 
 TEST_P(GeneralDateTest, formatsLikeTheGeneralDateFormat) {

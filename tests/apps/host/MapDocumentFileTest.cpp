@@ -93,6 +93,10 @@ struct BadDocument {
     const char* says;
 };
 
+void PrintTo(const BadDocument& c, std::ostream* os) {
+    *os << c.name;
+}
+
 class BadMapDocumentTest : public MapDocumentFileTest,
                            public ::testing::WithParamInterface<BadDocument> {};
 

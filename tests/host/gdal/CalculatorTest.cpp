@@ -63,6 +63,10 @@ struct KindCase {
     double a, b, c, d;
 };
 
+void PrintTo(const KindCase& c, std::ostream* os) {
+    *os << "kind " << c.kind;
+}
+
 class CalculatorKindTest : public CalculatorTest, public ::testing::WithParamInterface<KindCase> {};
 
 TEST_P(CalculatorKindTest, storesEachFeaturesDegreeAsGdalReadsIt) {

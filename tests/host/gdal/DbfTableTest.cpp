@@ -33,6 +33,10 @@ struct FormatCase {
     std::optional<std::string> text; // nullopt: does not fit
 };
 
+void PrintTo(const FormatCase& c, std::ostream* os) {
+    *os << ::testing::PrintToString(c.value) << " in " << int{c.length} << "." << int{c.decimals};
+}
+
 class DbfNumberFormatTest : public ::testing::TestWithParam<FormatCase> {};
 
 TEST_P(DbfNumberFormatTest, fillsTheFixedWidthOrRefuses) {
@@ -65,6 +69,10 @@ struct ParseCase {
     std::string text;
     std::optional<double> value;
 };
+
+void PrintTo(const ParseCase& c, std::ostream* os) {
+    *os << ::testing::PrintToString(c.text);
+}
 
 class DbfNumberParseTest : public ::testing::TestWithParam<ParseCase> {};
 
@@ -407,6 +415,10 @@ struct RefusedName {
     std::string name;
     std::string description;
 };
+
+void PrintTo(const RefusedName& c, std::ostream* os) {
+    *os << ::testing::PrintToString(c.name);
+}
 
 class DbfRefusedNameTest : public DbfAddFieldTest,
                            public ::testing::WithParamInterface<RefusedName> {};

@@ -85,6 +85,11 @@ struct OperatorCase {
     int error = 0;
 };
 
+void PrintTo(const OperatorCase& c, std::ostream* os) {
+    *os << ::testing::PrintToString(c.left) << " " << c.op << " "
+        << ::testing::PrintToString(c.right);
+}
+
 class OperatorTest : public testing::TestWithParam<OperatorCase> {};
 
 TEST_P(OperatorTest, sameResultFoldedAndOverColumns) {
@@ -142,6 +147,10 @@ struct ExpressionCase {
     const char* expression;
     Maybe expected;
 };
+
+void PrintTo(const ExpressionCase& c, std::ostream* os) {
+    *os << c.expression;
+}
 
 class ExpressionTest : public testing::TestWithParam<ExpressionCase> {};
 
@@ -362,6 +371,12 @@ struct SyntaxCase {
     const char* script;
     const char* where; // "line N" or "expression"
 };
+
+void PrintTo(const SyntaxCase& c, std::ostream* os) {
+    // Quoted with escapes, without the UTF-8 reading that would put "é" in the list of tests.
+    const std::string quoted = ::testing::PrintToString(c.script);
+    *os << quoted.substr(0, quoted.find('\n'));
+}
 
 class SyntaxErrorTest : public testing::TestWithParam<SyntaxCase> {};
 
