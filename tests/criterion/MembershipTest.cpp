@@ -79,23 +79,13 @@ TEST(MembershipTest, equalNeighboursDivideByZeroForEveryValue) {
     }
 }
 
-TEST(MembershipTest, usesTheParametersAsTheScriptPrintsThem) {
-    // 16 digits typed, 15 printed: the degree is that of the printed value.
-    const double a = 0.1234567890123456;
-    const double printed = 0.123456789012346;
-    EXPECT_EQ(Membership(1, printed, a, 1e14, 1e15, 1e16), 1.0);
-    EXPECT_EQ(Membership(1, a, a, 1e14, 1e15, 1e16), 0.0);
-}
-
-TEST(MembershipTest, arrayEvaluationMatchesSingleValues) {
+// out may be x. (The values themselves are held to the script by MembershipPropertyTest.)
+TEST(MembershipTest, evaluationInPlaceGivesTheSameDegrees) {
     const MembershipFunction f(5, -2, 0.5, 7, 11.25);
     std::vector<double> x = {-3, -2, -1, 0.5, 3, 7, 9, 11.25, 12};
     std::vector<double> out(x.size());
     f.Evaluate(x.data(), out.data(), x.size());
-    for (std::size_t i = 0; i < x.size(); ++i) {
-        EXPECT_EQ(out[i], f(x[i])) << x[i];
-    }
-    f.Evaluate(x.data(), x.data(), x.size()); // in place
+    f.Evaluate(x.data(), x.data(), x.size());
     EXPECT_EQ(x, out);
 }
 
