@@ -256,6 +256,8 @@ TEST_F(LanguageTest, missingDatabaseShowsTheFileBoxThenTheListBoxAndEmptyCaption
     EXPECT_TRUE(m_dialog.list.items.empty());
     EXPECT_EQ(m_dialog.form.caption, "");
     EXPECT_EQ(m_dialog.At("cmd_go").caption, "");
+    EXPECT_EQ(m_dialog.At("Label1").caption, " :");
+    EXPECT_EQ(m_dialog.At("Frame5").caption, "b :");
     EXPECT_EQ(RememberedLanguage(), "(none)");
 }
 
@@ -316,22 +318,6 @@ TEST_F(LanguageTest, lookupsOutsideTheTableAreEmpty) {
     EXPECT_EQ(texts.ResourceString(-1), "");
     EXPECT_EQ(texts.ResourceString(100), "");
     EXPECT_EQ(texts.ResourceString(32767), "");
-}
-
-TEST(ClsResourceMdbTest, beforeAnyLoadEveryLookupIsEmptyAndLabellingBlanksCaptions) {
-    util::RecordingMessageUi ui;
-    ScratchFolder scratch;
-    IniSettingsStore settings(scratch.Path());
-    DataAccess dao(ui);
-    clsResourceMDB texts(dao, settings);
-    EXPECT_EQ(texts.ResourceString(0), "");
-    EXPECT_EQ(texts.ResourceString(1), "");
-    TestDialog dialog;
-    texts.LoadFormLanguageText(dialog.form);
-    EXPECT_EQ(dialog.form.caption, "");
-    EXPECT_EQ(dialog.At("Label1").caption, " :");
-    EXPECT_EQ(dialog.At("Frame5").caption, "b :");
-    EXPECT_TRUE(ui.boxes.empty());
 }
 
 TEST_F(LanguageTest, fontFollowsTextOneAndIsLeftAloneWhenEmpty) {
