@@ -77,18 +77,11 @@ TEST_F(ComponentTest, registrationNamesTheLibraryAndUnregistrationRemovesOnlyIts
     ASSERT_EQ(s_library->RegisterServer(), com::kOk);
 }
 
-TEST_F(ComponentTest, commandMembersHaveTheirValues) {
+TEST_F(ComponentTest, commandAnswersOnlyItsInterfaces) {
     auto command = NewCommand();
     ASSERT_TRUE(command);
     EXPECT_TRUE(command->Enabled());
     EXPECT_FALSE(command->Checked());
-    EXPECT_EQ(command->Name(), "OMBREL_Critère souple 9.2 a 10.3VML");
-    EXPECT_EQ(command->Caption(), "2Critère souple V9.2  à 10.3VML");
-    EXPECT_EQ(command->Tooltip(), "2Critère souple V9.2 à 10.3VML");
-    EXPECT_EQ(command->Message(), "2Critère souple V9.2 à 10.3VML");
-    EXPECT_EQ(command->HelpFile(), "");
-    EXPECT_EQ(command->HelpContextID(), 0);
-    EXPECT_EQ(command->Category(), "OMBREL");
     EXPECT_FALSE(command.Query<com::IMenuDef>(com::IID_IMenuDef));
     EXPECT_TRUE(
         command.Query<com::IUnknown>(com::MakeGuid("{1B7C25CE-A307-4BC8-BA9D-4E4A492AB241}")));
@@ -101,8 +94,6 @@ TEST_F(ComponentTest, menuListsTheCompanionCommands) {
     ASSERT_TRUE(menu);
     EXPECT_TRUE(object.Query<com::IRootLevelMenu>(com::IID_IRootLevelMenu));
     EXPECT_FALSE(object.Query<com::ICommand>(com::IID_ICommand));
-    EXPECT_EQ(menu->Caption(), "Requêtes souples");
-    EXPECT_EQ(menu->Name(), "Le requêteur souple\"");
     EXPECT_EQ(menu->ItemCount(), 2);
 
     RecordingItem first, second, outside;
