@@ -53,6 +53,13 @@ TEST_F(MemoryHostTest, addedFieldIsNullInEveryRowAndNamesAreUnique) {
     field->SetName("OTHER");
     EXPECT_THROW(Class().AddField(*field), Error);
     EXPECT_NO_THROW(Class().AddField(*field));
+
+    // No byte limit on names unless one is set; then a name over it is refused.
+    EXPECT_FALSE(Class().FieldNameByteLimit());
+    Class().LimitFieldNames(4);
+    field->SetName("ÉTÉ");
+    EXPECT_EQ(Class().FieldNameByteLength("ÉTÉ"), 5u);
+    EXPECT_THROW(Class().AddField(*field), Error);
 }
 
 TEST_F(MemoryHostTest, recyclingCursorHandsOutTheSameRow) {
