@@ -3,11 +3,13 @@
 #include "criterion/Parameters.h"
 #include "criterion/Script.h"
 #include "errors/ErrorLog.h"
+#include "fzy/FzyFormat.h"
 #include "fzy/IO_fzyext.h"
 #include "util/Error.h"
 #include "util/MessageUi.h"
 #include "util/TextSource.h"
 
+#include <algorithm>
 #include <exception>
 
 namespace quorel::criterion {
@@ -50,18 +52,46 @@ bool TableHasField(const host::IFields& fields, const std::string& name) {
     return false;
 }
 
+// The longest beginning of text, cut between characters, that fits the limit with suffix after
+// it.
+std::string FittingBeginning(const std::string& text, const std::string& suffix,
+                             const FieldNameLimit& limit) {
+    std::size_t count =
+        std::min(CharacterCount(text),
+                 kMaxFieldNameLength - std::min(kMaxFieldNameLength, CharacterCount(suffix)));
+    std::string candidate = FirstCharacters(text, count) + suffix;
+    while (count > 0 && !limit.Fits(candidate)) {
+        --count;
+        candidate = FirstCharacters(text, count) + suffix;
+    }
+    return candidate;
+}
+
 } // namespace
 
-std::string MakeOutputFieldName(const std::string& typed, const host::IFields& fields) {
-    if (CharacterCount(typed) <= kMaxFieldNameLength) {
+FieldNameLimit FieldNameLimit::Of(const host::IFeatureClass& table) {
+    return {table.FieldNameByteLimit(),
+            [&table](const std::string& name) { return table.FieldNameByteLength(name); }};
+}
+
+bool FieldNameLimit::Fits(const std::string& name) const {
+    if (CharacterCount(name) > kMaxFieldNameLength) {
+        return false;
+    }
+    return !maxBytes || (byteLength ? byteLength(name) : name.size()) <= *maxBytes;
+}
+
+std::string MakeOutputFieldName(const std::string& typed, const host::IFields& fields,
+                                const FieldNameLimit& limit) {
+    if (limit.Fits(typed)) {
         return typed;
     }
-    std::string candidate = FirstCharacters(typed, kMaxFieldNameLength);
+    const std::string cut = FittingBeginning(typed, "", limit);
+    std::string candidate = cut;
     int counter = 0;
     while (TableHasField(fields, candidate)) {
         ++counter;
-        const std::string digits = std::to_string(counter);
-        candidate = FirstCharacters(candidate, kMaxFieldNameLength - digits.size()) + digits;
+        candidate = FittingBeginning(cut, std::to_string(counter), limit);
     }
     return candidate;
 }
@@ -111,6 +141,14 @@ RunOutcome CriterionRun::RunCriterion() {
     std::shared_ptr<host::ICalculator> calculator;
     std::shared_ptr<host::ICursor> cursor;
     std::shared_ptr<host::IStatusBar> statusBar;
+    // Set once the output field is in the table: it stays there whatever fails after.
+    std::optional<std::string> keptField;
+    // A check that fails once the output name is known: nothing is changed yet.
+    auto refuse = [&](const std::string& message) {
+        tidyUp();
+        m_ui.MessageBox(message, util::MessageIcon::Critical);
+        return RunOutcome::Refused;
+    };
     try {
         m_ui.SetBusy(true);
         busy = true;
@@ -158,13 +196,34 @@ RunOutcome CriterionRun::RunCriterion() {
         }
         const std::string sourceName = fields->Field(sourceIndex)->Name();
         m_step = 42;
-        const std::string outputName = MakeOutputFieldName(m_dialog.NewNameText(), *fields);
+        const std::string typed = m_dialog.NewNameText();
+        const FieldNameLimit limit = FieldNameLimit::Of(*featureClass);
+        // The proposal is cut to fit, as a long name is; a short name the user typed is used as
+        // typed, so it has to fit.
+        const bool proposed = typed == kProposedNamePrefix + selected;
+        if (!proposed && CharacterCount(typed) <= kMaxFieldNameLength && !limit.Fits(typed)) {
+            return refuse(m_texts.ResourceString(kTextNameTooManyBytes) + " " + typed + " (" +
+                          std::to_string(limit.byteLength(typed)) + " > " +
+                          std::to_string(limit.maxBytes.value_or(0)) + ")");
+        }
+        const std::string outputName = MakeOutputFieldName(typed, *fields, limit);
+        // The metadata file keeps its code page, for the files' exchange with Windows: a name
+        // it cannot hold would be recorded as another.
+        if (!fzy::CodePageHolds(outputName)) {
+            return refuse(m_texts.ResourceString(kTextNameOutsideCodePage) + " " + outputName);
+        }
+        // Once the field is added the description must follow: know now that it will fit.
+        if (!m_fzy.NumberEntryFits(outputName, outputName, m_state.g_layer_path,
+                                   m_state.g_layer_name)) {
+            return refuse(m_texts.ResourceString(kTextMetadataFull) + " " + m_fzy.OpenFilePath());
+        }
 
         newField = m_state.g_app->Factory().NewField();
         newField->SetName(outputName);
         newField->SetType(host::kFieldTypeDouble);
         newField->SetAliasName(outputName);
         featureClass->AddField(*newField);
+        keptField = outputName;
         m_step = 6;
         m_step = 7;
 
@@ -201,8 +260,13 @@ RunOutcome CriterionRun::RunCriterion() {
     } catch (const std::exception& caught) {
         tidyUp();
         const auto* error = dynamic_cast<const Error*>(&caught);
-        const Error reported =
+        Error reported =
             error ? *error : Error(error_number::kHostFailure, kProcedureName, caught.what());
+        if (keptField) {
+            reported = Error(reported.Number(), reported.Source(),
+                             reported.Description() + "\r\n" +
+                                 m_texts.ResourceString(kTextFieldKept) + " " + *keptField);
+        }
         m_log.ReportError(reported, kFormName, kProcedureName, true, 0,
                           "Debug=" + std::to_string(m_step), true);
         return RunOutcome::Failed;

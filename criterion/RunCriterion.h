@@ -6,8 +6,11 @@
 
 #include "host/api/Host.h"
 
+#include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace quorel::util {
@@ -55,15 +58,34 @@ inline constexpr std::int16_t kTextNoFieldSelected = 131;
 inline constexpr std::int16_t kTextEditing = 133;
 inline constexpr std::int16_t kTextComputing = 134;
 inline constexpr std::int16_t kTextRunDone = 162;
+inline constexpr std::int16_t kTextMetadataFull = 180;
+inline constexpr std::int16_t kTextNameTooManyBytes = 181;
+inline constexpr std::int16_t kTextNameOutsideCodePage = 182;
+inline constexpr std::int16_t kTextFieldKept = 183;
 
-// How a run ended: message 162 reached, refused by a check (131, 132, 133), or a reported error.
+// What the dialog proposes as output name, before the source field's name.
+inline constexpr const char* kProposedNamePrefix = "FZY_";
+
+// How a run ended: message 162 reached, refused by a check (131, 132, 133, 180 to 182), or a
+// reported error.
 enum class RunOutcome { Done, Refused, Failed };
 
-// The output field's name: a name of at most 10 characters as typed; a longer one cut to 10
-// and, while a field of the table bears it (exact comparison), numbered: the first 9 characters
-// and the counter, from the tenth candidate on the first 8 and two digits, so that the name
-// always fits a shapefile's 10 characters.
-std::string MakeOutputFieldName(const std::string& typed, const host::IFields& fields);
+// How long a field name may be: 10 characters and, for a table that sets one, a number of bytes
+// of its encoding (host::IFeatureClass::FieldNameByteLimit).
+struct FieldNameLimit {
+    std::optional<std::size_t> maxBytes;
+    std::function<std::size_t(const std::string&)> byteLength;
+
+    static FieldNameLimit Of(const host::IFeatureClass& table);
+    bool Fits(const std::string& name) const;
+};
+
+// The output field's name: a name that fits the limit as typed; any other cut between
+// characters to the longest beginning that fits and, while a field of the table bears it (exact
+// comparison), numbered: the beginning of the cut name with the counter after it, as much of
+// it as fits with the counter (9 characters with one digit, 8 with two...).
+std::string MakeOutputFieldName(const std::string& typed, const host::IFields& fields,
+                                const FieldNameLimit& limit = {});
 
 class CriterionRun {
 public:

@@ -498,7 +498,8 @@ void frm_back::Lst_shapes_MouseUp() {
 
 void frm_back::Lst_fields_MouseUp() {
     if (m_fields->ListIndex() != -1) {
-        Txt_new_name->setText(QStringLiteral("FZY_") + QString::fromStdString(m_fields->Text()));
+        Txt_new_name->setText(QString::fromUtf8(criterion::kProposedNamePrefix) +
+                              QString::fromStdString(m_fields->Text()));
     }
     const std::string proposed = Txt_new_name->text().toStdString();
     for (int i = 0; i < m_fields->ListCount(); ++i) {
@@ -586,19 +587,23 @@ void frm_back::sum_table_Click() {
         ComponentState& state = m_context.state;
         fzy.SetApplication(state.g_app);
         marker = 1;
-        fzy.fzy_io_open(state.g_layer_path, state.g_layer_name);
+        // Only read: no layer chosen, or no metadata file yet, is nothing recorded.
+        const bool recorded = !state.g_layer_name.empty() &&
+                              fzy.fzy_io_openread(state.g_layer_path, state.g_layer_name);
         marker = 2;
         const std::string fieldName = m_fields->List(m_fields->ListIndex());
         marker = 3;
-        const bool found1 = fzy.fzy_io_numberinfo(fieldName);
+        const bool found1 = recorded && fzy.fzy_io_numberinfo(fieldName);
         marker = 4;
-        const bool found2 = fzy.fzy_io_recordinfo(fieldName, "");
+        const bool found2 = recorded && fzy.fzy_io_recordinfo(fieldName, "");
         marker = 5;
         if (!found1 && !found2) {
             fzy.SetInfoText(Text(153));
         }
         fzy.fzy_io_showinfo();
-        fzy.fzy_io_close();
+        if (recorded) {
+            fzy.fzy_io_close();
+        }
     } catch (const std::exception& error) {
         ShowLocalError(error, " Sum_table Debug=", marker);
     }

@@ -3,6 +3,7 @@
 #include "util/CodePage.h"
 #include "util/Error.h"
 
+#include <algorithm>
 #include <bit>
 #include <cstring>
 #include <limits>
@@ -250,6 +251,33 @@ std::vector<std::uint8_t> EncodeRecordEntry(const RecordEntry& entry) {
     auto bytes = writer.Bytes();
     SetLength(bytes);
     return bytes;
+}
+
+std::int64_t NumberEntryLength(const NumberEntry& entry) {
+    std::int64_t length = kFrameSize;
+    for (const auto& piece : NumberBodyPieces(entry)) {
+        length += static_cast<std::int64_t>(piece.size());
+    }
+    return length;
+}
+
+bool CodePageHolds(const std::string& utf8) {
+    return util::Windows1252ToUtf8(util::Utf8ToWindows1252(utf8)) == utf8;
+}
+
+bool SameStoredName(const std::string& tableName, const std::string& storedName) {
+    if (tableName == storedName) {
+        return true;
+    }
+    // ASCII names are their own code-page forms: spare the conversions.
+    const auto ascii = [](const std::string& name) {
+        return std::all_of(name.begin(), name.end(),
+                           [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+    };
+    if (ascii(tableName) && ascii(storedName)) {
+        return false;
+    }
+    return util::Utf8ToWindows1252(tableName) == util::Utf8ToWindows1252(storedName);
 }
 
 bool IsLiveKind(std::int16_t kind) {

@@ -141,6 +141,18 @@ std::vector<std::uint8_t> EncodeRecordEntry(const RecordEntry& entry);
 // writes them one by one so that the size limit stops it part-way as the format requires.
 std::vector<std::vector<std::uint8_t>> NumberBodyPieces(const NumberEntry& entry);
 
+// The length of a number entry, frame included: 56 bytes and its four texts.
+std::int64_t NumberEntryLength(const NumberEntry& entry);
+
+// Whether the file's code page holds every character of a text, so that it reads back as
+// written.
+bool CodePageHolds(const std::string& utf8);
+
+// Whether a name read from the file is a table's field name. Names compare in the file's code
+// page, exactly otherwise: a name stored with '?' for a character the code page lacks still
+// finds its field.
+bool SameStoredName(const std::string& tableName, const std::string& storedName);
+
 bool IsLiveKind(std::int16_t kind);
 
 // Sum of the two kind counts: the number of entries a walk covers. The sum is 16-bit, so two

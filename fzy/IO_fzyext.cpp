@@ -6,6 +6,8 @@
 #include "util/NumberText.h"
 #include "util/StringFunctions.h"
 
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <fcntl.h>
 #include <limits>
@@ -66,6 +68,8 @@ private:
     int m_fd;
 };
 
+// Every ".shp" goes, and the extension in any letter case: "PARC.SHP" has its metadata in
+// PARC.fzy, where the run writes it.
 std::string RemoveShp(const std::string& name) {
     static const std::string kShp = ".shp";
     std::string result;
@@ -74,11 +78,20 @@ std::string RemoveShp(const std::string& name) {
         const auto found = name.find(kShp, start);
         if (found == std::string::npos) {
             result.append(name, start, std::string::npos);
-            return result;
+            break;
         }
         result.append(name, start, found - start);
         start = found + kShp.size();
     }
+    const auto sameLetter = [](char a, char b) {
+        return std::tolower(static_cast<unsigned char>(a)) == static_cast<unsigned char>(b);
+    };
+    if (result.size() >= kShp.size() &&
+        std::equal(result.end() - static_cast<std::ptrdiff_t>(kShp.size()), result.end(),
+                   kShp.begin(), sameLetter)) {
+        result.resize(result.size() - kShp.size());
+    }
+    return result;
 }
 
 std::string ParentFolder(const std::string& path) {
@@ -100,8 +113,9 @@ std::string JoinFolder(const std::string& folder, const std::string& name) {
 // One open metadata file: reads never go past its end, writes go where they are told.
 class IO_fzyext::OpenFile final : public IByteSource {
 public:
-    explicit OpenFile(std::string path)
-        : m_path(std::move(path)), m_descriptor(m_path, O_RDWR | O_CREAT | O_CLOEXEC) {}
+    explicit OpenFile(std::string path, bool writable = true)
+        : m_path(std::move(path)),
+          m_descriptor(m_path, writable ? O_RDWR | O_CREAT | O_CLOEXEC : O_RDONLY | O_CLOEXEC) {}
 
     void Read(std::int64_t offset, std::span<std::uint8_t> out) const override {
         std::size_t done = 0;
@@ -167,6 +181,10 @@ IO_fzyext::OpenFile& IO_fzyext::File(std::int16_t handle) const {
     return *it->second;
 }
 
+const std::string& IO_fzyext::OpenFilePath() const {
+    return File(m_fileNumber).Path();
+}
+
 std::int16_t IO_fzyext::FreeFile() const {
     for (std::int16_t handle = 1; handle <= kMaxFileNumber; ++handle) {
         if (m_files.count(handle) == 0) {
@@ -214,6 +232,35 @@ std::int16_t IO_fzyext::fzy_io_open(const std::string& folder, std::string& name
     return 0;
 }
 
+bool IO_fzyext::fzy_io_openread(const std::string& folder, std::string& name) {
+    name = RemoveShp(name);
+    const std::string path = folder + "/" + name + ".fzy";
+    struct stat status {};
+    if (stat(path.c_str(), &status) != 0) {
+        const int reason = errno;
+        // No file yet is nothing recorded; a folder that is gone is an error, as when opening.
+        struct stat folderStatus {};
+        if (reason == ENOENT && stat(folder.c_str(), &folderStatus) == 0 &&
+            S_ISDIR(folderStatus.st_mode)) {
+            return false;
+        }
+        throw FileError(reason, kSource, path);
+    }
+    const std::int16_t handle = FreeFile();
+    auto file = std::make_unique<OpenFile>(path, false);
+    if (file->Size() < kSmallestOldFile) {
+        return false;
+    }
+    ByteReader reader(*file, 2);
+    m_recordCount = reader.ReadInt16();
+    m_numberCount = reader.ReadInt16();
+    m_deletedCount = reader.ReadInt16();
+    m_fileStatus = "Old";
+    m_files[handle] = std::move(file);
+    m_fileNumber = handle;
+    return true;
+}
+
 std::int16_t IO_fzyext::fzy_io_close() {
     m_files.erase(m_fileNumber);
     return 1;
@@ -256,6 +303,24 @@ std::int16_t IO_fzyext::fzy_io_writenumber(const std::string& fieldName,
     m_numberCount = Add16(m_numberCount, 1);
     file.WriteInt16(4, m_numberCount);
     return 1;
+}
+
+bool IO_fzyext::NumberEntryFits(const std::string& fieldName, const std::string& aliasName,
+                                const std::string& folder, const std::string& shapeName) const {
+    const OpenFile& file = File(m_fileNumber);
+    NumberEntry entry;
+    entry.FieldName = fieldName;
+    entry.AliasName = aliasName;
+    entry.Folder = folder;
+    entry.ShapeName = shapeName;
+    const std::int64_t start = m_fileStatus == "New" ? kHeaderSize : file.Size();
+    // The counts as the append will raise them, and as every walk will add them up.
+    ByteReader counts(file, 2);
+    const std::int64_t recordCount = counts.ReadInt16();
+    const std::int64_t numberCount = counts.ReadInt16();
+    constexpr std::int64_t kMaxCount = std::numeric_limits<std::int16_t>::max();
+    return start + NumberEntryLength(entry) <= kMaxFileSize && numberCount < kMaxCount &&
+           recordCount + numberCount < kMaxCount;
 }
 
 char IO_fzyext::DecimalMark() const {
@@ -308,7 +373,7 @@ bool IO_fzyext::fzy_io_numberinfo(const std::string& fieldName) {
                 step = 3;
                 NumberEntry entry;
                 entry.FieldName = reader.ReadText();
-                if (entry.FieldName == fieldName) {
+                if (SameStoredName(fieldName, entry.FieldName)) {
                     entry.NumberKind = reader.ReadInt16();
                     entry.AliasName = reader.ReadText();
                     entry.A = reader.ReadDouble();
@@ -363,7 +428,7 @@ bool IO_fzyext::fzy_io_recordinfo(const std::string& fieldName, const std::strin
                 step = 3;
                 RecordEntry entry;
                 entry.FieldName = reader.ReadText();
-                if (entry.FieldName == fieldName) {
+                if (SameStoredName(fieldName, entry.FieldName)) {
                     entry.Code = reader.ReadInt16();
                     entry.AliasName = reader.ReadText();
                     entry.Text3 = reader.ReadText();
@@ -429,7 +494,7 @@ bool IO_fzyext::fzy_io_check(const std::string& fieldName, const std::string& la
         step = 3;
         const std::int32_t fieldCount = fields->FieldCount();
         for (std::int32_t i = 0; i < fieldCount; ++i) {
-            if (require(fields->Field(i), "field")->Name() == fieldName) {
+            if (SameStoredName(require(fields->Field(i), "field")->Name(), fieldName)) {
                 return true;
             }
         }

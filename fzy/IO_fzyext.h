@@ -43,8 +43,13 @@ public:
     // set here.
     void SetDecimalMark(char mark) { m_decimalMark = mark; }
 
-    // Opens (creating when missing) folder/name.fzy; removes every ".shp" from name.
+    // Opens (creating when missing) folder/name.fzy; removes every ".shp" from name, and the
+    // extension in any letter case.
     std::int16_t fzy_io_open(const std::string& folder, std::string& name);
+    // Opens folder/name.fzy for reading only, as showing what it records needs: the file is
+    // neither made nor changed. Changes name as fzy_io_open does. False, with nothing opened,
+    // when there is no such file or it holds no entry; a missing folder throws.
+    bool fzy_io_openread(const std::string& folder, std::string& name);
     std::int16_t fzy_io_close();
     std::string fzy_io_readtext(std::int16_t count, std::int16_t offset);
     std::int16_t fzy_io_writenumber(const std::string& fieldName, const std::string& aliasName,
@@ -59,7 +64,15 @@ public:
                             const std::string& folder);
     void fzy_io_showinfo();
 
+    // Whether a number entry with these texts can be appended to the open file within its size
+    // and count limits: asked before anything is changed, so that a full file refuses the run
+    // rather than failing it half-way.
+    bool NumberEntryFits(const std::string& fieldName, const std::string& aliasName,
+                         const std::string& folder, const std::string& shapeName) const;
+
     std::int16_t FileNumber() const { return m_fileNumber; }
+    // Where the open file lies.
+    const std::string& OpenFilePath() const;
     const std::string& FileStatus() const { return m_fileStatus; }
     std::int16_t RecordCount() const { return m_recordCount; }
     std::int16_t NumberCount() const { return m_numberCount; }

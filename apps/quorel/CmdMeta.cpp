@@ -63,19 +63,21 @@ int RunMeta(const std::vector<std::string>& arguments) {
     int step = 0;
     try {
         step = 1;
-        io.fzy_io_open(folder, layerName);
+        const bool recorded = io.fzy_io_openread(folder, layerName);
         step = 2;
         const std::string& text = field;
         step = 3;
-        const bool foundNumber = io.fzy_io_numberinfo(text);
+        const bool foundNumber = recorded && io.fzy_io_numberinfo(text);
         step = 4;
-        const bool foundRecord = io.fzy_io_recordinfo(text, "");
+        const bool foundRecord = recorded && io.fzy_io_recordinfo(text, "");
         step = 5;
         if (!foundNumber && !foundRecord) {
             io.SetInfoText(CliTexts().ResourceString(153));
         }
         io.fzy_io_showinfo();
-        io.fzy_io_close();
+        if (recorded) {
+            io.fzy_io_close();
+        }
     } catch (const Error& error) {
         ui.MessageBox(std::to_string(error.Number()) + "  " + error.Description() +
                           " Sum_table Debug=" + std::to_string(step),
@@ -93,9 +95,10 @@ const Subcommand& MetaCommand() {
         "Shows what the metadata window would show for FIELD, as the dialog's metadata button\n"
         "does with SHAPEFILE as the chosen layer: the description of the last number entry of\n"
         "that output field, or of its record entry, or text 153 when nothing is recorded.\n"
-        "Like the button, it creates an empty metadata file beside the shapefile when there is\n"
-        "none. Only the .fzy file is read; the shapefile itself need not exist. Texts by id are\n"
-        "empty until the text database is loaded. Exit status 1 when an error was reported.\n",
+        "Only the .fzy file is read, never written nor made: the shapefile itself need not\n"
+        "exist, and SHAPEFILE.shp in any letter case has its metadata in SHAPEFILE.fzy. Texts by\n"
+        "id are empty until the text database is loaded. Exit status 1 when an error was\n"
+        "reported.\n",
         RunMeta};
     return command;
 }

@@ -113,11 +113,13 @@ const Subcommand& RunCommand() {
         "membership of field F in the criterion of kind K (0 none, 1 singleton, 2 triangle,\n"
         "3 rising ramp, 4 falling ramp, 5 trapezoid), then records the criterion in the\n"
         "shapefile's metadata file (.fzy). The output name is NAME, by default FZY_ and F;\n"
-        "a name longer than 10 characters is cut and numbered to be unique. Parameters are read\n"
+        "a name longer than 10 characters, or a default one over 10 bytes of the table's\n"
+        "encoding, is cut and numbered to be unique. Parameters are read\n"
         "as the dialog reads its boxes. Messages go to standard error; progress too when it is\n"
         "a terminal.\n\n"
         "Exit status: 0 done, 2 refused (no such numeric field, parameters out of order, "
-        "editing),\n"
+        "editing,\n"
+        "an output name the table or the metadata file cannot hold, a full metadata file),\n"
         "1 on a reported error, 64 on a wrong command line.\n",
         Run};
     return command;

@@ -6,9 +6,11 @@
 
 #include "host/api/HostTypes.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -74,6 +76,13 @@ public:
     virtual void AddField(const IField& field) = 0;
     // All features, no filter.
     virtual std::shared_ptr<ICursor> Search(bool recycling) = 0;
+    // Some sources limit a field's name in bytes of the table's own encoding (a shapefile's
+    // table to 10 bytes in the code page its .cpg names), so that a name of few characters may
+    // still be too long: the limit, or nothing for a source without one. AddField refuses a
+    // name over the limit.
+    virtual std::optional<std::size_t> FieldNameByteLimit() const = 0;
+    // The bytes a name (UTF-8) takes in the table's encoding, to hold against that limit.
+    virtual std::size_t FieldNameByteLength(const std::string& name) const = 0;
 };
 
 class IFeatureWorkspace : public IWorkspace {

@@ -605,7 +605,8 @@ DbfNewColumn PlanDbfField(const std::string& dbfPath, const std::string& name, c
     const DbfHeader& header = plan.table;
 
     const std::string encodedName = EncodeDbfText(name, header.encoding);
-    if (name.empty() || encodedName.size() > 10 || encodedName.find('\0') != std::string::npos) {
+    if (name.empty() || encodedName.size() > kDbfFieldNameBytes ||
+        encodedName.find('\0') != std::string::npos) {
         throw Error(error_number::kHostFailure, kSource,
                     "Invalid field name: " + name +
                         " (a shapefile's field names have 1 to 10 characters)");

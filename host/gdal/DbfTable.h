@@ -18,6 +18,9 @@ namespace quorel::host::gdal {
 // How the table's texts (field names, character values) are encoded, from the .cpg beside it.
 enum class DbfEncoding { Utf8, Windows1252 };
 
+// A field's name takes at most this many bytes of the table's encoding.
+inline constexpr std::size_t kDbfFieldNameBytes = 10;
+
 struct DbfField {
     std::string name; // UTF-8
     char type = 'N';  // 'N', 'F', 'C', 'D', 'L'

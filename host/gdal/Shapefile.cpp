@@ -354,6 +354,14 @@ std::shared_ptr<ICursor> ShapefileFeatureClass::Search(bool recycling) {
     return std::make_shared<ShapefileCursor>(shared_from_this(), recycling);
 }
 
+std::optional<std::size_t> ShapefileFeatureClass::FieldNameByteLimit() const {
+    return kDbfFieldNameBytes;
+}
+
+std::size_t ShapefileFeatureClass::FieldNameByteLength(const std::string& name) const {
+    return EncodeDbfText(name, ReadEncoding(m_dbfPath)).size();
+}
+
 std::shared_ptr<IFeatureClass> ShapefileWorkspace::OpenFeatureClass(const std::string& name) {
     return std::make_shared<ShapefileFeatureClass>(m_folder, name);
 }

@@ -107,6 +107,8 @@ public:
     std::int32_t FindField(const std::string& name) const override;
     void AddField(const IField& field) override;
     std::shared_ptr<ICursor> Search(bool recycling) override;
+    std::optional<std::size_t> FieldNameByteLimit() const override;
+    std::size_t FieldNameByteLength(const std::string& name) const override;
 
     const std::string& ShpPath() const { return m_shpPath; }
     const std::string& DbfPath() const { return m_dbfPath; }

@@ -153,7 +153,8 @@ void MemoryFeatureClass::AddField(const IField& field) {
         const std::int32_t number = std::exchange(m_failNumber, 0);
         throw Error(number, kSource, m_failDescription);
     }
-    if (field.Name().empty() || m_fields->FindField(field.Name()) >= 0) {
+    if (field.Name().empty() || m_fields->FindField(field.Name()) >= 0 ||
+        (m_nameByteLimit && FieldNameByteLength(field.Name()) > *m_nameByteLimit)) {
         throw Error(error_number::kHostFailure, kSource, "Cannot add field '" + field.Name() + "'");
     }
     m_fields->Add(std::make_shared<MemoryField>(field.Name(), field.Type(), field.AliasName()));

@@ -10,6 +10,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -110,9 +111,13 @@ public:
     std::shared_ptr<IWorkspace> Workspace() const override { return m_workspace.lock(); }
     std::shared_ptr<IFields> Fields() const override { return m_fields; }
     std::int32_t FindField(const std::string& name) const override;
-    // Adds a copy of the field; every row gets Null. An existing name throws.
+    // Adds a copy of the field; every row gets Null. An existing name, or one over the byte
+    // limit, throws.
     void AddField(const IField& field) override;
     std::shared_ptr<ICursor> Search(bool recycling) override;
+    std::optional<std::size_t> FieldNameByteLimit() const override { return m_nameByteLimit; }
+    // Names are held as given, in UTF-8.
+    std::size_t FieldNameByteLength(const std::string& name) const override { return name.size(); }
 
     // Test access: rows hold one value per field, in field order.
     void AddRow(std::vector<Value> values);
@@ -122,6 +127,8 @@ public:
     void DeleteField(const std::string& name);
     // The next AddField throws this error instead of adding (a locked table, a full disk).
     void FailNextAddField(std::int32_t number, const std::string& description);
+    // Limits field names to so many bytes, as some sources do; none by default.
+    void LimitFieldNames(std::optional<std::size_t> bytes) { m_nameByteLimit = bytes; }
 
 private:
     MemoryFeatureClass(std::shared_ptr<MemoryWorkspace> workspace, std::string name,
@@ -135,6 +142,7 @@ private:
     std::vector<std::vector<Value>> m_rows;
     std::int32_t m_failNumber = 0;
     std::string m_failDescription;
+    std::optional<std::size_t> m_nameByteLimit;
 };
 
 class MemoryWorkspaceFactory final : public IWorkspaceFactory {

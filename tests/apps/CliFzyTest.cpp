@@ -101,23 +101,58 @@ TEST_F(CliFzyTest, dumpNeedsItsWordAndOneFile) {
     EXPECT_EQ(Run("fzy dump " + (m_folder / "missing.fzy").string()).status, 1);
 }
 
-TEST_F(CliFzyTest, metaShowsTheLastNumberEntryOfTheField) {
+const char* const kLastEntryOfFzyA = "Résultats FZY_A(alias :FZY_A) forme 3 forme :\n"
+                                     " Val_a = 7\n"
+                                     " Val_b = 10\n"
+                                     " Val_c = 100000000000000\n"
+                                     " Val_d = 100000000000000\n"
+                                     "Calculé sur C:\\SIG\\data\\PARC le 05/03/2024 06:00:00\n";
+
+class CliMetaExtensionTest : public CliFzyTest, public testing::WithParamInterface<const char*> {};
+
+// Whatever the extension's letter case, the metadata is where "run" writes it, and only read.
+TEST_P(CliMetaExtensionTest, showsTheLastNumberEntryOfTheField) {
     WriteFzy("PARC.fzy", {Number("FZY_A", 2.5), Number("FZY_A", 7)}, 2);
-    const RunResult result = Run("meta " + (m_folder / "PARC.shp").string() + " FZY_A");
+    const std::string shapefile = std::string("PARC") + GetParam();
+    const RunResult result = Run("meta " + (m_folder / shapefile).string() + " FZY_A");
     EXPECT_EQ(result.status, 0) << result.err;
-    EXPECT_EQ(result.out, "Résultats FZY_A(alias :FZY_A) forme 3 forme :\n"
-                          " Val_a = 7\n"
-                          " Val_b = 10\n"
-                          " Val_c = 100000000000000\n"
-                          " Val_d = 100000000000000\n"
-                          "Calculé sur C:\\SIG\\data\\PARC le 05/03/2024 06:00:00\n");
+    EXPECT_EQ(result.out, kLastEntryOfFzyA);
+    EXPECT_FALSE(fs::exists(m_folder / (shapefile + ".fzy")));
 }
 
-TEST_F(CliFzyTest, metaWithoutMetadataCreatesTheFileAndShowsText153) {
-    const RunResult result = Run("meta " + (m_folder / "NEW.shp").string() + " SLOPE");
+INSTANTIATE_TEST_SUITE_P(Extensions, CliMetaExtensionTest, testing::Values(".shp", ".SHP", ".Shp"));
+
+TEST_F(CliFzyTest, metaWithoutEntriesShowsText153AndWritesNothing) {
+    // No metadata file: none is made.
+    RunResult result = Run("meta " + (m_folder / "NEW.shp").string() + " SLOPE");
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(result.out, "Aucune métadonnée n'est enregistrée pour cet attribut.\n"); // text 153
-    EXPECT_EQ(fs::file_size(m_folder / "NEW.fzy"), 8u);
+    EXPECT_FALSE(fs::exists(m_folder / "NEW.fzy"));
+
+    // A file too short to hold an entry stays as it is.
+    {
+        std::ofstream out(m_folder / "OLD.fzy", std::ios::binary);
+        out << std::string(10, '\xAB');
+    }
+    result = Run("meta " + (m_folder / "OLD.shp").string() + " SLOPE");
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.out, "Aucune métadonnée n'est enregistrée pour cet attribut.\n");
+    EXPECT_EQ(ReadText(m_folder / "OLD.fzy"), std::string(10, '\xAB'));
+}
+
+TEST_F(CliFzyTest, metaReadsAFolderItCannotWrite) {
+    if (geteuid() == 0) {
+        GTEST_SKIP() << "file permissions do not apply to root";
+    }
+    const fs::path folder = m_folder / "readonly";
+    fs::create_directories(folder);
+    WriteFzy("readonly/PARC.fzy", {Number("FZY_A", 7)}, 1);
+    fs::permissions(folder / "PARC.fzy", fs::perms::owner_read);
+    fs::permissions(folder, fs::perms::owner_read | fs::perms::owner_exec);
+    const RunResult result = Run("meta " + (folder / "PARC.shp").string() + " FZY_A");
+    fs::permissions(folder, fs::perms::owner_all);
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.out, kLastEntryOfFzyA);
 }
 
 TEST_F(CliFzyTest, metaReportsAMissingFolderAsTheButtonDoes) {

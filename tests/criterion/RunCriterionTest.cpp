@@ -5,6 +5,7 @@
 #include "criterion/Parameters.h"
 #include "criterion/PlainRunDialog.h"
 #include "errors/ErrorLog.h"
+#include "fzy/FzyFormat.h"
 #include "fzy/IO_fzyext.h"
 #include "host/gdal/Application.h"
 #include "host/gdal/Shapefile.h"
@@ -19,6 +20,7 @@
 
 #include <charconv>
 #include <filesystem>
+#include <fstream>
 
 namespace quorel::criterion {
 namespace {
@@ -88,10 +90,10 @@ protected:
     }
 
     // The number entries the metadata file holds now.
-    int NumberEntries() {
+    int NumberEntries(const std::string& shapefile = "parcels") {
         util::RecordingMessageUi ui;
         fzy::IO_fzyext reader(ui, m_texts, m_window, m_app);
-        std::string name = "parcels";
+        std::string name = shapefile;
         reader.fzy_io_open(m_folder.Path(), name);
         const int count = reader.NumberCount();
         reader.fzy_io_close();
@@ -252,6 +254,8 @@ TEST_F(RunCriterionTest, divisionByZeroOfTheScriptIsReportedAndTheAddedFieldStay
     EXPECT_NE(LastBox().find("Division by zero"), std::string::npos) << LastBox();
     EXPECT_NE(LastBox().find("Error#11"), std::string::npos) << LastBox();
     EXPECT_NE(LastBox().find("Debug=8"), std::string::npos) << LastBox();
+    // The report says which field stays in the table.
+    EXPECT_NE(LastBox().find("T183 FZY_DIV"), std::string::npos) << LastBox();
     EXPECT_EQ(FieldNames().back(), "FZY_DIV");
     EXPECT_EQ(NumberEntries(), 0);
     // The status bar keeps its text when the run ends by an error.
@@ -277,6 +281,90 @@ TEST_F(RunCriterionTest, validationDropsTheEntryOfAFieldRemovedFromTheTable) {
     // FZY_GONE's entry marked deleted and compacted away; FZY_KEPT's and the new one remain.
     EXPECT_EQ(NumberEntries(), 2);
 }
+
+TEST_F(RunCriterionTest, aFullMetadataFileRefusesTheRunBeforeTheFieldIsAdded) {
+    const auto file = [](std::int16_t numberCount, const std::vector<std::uint8_t>& entries) {
+        fzy::FzyHeader header;
+        header.NumberCount = numberCount;
+        std::string bytes;
+        for (const auto& part : {fzy::EncodeHeader(header), entries}) {
+            bytes.append(part.begin(), part.end());
+        }
+        return bytes;
+    };
+    // At the size limit, its one entry kept by validation; at the count limit, 32,767 entries
+    // deleted but not yet counted so.
+    fzy::NumberEntry kept;
+    kept.FieldName = kept.AliasName = "POPULATION";
+    kept.Folder = std::string(32766 - 23 - 56 - 27, 'x');
+    kept.ShapeName = "parcels";
+    std::vector<std::uint8_t> deleted;
+    for (int i = 0; i < 32767; ++i) {
+        deleted.insert(deleted.end(), {4, 0, 12, 0});
+    }
+    for (const std::string& before :
+         {file(1, fzy::EncodeNumberEntry(kept)), file(32767, deleted)}) {
+        std::ofstream(m_folder.File("parcels.fzy"), std::ios::binary) << before;
+        EXPECT_EQ(Run(Trapezoid, {"0", "5", "15", "25"}, "SLOPE", "FZY_SLOPE"),
+                  RunOutcome::Refused);
+        EXPECT_EQ(LastBox().rfind("T180", 0), 0u) << LastBox();
+        EXPECT_EQ(FieldNames().size(), 3u);
+        EXPECT_EQ(testing::ReadBytes(m_folder.File("parcels.fzy")), before);
+        EXPECT_FALSE(m_ui.busy);
+    }
+}
+
+// Two runs with one output name on a table of one field, in the table's encoding.
+struct OutputNameCase {
+    const char* name;
+    const char* encoding;
+    const char* source;
+    const char* typed;   // nullptr: the proposal, "FZY_" and the source field
+    const char* refusal; // the refusal's text, or nullptr when both runs add a field
+    std::vector<std::string> added;
+};
+
+class RunOutputNameTest : public RunCriterionTest,
+                          public ::testing::WithParamInterface<OutputNameCase> {};
+
+TEST_P(RunOutputNameTest, fitsTheTablesBytesAndTheMetadataCodePage) {
+    const OutputNameCase& c = GetParam();
+    testing::MakeShapefile(m_folder.Path(), "sols", {{c.source, 'N', 7, 2}}, {{1.0}, {2.0}},
+                           c.encoding);
+    m_app->AddShapefileLayer(m_folder.File("sols.shp"));
+    m_state.g_layer_name = "sols";
+    m_state.g_layer_index = 1;
+    m_dialog.fieldList = {c.source};
+    const std::string typed = c.typed ? c.typed : std::string("FZY_") + c.source;
+
+    for (int run = 0; run < 2; ++run) {
+        const RunOutcome outcome = Run(RisingRamp, {"0", "2", "", ""}, c.source, typed);
+        EXPECT_EQ(outcome, c.refusal ? RunOutcome::Refused : RunOutcome::Done) << LastBox();
+        if (c.refusal) {
+            EXPECT_EQ(LastBox().rfind(std::string(c.refusal) + " " + typed, 0), 0u) << LastBox();
+        }
+    }
+    std::vector<std::string> expected = {c.source};
+    expected.insert(expected.end(), c.added.begin(), c.added.end());
+    std::vector<std::string> names;
+    for (const auto& field : testing::ReadWithGdal(m_folder.File("sols.shp")).fields) {
+        names.push_back(field.name);
+    }
+    EXPECT_EQ(names, expected);
+    EXPECT_EQ(NumberEntries("sols"), static_cast<int>(c.added.size()));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Names, RunOutputNameTest,
+    ::testing::Values(
+        OutputNameCase{"utf8", "UTF-8", "ÉPAISSEU", nullptr, nullptr, {"FZY_ÉPAIS", "FZY_ÉPAI1"}},
+        OutputNameCase{
+            "cp1252", "ISO-8859-1", "ÉPAISSEU", nullptr, nullptr, {"FZY_ÉPAISS", "FZY_ÉPAIS1"}},
+        // A proposal of 10 characters or fewer is cut too, when it has too many bytes.
+        OutputNameCase{"shortProposal", "UTF-8", "ÉÉÉÉÉ", nullptr, nullptr, {"FZY_ÉÉÉ", "FZY_ÉÉ1"}},
+        OutputNameCase{"typedTooManyBytes", "UTF-8", "ÉPAISSEU", "ÉÉÉÉÉÉ", "T181", {}},
+        OutputNameCase{"typedOutsideCp1252", "UTF-8", "ŁÓDŹ", "ŁÓDŹ", "T182", {}}),
+    [](const auto& testInfo) { return std::string(testInfo.param.name); });
 
 TEST_F(RunCriterionTest, aLayerPositionOutsideTheMapIsReported) {
     m_state.g_layer_index = 3;

@@ -271,19 +271,29 @@ TEST_F(FrmBackTest, calculerAddsAndFillsTheFieldAndMetadataShowsItsEntry) {
         << shown;
 }
 
-TEST_F(FrmBackTest, metadataOfAFieldWithoutEntryShowsText153AndCreatesTheFile) {
+TEST_F(FrmBackTest, metadataShowsText153AndWritesNothing) {
     AddLayer(WritePolygons("data", "parcels", {{"SLOPE", {1}}}));
     frm_back& dialog = Dialog();
+    const bool rootFileBefore = std::filesystem::exists("/.fzy");
+    auto shownOnClick = [&] {
+        std::string shown;
+        const auto seen = OnNextModal([&](QWidget& window) {
+            shown = window.findChild<QPlainTextEdit*>()->toPlainText().toStdString();
+        });
+        Click(*dialog.sum_table);
+        EXPECT_TRUE(*seen);
+        return shown;
+    };
+
+    // No layer chosen yet: there is no metadata file to look into.
+    EXPECT_EQ(shownOnClick(), Text(153));
+    EXPECT_EQ(std::filesystem::exists("/.fzy"), rootFileBefore);
+
     ClickItem(*dialog.Lst_shapes, QStringLiteral("parcels"));
     ClickItem(*dialog.Lst_fields, QStringLiteral("SLOPE"));
-    std::string shown;
-    const auto seen = OnNextModal([&](QWidget& window) {
-        shown = window.findChild<QPlainTextEdit*>()->toPlainText().toStdString();
-    });
-    Click(*dialog.sum_table);
-    ASSERT_TRUE(*seen);
-    EXPECT_EQ(shown, Text(153));
-    EXPECT_EQ(std::filesystem::file_size(Folder("data") + "/parcels.fzy"), 8u);
+    EXPECT_EQ(shownOnClick(), Text(153));
+    EXPECT_FALSE(std::filesystem::exists(Folder("data") + "/parcels.fzy"));
+    EXPECT_TRUE(m_ui.boxes.empty());
 }
 
 class StatsButtonTest : public DialogTest {

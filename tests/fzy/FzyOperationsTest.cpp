@@ -17,11 +17,11 @@ TEST_F(FzyOpenTest, newNameGivesAnEightByteFileAndDropsShp) {
     EXPECT_EQ(m_io.fzy_io_close(), 1);
 }
 
-TEST_F(FzyOpenTest, upperCaseExtensionIsKept) {
+TEST_F(FzyOpenTest, theExtensionIsDroppedInAnyLetterCase) {
     std::string name = "PARCELLES.SHP";
     m_io.fzy_io_open(Folder(), name);
-    EXPECT_EQ(name, "PARCELLES.SHP");
-    EXPECT_TRUE(fs::exists(m_folder / "PARCELLES.SHP.fzy"));
+    EXPECT_EQ(name, "PARCELLES");
+    EXPECT_TRUE(fs::exists(m_folder / "PARCELLES.fzy"));
 }
 
 TEST_F(FzyOpenTest, shortFileIsNewAndOnlyItsFirstEightBytesAreRewritten) {
@@ -111,9 +111,23 @@ TEST_F(FzyAppendTest, exactlyAtTheLimitSucceeds) {
     filler.Folder = std::string(32766 - 23 - nextEntry - (56 + 5 + 5 + 9), 'x');
     WriteBytes(FzyPath(), MakeFile(0, 1, 0, {EncodeNumberEntry(filler)}));
     Open();
+    EXPECT_FALSE(m_io.NumberEntryFits("FZY_S", "FZY_S", "/d", "PP"));
+    EXPECT_TRUE(m_io.NumberEntryFits("FZY_S", "FZY_S", "/d", "P"));
     EXPECT_EQ(m_io.fzy_io_writenumber("FZY_S", "FZY_S", 2, 1, 2, 3, 4, "/d", "P"), 1);
     m_io.fzy_io_close();
     EXPECT_EQ(fs::file_size(FzyPath()), 32766u);
+}
+
+TEST_F(FzyAppendTest, noEntryFitsOnceTheCountsAreFull) {
+    for (const auto& [records, numbers] :
+         {std::pair<std::int16_t, std::int16_t>{0, 32767}, {16384, 16383}}) {
+        Bytes file = MakeFile(records, numbers, 0, {});
+        file.push_back(0); // an old file, the counts as its header says
+        WriteBytes(FzyPath(), file);
+        Open();
+        EXPECT_FALSE(m_io.NumberEntryFits("FZY_S", "FZY_S", "/d", "P")) << records;
+        m_io.fzy_io_close();
+    }
 }
 
 using FzyDescriptionTest = FzyFixture;
@@ -198,6 +212,10 @@ TEST_F(FzyDescriptionTest, namesAreComparedExactly) {
     Open();
     EXPECT_FALSE(m_io.fzy_io_numberinfo("FZY_PENTE"));
     EXPECT_TRUE(m_io.fzy_io_numberinfo("FZY_Pente"));
+    // In the file's code page: what it could not hold was stored as '?'.
+    WriteBytes(FzyPath(), MakeFile(0, 1, 0, {EncodeNumberEntry(MakeNumber("ŁÓDŹ"))}));
+    Open();
+    EXPECT_TRUE(m_io.fzy_io_numberinfo("ŁÓDŹ"));
 }
 
 TEST_F(FzyDescriptionTest, emptyNameRecordSearchReadsNothing) {

@@ -18,7 +18,8 @@ protected:
                                           {"FZY_A", host::kFieldTypeDouble},
                                           {"FZY_B", host::kFieldTypeDouble},
                                           {"FZY_C", host::kFieldTypeDouble},
-                                          {"FZY_R", host::kFieldTypeDouble}});
+                                          {"FZY_R", host::kFieldTypeDouble},
+                                          {"ŁÓDŹ", host::kFieldTypeDouble}});
         m_io.SetApplication(m_app);
     }
 
@@ -153,14 +154,18 @@ TEST_P(FzyCheckTest, answersForTheTopLevelLayerOfThatName) {
     EXPECT_TRUE(m_ui.boxes.empty());
 }
 
-INSTANTIATE_TEST_SUITE_P(Names, FzyCheckTest,
-                         testing::Values(CheckCase{"present", "SLOPE", "PARCELLES", true},
-                                         CheckCase{"missing", "FZY_X", "PARCELLES", false},
-                                         CheckCase{"caseDiffers", "slope", "PARCELLES", false},
-                                         CheckCase{"layerCaseDiffers", "FZY_X", "parcelles", true},
-                                         CheckCase{"onlyInsideAGroup", "FZY_X", "INNER", true},
-                                         CheckCase{"noSuchLayer", "FZY_X", "RENAMED", true}),
-                         [](const auto& testInfo) { return std::string(testInfo.param.name); });
+INSTANTIATE_TEST_SUITE_P(
+    Names, FzyCheckTest,
+    testing::Values(CheckCase{"present", "SLOPE", "PARCELLES", true},
+                    CheckCase{"missing", "FZY_X", "PARCELLES", false},
+                    CheckCase{"caseDiffers", "slope", "PARCELLES", false},
+                    CheckCase{"layerCaseDiffers", "FZY_X", "parcelles", true},
+                    CheckCase{"onlyInsideAGroup", "FZY_X", "INNER", true},
+                    CheckCase{"noSuchLayer", "FZY_X", "RENAMED", true},
+                    // Names compare as the file's code page holds them.
+                    CheckCase{"storedAsTheCodePageHoldsIt", "?ÓD?", "PARCELLES", true},
+                    CheckCase{"questionMarkIsNoWildcard", "?LOPE", "PARCELLES", false}),
+    [](const auto& testInfo) { return std::string(testInfo.param.name); });
 
 TEST_F(FzyValidationTest, emptyMapKeepsTheEntry) {
     m_app->FocusMemoryMap()->DeleteLayer(m_layer);

@@ -3,6 +3,7 @@
 // held its layer would leave their "keeps the entry" cases passing for the wrong reason.
 
 #include "host/memory/MemoryHost.h"
+#include "util/Error.h"
 
 #include <gtest/gtest.h>
 
@@ -21,6 +22,21 @@ TEST(MemoryHostTest, documentsFocusMapSeesLayersAppendedAndDeleted) {
     app.FocusMemoryMap()->DeleteLayer(parcels);
     ASSERT_EQ(map->LayerCount(), 1);
     EXPECT_EQ(map->Layer(0)->Name(), "GROUP");
+}
+
+// The run's name checks rely on the double refusing, as a table would, a name over its limit.
+TEST(MemoryHostTest, namesOverASetByteLimitAreRefused) {
+    MemoryApplication app;
+    const auto layer =
+        app.AddFeatureLayer("/data", "PARCELLES", kGeometryPolygon, {{"SLOPE", kFieldTypeDouble}});
+    auto& featureClass = dynamic_cast<MemoryFeatureClass&>(*layer->FeatureClass());
+    auto field = app.Factory().NewField();
+    field->SetName("ÉTÉ");
+    field->SetType(kFieldTypeDouble);
+    EXPECT_FALSE(featureClass.FieldNameByteLimit());
+    featureClass.LimitFieldNames(4);
+    EXPECT_EQ(featureClass.FieldNameByteLength("ÉTÉ"), 5u);
+    EXPECT_THROW(featureClass.AddField(*field), Error);
 }
 
 } // namespace
