@@ -13,9 +13,12 @@
 #include <cmath>
 #include <cstdio>
 #include <fstream>
+#include <functional>
 #include <limits>
 #include <random>
 #include <thread>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <vector>
 
 namespace quorel::host::gdal {
@@ -433,12 +436,43 @@ INSTANTIATE_TEST_SUITE_P(
         RefusedName{"", "Invalid field name:  (a shapefile's field names have 1 to 10 "
                         "characters)"}));
 
-TEST_F(DbfAddFieldTest, refusesATableShorterThanItsHeaderSays) {
+// A header that counts more records than the file holds, or fewer (the rewrite would drop those
+// behind), is a damaged table: nothing is written.
+class DbfMiscountTest : public DbfAddFieldTest,
+                        public ::testing::WithParamInterface<std::function<void(std::string&)>> {};
+
+TEST_P(DbfMiscountTest, refusesTheTableAndLeavesItAsItWas) {
     std::string bytes = ReadBytes(m_dbf);
-    bytes.resize(bytes.size() - 20);
+    GetParam()(bytes);
     { std::ofstream(m_dbf, std::ios::binary | std::ios::trunc) << bytes; }
-    EXPECT_THROW(AddDbfField(m_dbf, "NEW", 'N', 19, 11), Error);
+    try {
+        AddDbfField(m_dbf, "NEW", 'N', 19, 11);
+        FAIL() << "no error";
+    } catch (const Error& error) {
+        EXPECT_EQ(error.Number(), error_number::kHostLayerDamaged);
+        EXPECT_NE(error.Description().find(m_dbf + " is damaged"), std::string::npos)
+            << error.Description();
+    }
     EXPECT_EQ(ReadBytes(m_dbf), bytes);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Headers, DbfMiscountTest,
+    ::testing::Values([](std::string& bytes) { bytes.resize(bytes.size() - 20); },
+                      [](std::string& bytes) { bytes[4] = 1; }));
+
+TEST_F(DbfAddFieldTest, theNewTableKeepsTheOwnerAndModeOfTheOld) {
+    ASSERT_EQ(::chmod(m_dbf.c_str(), 0604), 0);
+    const bool root = ::geteuid() == 0;
+    if (root) {
+        ASSERT_EQ(::chown(m_dbf.c_str(), 65534, 65534), 0);
+    }
+    AddDbfField(m_dbf, "NEW", 'N', 19, 11);
+    struct stat status {};
+    ASSERT_EQ(::stat(m_dbf.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0604u);
+    EXPECT_EQ(status.st_uid, root ? 65534u : ::geteuid());
+    EXPECT_EQ(ReadWithGdal(m_shp).fields.size(), 3u);
 }
 
 TEST_F(DbfAddFieldTest, batchFileWritesRecordsBackInPlace) {
