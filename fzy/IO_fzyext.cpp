@@ -3,8 +3,8 @@
 #include "util/AutomationDate.h"
 #include "util/CodePage.h"
 #include "util/Error.h"
-#include "util/NumberText.h"
 #include "util/FileReplacement.h"
+#include "util/NumberText.h"
 #include "util/StringFunctions.h"
 
 #include <cerrno>
@@ -81,7 +81,6 @@ std::string RemoveShp(const std::string& name) {
         start = found + kShp.size();
     }
 }
-
 
 } // namespace
 

@@ -287,12 +287,15 @@ std::unique_ptr<ILayerWriteLock> Application::LockLayerForWriting(const std::str
                                                                   const std::string& name) {
     // The layer's own shapefile: a layer renamed in the map keeps its data's name.
     std::string shpPath;
-    const auto layers = m_document->FocusMap()->Layers(UID{kFeatureLayerInterfaceId}, true);
-    for (auto layer = layers->Next(); layer && shpPath.empty(); layer = layers->Next()) {
+    const auto map = m_document ? m_document->FocusMap() : nullptr;
+    const auto layers = map ? map->Layers(UID{kFeatureLayerInterfaceId}, true) : nullptr;
+    for (auto layer = layers ? layers->Next() : nullptr; layer && shpPath.empty();
+         layer = layers->Next()) {
         const auto featureLayer = std::dynamic_pointer_cast<IFeatureLayer>(layer);
-        const auto shapefile = featureLayer ? std::dynamic_pointer_cast<ShapefileFeatureClass>(
-                                                  featureLayer->FeatureClass())
-                                            : nullptr;
+        const auto shapefile =
+            featureLayer
+                ? std::dynamic_pointer_cast<ShapefileFeatureClass>(featureLayer->FeatureClass())
+                : nullptr;
         if (shapefile && layer->Name() == name && shapefile->Folder() == folder) {
             shpPath = shapefile->ShpPath();
         }

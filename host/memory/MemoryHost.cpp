@@ -457,18 +457,8 @@ std::unique_ptr<ILayerWriteLock> MemoryApplication::LockLayerForWriting(const st
         throw Error(error_number::kHostLayerLocked, kSource,
                     "Another run is writing the layer " + key);
     }
-    if (m_lockFailNumber != 0) {
-        const Error failure(m_lockFailNumber, kSource, m_lockFailDescription);
-        m_lockFailNumber = 0;
-        throw failure;
-    }
     locks.held.insert(key);
     return std::make_unique<MemoryWriteLock>(key);
-}
-
-void MemoryApplication::FailNextLock(std::int32_t number, const std::string& description) {
-    m_lockFailNumber = number;
-    m_lockFailDescription = description;
 }
 
 } // namespace quorel::host::memory

@@ -340,13 +340,10 @@ public:
     IObjectFactory& Factory() override { return m_factory; }
     // Locks folder/name (a trailing ".shp" aside) in a registry of the process: a second lock of
     // the same layer waits for at most SetWriteLockWait (none by default) and is then refused.
-    // The data are not checked; FailNextLock stands for a refusal of the checks.
+    // Data in memory are always writable and whole: there is nothing else to check.
     std::unique_ptr<ILayerWriteLock> LockLayerForWriting(const std::string& folder,
                                                          const std::string& name) override;
     void SetWriteLockWait(std::chrono::milliseconds wait) { m_writeLockWait = wait; }
-    // The next LockLayerForWriting throws this error instead of locking (a read-only or a
-    // damaged table).
-    void FailNextLock(std::int32_t number, const std::string& description);
 
     // Test access.
     const std::shared_ptr<MemoryDocument>& MemDocument() const { return m_document; }
@@ -378,8 +375,6 @@ private:
     MemoryCalculator::Engine m_engine;
     MemoryObjectFactory m_factory{*this};
     std::chrono::milliseconds m_writeLockWait{0};
-    std::int32_t m_lockFailNumber = 0;
-    std::string m_lockFailDescription;
 };
 
 } // namespace quorel::host::memory

@@ -8,8 +8,8 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <sstream>
 #include <set>
+#include <sstream>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -120,9 +120,12 @@ TEST_F(FileReplacementTest, aFolderThatCannotBeWrittenFailsWithTheFileError) {
 
 TEST_F(FileReplacementTest, staleTemporariesOfTheTargetGoAndNothingElse) {
     const std::vector<std::string> stale = {"t.dbf.quorel-Ab3xZ9", "t.dbf.quorel-000000"};
-    const std::vector<std::string> kept = {"t.dbf",           "t.dbf.quorel-Ab3xZ",
-                                           "t.dbf.quorel-Ab3x-9", "u.dbf.quorel-Ab3xZ9",
-                                           "t.dbf.quorel-Ab3xZ9x", "t.fzy.quorel-Ab3xZ9"};
+    const std::vector<std::string> kept = {"t.dbf",
+                                           "t.dbf.quorel-Ab3xZ",
+                                           "t.dbf.quorel-Ab3x-9",
+                                           "u.dbf.quorel-Ab3xZ9",
+                                           "t.dbf.quorel-Ab3xZ9x",
+                                           "t.fzy.quorel-Ab3xZ9"};
     for (const auto& name : stale) {
         Write(Path(name), "x");
     }
