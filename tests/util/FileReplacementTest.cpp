@@ -1,7 +1,5 @@
 #include "util/FileReplacement.h"
 
-#include "util/Error.h"
-
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -106,16 +104,6 @@ TEST_F(FileReplacementTest, twoReplacementsAtOnceHaveTemporariesOfTheirOwn) {
     second.Commit();
     EXPECT_EQ(Read(Path("t.fzy")), "second");
     EXPECT_EQ(Names(), std::set<std::string>{"t.fzy"});
-}
-
-TEST_F(FileReplacementTest, aFolderThatCannotBeWrittenFailsWithTheFileError) {
-    try {
-        ReplaceFile(Path("missing/t.fzy"), "x", "Test");
-        FAIL() << "no error";
-    } catch (const Error& error) {
-        EXPECT_EQ(error.Number(), error_number::kFileNotFound);
-        EXPECT_EQ(error.Source(), "Test");
-    }
 }
 
 TEST_F(FileReplacementTest, staleTemporariesOfTheTargetGoAndNothingElse) {
