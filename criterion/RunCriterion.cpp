@@ -6,6 +6,7 @@
 #include "fzy/FzyFormat.h"
 #include "fzy/IO_fzyext.h"
 #include "util/Error.h"
+#include "util/FileReplacement.h"
 #include "util/MessageUi.h"
 #include "util/TextSource.h"
 
@@ -67,7 +68,55 @@ std::string FittingBeginning(const std::string& text, const std::string& suffix,
     return candidate;
 }
 
+std::string WithArgument(std::string text, const std::string& argument) {
+    const auto at = text.find("%1");
+    if (at != std::string::npos) {
+        text.replace(at, 2, argument);
+    }
+    return text;
+}
+
 } // namespace
+
+// Before anything is written: the layer's data locked for this run alone, found writable and
+// whole, and its metadata file writable; then what killed runs left beside the metadata file
+// goes. A refusal says so, and that nothing was changed, with the host's detail after it.
+std::unique_ptr<host::ILayerWriteLock> CriterionRun::LockLayerForRun() {
+    if (!m_state.g_app) {
+        throw Error(error_number::kObjectRequired, kProcedureName,
+                    "Object required: no host application");
+    }
+    std::unique_ptr<host::ILayerWriteLock> lock;
+    try {
+        lock = m_state.g_app->LockLayerForWriting(m_state.g_layer_path, m_state.g_layer_name);
+    } catch (const Error& refused) {
+        std::int16_t text = 0;
+        switch (refused.Number()) {
+        case error_number::kHostLayerLocked:
+            text = kTextLayerBusy;
+            break;
+        case error_number::kHostLayerReadOnly:
+            text = kTextLayerReadOnly;
+            break;
+        case error_number::kHostLayerDamaged:
+            text = kTextLayerDamaged;
+            break;
+        default:
+            throw;
+        }
+        const std::string layer = fzy::JoinFolder(m_state.g_layer_path, m_state.g_layer_name);
+        throw Error(refused.Number(), refused.Source(),
+                    WithArgument(m_texts.ResourceString(text), layer) + "\r\n" +
+                        refused.Description());
+    }
+    const std::string metadata = fzy::MetadataFilePath(m_state.g_layer_path, m_state.g_layer_name);
+    if (!fzy::MetadataFileWritable(metadata)) {
+        throw Error(error_number::kPermissionDenied, kProcedureName,
+                    WithArgument(m_texts.ResourceString(kTextMetadataReadOnly), metadata));
+    }
+    util::RemoveStaleReplacements(metadata);
+    return lock;
+}
 
 FieldNameLimit FieldNameLimit::Of(const host::IFeatureClass& table) {
     return {table.FieldNameByteLimit(),
@@ -115,7 +164,8 @@ RunOutcome CriterionRun::RunCriterion() {
 
     bool busy = false;
     bool fzyOpen = false;
-    // The normal pointer and the closed metadata file, however the run ends.
+    std::unique_ptr<host::ILayerWriteLock> writeLock;
+    // The normal pointer, the closed metadata file and the layer let go, however the run ends.
     auto tidyUp = [&] {
         if (fzyOpen) {
             fzyOpen = false;
@@ -125,6 +175,7 @@ RunOutcome CriterionRun::RunCriterion() {
                 // closing is best effort; the error being reported matters more
             }
         }
+        writeLock.reset();
         if (busy) {
             busy = false;
             m_ui.SetBusy(false);
@@ -154,6 +205,7 @@ RunOutcome CriterionRun::RunCriterion() {
         busy = true;
         m_step = 101;
 
+        writeLock = LockLayerForRun();
         m_fzy.fzy_io_open(m_state.g_layer_path, m_state.g_layer_name);
         fzyOpen = true;
         m_fzy.fzy_io_valid(m_state.g_layer_name, m_state.g_layer_path);

@@ -58,6 +58,13 @@ inline constexpr std::int16_t kTextNoFieldSelected = 131;
 inline constexpr std::int16_t kTextEditing = 133;
 inline constexpr std::int16_t kTextComputing = 134;
 inline constexpr std::int16_t kTextRunDone = 162;
+// Refusals before anything is written: another run holds the layer, the layer or its metadata
+// file cannot be written, the table is damaged. %1 is the layer's data (folder and name) or the
+// metadata file.
+inline constexpr std::int16_t kTextLayerBusy = 170;
+inline constexpr std::int16_t kTextLayerReadOnly = 171;
+inline constexpr std::int16_t kTextLayerDamaged = 172;
+inline constexpr std::int16_t kTextMetadataReadOnly = 173;
 inline constexpr std::int16_t kTextMetadataFull = 180;
 inline constexpr std::int16_t kTextNameTooManyBytes = 181;
 inline constexpr std::int16_t kTextNameOutsideCodePage = 182;
@@ -100,6 +107,8 @@ public:
     int StepMarker() const { return m_step; }
 
 private:
+    std::unique_ptr<host::ILayerWriteLock> LockLayerForRun();
+
     ComponentState& m_state;
     IRunDialog& m_dialog;
     util::IMessageUi& m_ui;

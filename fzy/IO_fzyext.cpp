@@ -3,6 +3,7 @@
 #include "util/AutomationDate.h"
 #include "util/CodePage.h"
 #include "util/Error.h"
+#include "util/FileReplacement.h"
 #include "util/NumberText.h"
 #include "util/StringFunctions.h"
 
@@ -94,15 +95,19 @@ std::string RemoveShp(const std::string& name) {
     return result;
 }
 
-std::string ParentFolder(const std::string& path) {
-    const auto slash = path.rfind('/');
-    if (slash == std::string::npos) {
-        return ".";
-    }
-    return slash == 0 ? "/" : path.substr(0, slash);
+} // namespace
+
+std::string MetadataFilePath(const std::string& folder, const std::string& name) {
+    return folder + "/" + RemoveShp(name) + ".fzy";
 }
 
-} // namespace
+bool MetadataFileWritable(const std::string& path) {
+    struct stat status {};
+    if (::stat(path.c_str(), &status) != 0) {
+        return true; // created by the run
+    }
+    return ::faccessat(AT_FDCWD, path.c_str(), W_OK, AT_EACCESS) == 0;
+}
 
 std::string JoinFolder(const std::string& folder, const std::string& name) {
     const bool windowsFolder =
@@ -554,12 +559,13 @@ void IO_fzyext::fzy_io_compressfzy(std::int16_t handle, const std::string& shape
         step = 1;
         OpenFile& file = File(handle);
         // The whole compacted file is built in memory first, so that a corrupt file leaves
-        // nothing behind; then it is written beside the original, flushed and renamed over it.
+        // nothing behind; then it replaces the original in one step. The working counts change
+        // only once it has: until then the next append must go on counting the file as it is.
         FzyHeader header = ReadHeader(file);
         step = 2;
         const std::int16_t total = EntriesToWalk(header.RecordCount, header.NumberCount);
-        m_recordCount = 0;
-        m_numberCount = 0;
+        std::int16_t recordCount = 0;
+        std::int16_t numberCount = 0;
         step = 3;
         std::vector<std::uint8_t> entries;
         std::int64_t position = kHeaderSize;
@@ -573,46 +579,37 @@ void IO_fzyext::fzy_io_compressfzy(std::int16_t handle, const std::string& shape
                 entries.insert(entries.end(), bytes.begin(), bytes.end());
                 step = 5;
                 if (frame.EntryKind == kRecordEntryKind) {
-                    m_recordCount = Add16(m_recordCount, 1);
+                    recordCount = Add16(recordCount, 1);
                 } else if (frame.EntryKind == kNumberEntryKind) {
-                    m_numberCount = Add16(m_numberCount, 1);
+                    numberCount = Add16(numberCount, 1);
                 }
             }
             step = 6;
             position += frame.Length;
         }
-        header.RecordCount = m_recordCount;
-        header.NumberCount = m_numberCount;
+        header.RecordCount = recordCount;
+        header.NumberCount = numberCount;
         header.DeletedCount = 0;
         std::vector<std::uint8_t> compacted = EncodeHeader(header);
         compacted.insert(compacted.end(), entries.begin(), entries.end());
         step = 7;
 
+        // A scratch file of its own, never the user's NAME.tmp; it keeps the file's owner and
+        // mode.
         const std::string target = folder + "/" + shapeName + ".fzy";
-        const std::string scratch = folder + "/" + shapeName + ".tmp";
-        {
-            // A stale scratch file from an earlier failure is emptied, never appended to.
-            Descriptor temporary(scratch, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC);
-            WriteAllAt(temporary.Get(), 0, compacted, scratch);
-            if (fsync(temporary.Get()) != 0) {
-                throw FileError(errno, kSource, scratch);
-            }
-        }
-        step = 8;
-        // The one moment the file changes: before it the old file is whole, after it the new.
-        if (rename(scratch.c_str(), target.c_str()) != 0) {
-            throw FileError(errno, kSource, target);
-        }
+        util::ReplaceFile(
+            target,
+            std::string_view(reinterpret_cast<const char*>(compacted.data()), compacted.size()),
+            kSource);
+        // The file on disk is the compacted one from here, whatever follows.
+        m_recordCount = recordCount;
+        m_numberCount = numberCount;
+        m_deletedCount = 0;
         step = 9;
-        // Make the rename itself durable.
-        try {
-            Descriptor directory(ParentFolder(target), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-            fsync(directory.Get());
-        } catch (const Error&) {
-        }
+        // The handle's old file is gone: should the reopening fail, no write may go there.
+        m_files.erase(handle);
         m_files[handle] = std::make_unique<OpenFile>(target);
         step = 10;
-        m_deletedCount = 0;
     } catch (const std::exception& error) {
         ShowLocalError(error, " fzy_io_compressfzy Debug=", step);
     }

@@ -111,6 +111,12 @@ private:
     std::optional<std::string> m_infoText;
 };
 
+// The metadata file of a shapefile: folder/name.fzy, every ".shp" removed from name, as
+// fzy_io_open names it.
+std::string MetadataFilePath(const std::string& folder, const std::string& name);
+// Whether this process may write the metadata file at path; true when it does not exist yet.
+bool MetadataFileWritable(const std::string& path);
+
 // Joins a folder and a file name with the separator the folder text itself uses: files written
 // on Windows hold folders with backslashes and are shown as they are.
 std::string JoinFolder(const std::string& folder, const std::string& name);

@@ -1,14 +1,12 @@
 #include "lang/SettingsStore.h"
 
 #include "util/Error.h"
+#include "util/FileReplacement.h"
 
-#include <cerrno>
 #include <cstdlib>
-#include <fcntl.h>
 #include <fstream>
 #include <optional>
 #include <sstream>
-#include <unistd.h>
 #include <vector>
 
 namespace quorel::lang {
@@ -55,38 +53,6 @@ std::vector<std::string> ReadLines(const std::filesystem::path& file) {
     return lines;
 }
 
-// Owns a file descriptor.
-class FileDescriptor {
-public:
-    explicit FileDescriptor(int fd) : m_fd(fd) {}
-    FileDescriptor(const FileDescriptor&) = delete;
-    FileDescriptor& operator=(const FileDescriptor&) = delete;
-    ~FileDescriptor() { Close(); }
-    int Get() const { return m_fd; }
-    int Close() {
-        const int rc = m_fd >= 0 ? ::close(m_fd) : 0;
-        m_fd = -1;
-        return rc;
-    }
-
-private:
-    int m_fd;
-};
-
-void WriteAll(int fd, const std::string& text, const std::string& path) {
-    std::size_t done = 0;
-    while (done < text.size()) {
-        const ssize_t written = ::write(fd, text.data() + done, text.size() - done);
-        if (written < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
-            throw FileError(errno, kSource, path);
-        }
-        done += static_cast<std::size_t>(written);
-    }
-}
-
 void WriteAtomically(const std::filesystem::path& file, const std::string& content) {
     const std::filesystem::path folder = file.parent_path();
     std::error_code ec;
@@ -94,31 +60,7 @@ void WriteAtomically(const std::filesystem::path& file, const std::string& conte
     if (ec) {
         throw FileError(ec.value(), kSource, folder.string());
     }
-    std::string pattern = (folder / (file.filename().string() + ".XXXXXX")).string();
-    std::vector<char> name(pattern.begin(), pattern.end());
-    name.push_back('\0');
-    FileDescriptor fd(::mkstemp(name.data()));
-    if (fd.Get() < 0) {
-        throw FileError(errno, kSource, pattern);
-    }
-    const std::string temporary(name.data());
-    try {
-        WriteAll(fd.Get(), content, temporary);
-        if (::fsync(fd.Get()) != 0 || fd.Close() != 0) {
-            throw FileError(errno, kSource, temporary);
-        }
-        if (::rename(temporary.c_str(), file.c_str()) != 0) {
-            throw FileError(errno, kSource, file.string());
-        }
-    } catch (...) {
-        ::unlink(temporary.c_str());
-        throw;
-    }
-    // The rename itself is durable only once the folder is synced.
-    FileDescriptor dir(::open(folder.c_str(), O_RDONLY | O_DIRECTORY));
-    if (dir.Get() >= 0) {
-        ::fsync(dir.Get());
-    }
+    util::ReplaceFile(file.string(), content, kSource);
 }
 
 } // namespace

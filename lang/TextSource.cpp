@@ -1,6 +1,7 @@
 #include "lang/TextSource.h"
 
 #include "util/Error.h"
+#include "util/FileReplacement.h"
 
 #include <charconv>
 #include <memory>
@@ -172,14 +173,16 @@ TextSourceTable ReadTextSource(std::istream& in, const std::string& sourceName) 
 
 void WriteTextDatabase(const TextSourceTable& table, const std::filesystem::path& target) {
     // Built beside the target and renamed at the end, so a failed build leaves no half database.
-    const std::filesystem::path file = target.string() + ".tmp";
-    std::error_code ec;
-    std::filesystem::remove(file, ec);
+    // SQLite takes the empty temporary as an empty database; without a journal it makes no file
+    // of its own beside it.
+    util::FileReplacement replacement(target.string(), kSource, 0644);
+    const std::filesystem::path file = replacement.TemporaryPath();
     sqlite3* raw = nullptr;
-    const int rc =
-        sqlite3_open_v2(file.c_str(), &raw, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
+    const int rc = sqlite3_open_v2(file.c_str(), &raw, SQLITE_OPEN_READWRITE, nullptr);
     std::unique_ptr<sqlite3, SqliteCloser> handle(raw);
     Check(raw, rc, file.string());
+    Check(raw, sqlite3_exec(raw, "PRAGMA journal_mode=OFF", nullptr, nullptr, nullptr),
+          file.string());
 
     std::string create = "CREATE TABLE tblText (id INTEGER PRIMARY KEY";
     std::string insert = "INSERT INTO tblText (id";
@@ -209,10 +212,7 @@ void WriteTextDatabase(const TextSourceTable& table, const std::filesystem::path
     statement.reset();
     Check(raw, sqlite3_exec(raw, "COMMIT", nullptr, nullptr, nullptr), file.string());
     handle.reset();
-    std::filesystem::rename(file, target, ec);
-    if (ec) {
-        throw FileError(ec.value(), kSource, target.string());
-    }
+    replacement.Commit();
 }
 
 } // namespace quorel::lang

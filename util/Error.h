@@ -50,6 +50,11 @@ inline constexpr std::int32_t kSyntaxError = 1002;
 // Host (GIS) failures: layers, fields, tables, the field calculator.
 inline constexpr std::int32_t kHostFailure = -2147467259;      // 0x80004005, unspecified failure
 inline constexpr std::int32_t kHostInvalidIndex = -2147024809; // 0x80070057, invalid argument
+// A layer's data refused for writing before anything is written (IApplication's
+// LockLayerForWriting): another writer holds it, it cannot be written in place, it is damaged.
+inline constexpr std::int32_t kHostLayerLocked = -2147220991;   // 0x80040201
+inline constexpr std::int32_t kHostLayerReadOnly = -2147220990; // 0x80040202
+inline constexpr std::int32_t kHostLayerDamaged = -2147220989;  // 0x80040203
 } // namespace error_number
 
 // Error for a failed system call on a file: number and description chosen from errno.

@@ -2,6 +2,7 @@
 
 #include "host/gdal/Shapefile.h"
 #include "util/Error.h"
+#include "util/FileReplacement.h"
 
 #include <filesystem>
 #include <fstream>
@@ -195,24 +196,7 @@ void SaveMapDocument(const host::gdal::MxDocument& document, const std::string& 
         }
     }
     // Written beside and renamed, so a failed save leaves the old document whole.
-    const std::string scratch = path + ".tmp";
-    {
-        std::ofstream file(scratch, std::ios::binary | std::ios::trunc);
-        if (!file) {
-            throw FileError(errno, kSource, scratch);
-        }
-        file << out.str();
-        file.flush();
-        if (!file) {
-            throw FileError(errno, kSource, scratch);
-        }
-    }
-    std::error_code error;
-    fs::rename(scratch, path, error);
-    if (error) {
-        fs::remove(scratch, error);
-        throw Error(error_number::kDeviceIo, kSource, "Cannot write " + path);
-    }
+    util::ReplaceFile(path, out.str(), kSource);
 }
 
 std::shared_ptr<host::gdal::MxDocument> LoadMapDocument(host::gdal::Application& app,

@@ -1,6 +1,7 @@
 #include "component/registry/ClassRegistry.h"
 
 #include "util/Error.h"
+#include "util/FileReplacement.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -188,37 +189,7 @@ void ClassRegistry::Save() const {
     const std::filesystem::path target(m_path);
     std::error_code ignored;
     std::filesystem::create_directories(target.parent_path(), ignored);
-    const std::string temporary = m_path + ".tmp";
-    const int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    if (fd < 0) {
-        throw FileError(errno, kSource, temporary);
-    }
-    std::size_t done = 0;
-    while (done < content.size()) {
-        const ssize_t n = ::write(fd, content.data() + done, content.size() - done);
-        if (n < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
-            const int error = errno;
-            ::close(fd);
-            ::unlink(temporary.c_str());
-            throw FileError(error, kSource, temporary);
-        }
-        done += static_cast<std::size_t>(n);
-    }
-    const bool synced = ::fsync(fd) == 0;
-    const int syncError = errno;
-    if (::close(fd) != 0 || !synced) {
-        const int error = synced ? errno : syncError;
-        ::unlink(temporary.c_str());
-        throw FileError(error, kSource, temporary);
-    }
-    if (std::rename(temporary.c_str(), m_path.c_str()) != 0) {
-        const int error = errno;
-        ::unlink(temporary.c_str());
-        throw FileError(error, kSource, m_path);
-    }
+    util::ReplaceFile(m_path, content, kSource, 0644);
 }
 
 } // namespace quorel::component

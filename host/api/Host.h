@@ -213,6 +213,15 @@ public:
     virtual std::shared_ptr<IFeatureLayer> NewFeatureLayer() = 0;
 };
 
+// The exclusive right to write one layer's data: its table and the files kept beside it, the
+// metadata file among them. A writer takes it before its first write and holds it until after its
+// last; while it is held no one else can take it, in this process or another. Destroying the
+// object releases it. Readers never take it.
+class ILayerWriteLock {
+public:
+    virtual ~ILayerWriteLock() = default;
+};
+
 class IApplication {
 public:
     virtual ~IApplication() = default;
@@ -221,6 +230,20 @@ public:
     // nullptr when no extension is registered under that id.
     virtual std::shared_ptr<IExtension> FindExtensionByCLSID(const UID& uid) const = 0;
     virtual IObjectFactory& Factory() = 0;
+    // Takes the write lock of the data of the layer `name` whose data lie in `folder` (the chosen
+    // layer's g_layer_path and g_layer_name, with or without ".shp"), waiting a short while (the
+    // host's choice) for another writer to let go. Then, still before anything is written, makes
+    // sure the data can be written whole: otherwise it throws quorel::Error, having changed
+    // nothing and released the lock, with one of these numbers
+    //   kHostLayerLocked    another writer held the lock all the while;
+    //   kHostLayerReadOnly  the data cannot be written in place (permissions, read-only medium);
+    //   kHostLayerDamaged   the data disagree with themselves (a table's header and its content,
+    //                       the table and the geometry), so a rewrite would lose some;
+    // or another number when the data cannot be found or read. The description names the file
+    // and says what is wrong. Once the lock is held, the host removes what writers killed
+    // midway left behind (their temporary files).
+    virtual std::unique_ptr<ILayerWriteLock> LockLayerForWriting(const std::string& folder,
+                                                                 const std::string& name) = 0;
 };
 
 } // namespace quorel::host

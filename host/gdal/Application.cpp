@@ -283,6 +283,33 @@ void Application::SetActiveDocument(std::shared_ptr<MxDocument> document) {
     m_document = std::move(document);
 }
 
+std::unique_ptr<ILayerWriteLock> Application::LockLayerForWriting(const std::string& folder,
+                                                                  const std::string& name) {
+    // The layer's own shapefile: a layer renamed in the map keeps its data's name.
+    std::string shpPath;
+    const auto map = m_document ? m_document->FocusMap() : nullptr;
+    const auto layers = map ? map->Layers(UID{kFeatureLayerInterfaceId}, true) : nullptr;
+    for (auto layer = layers ? layers->Next() : nullptr; layer && shpPath.empty();
+         layer = layers->Next()) {
+        const auto featureLayer = std::dynamic_pointer_cast<IFeatureLayer>(layer);
+        const auto shapefile =
+            featureLayer
+                ? std::dynamic_pointer_cast<ShapefileFeatureClass>(featureLayer->FeatureClass())
+                : nullptr;
+        if (shapefile && layer->Name() == name && shapefile->Folder() == folder) {
+            shpPath = shapefile->ShpPath();
+        }
+    }
+    if (shpPath.empty()) {
+        std::string baseName = name;
+        if (baseName.ends_with(".shp") || baseName.ends_with(".SHP")) {
+            baseName.resize(baseName.size() - 4);
+        }
+        shpPath = folder + "/" + baseName + ".shp";
+    }
+    return std::make_unique<ShapefileWriteLock>(shpPath, m_writeLockWait);
+}
+
 std::shared_ptr<IFeatureLayer> Application::AddShapefileLayer(const std::string& shpPath) {
     const auto slash = shpPath.find_last_of('/');
     const std::string folder = slash == std::string::npos ? "." : shpPath.substr(0, slash);

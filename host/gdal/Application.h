@@ -7,6 +7,7 @@
 #include "host/api/Events.h"
 #include "host/api/Host.h"
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <string>
@@ -169,6 +170,12 @@ public:
     std::shared_ptr<IStatusBar> StatusBar() const override { return m_statusBar; }
     std::shared_ptr<IExtension> FindExtensionByCLSID(const UID& uid) const override;
     IObjectFactory& Factory() override { return m_factory; }
+    // The shapefile of the focus map's feature layer of that name in that folder, else
+    // folder/name.shp, locked by a ShapefileWriteLock.
+    std::unique_ptr<ILayerWriteLock> LockLayerForWriting(const std::string& folder,
+                                                         const std::string& name) override;
+    // How long LockLayerForWriting waits for another writer.
+    void SetWriteLockWait(std::chrono::milliseconds wait) { m_writeLockWait = wait; }
 
     // A new document becomes the active one. The handlers of the document that was active
     // hear NewDocument, as for a document that is emptied and started afresh, then those of
@@ -194,6 +201,8 @@ private:
     std::shared_ptr<gdal::StatusBar> m_statusBar;
     std::shared_ptr<Editor> m_editor;
     ObjectFactory m_factory;
+    // Enough for another run on a table of ordinary size to end, short enough not to look hung.
+    std::chrono::milliseconds m_writeLockWait{3000};
 };
 
 // Interface ids the map's layer enumeration understands.

@@ -331,23 +331,26 @@ void Calculator::Calculate() {
         throw Error(error_number::kHostFailure, kSource,
                     "The calculator works on the cursors of shapefiles only");
     }
-    const script::Program program = script::Program::Compile(m_preExpression, m_expression);
-    const ProgressGuard progressGuard(m_statusBar.get());
     ShapefileFeatureClass& featureClass = cursor->FeatureClass();
-
     if (cursor->AtStart() && featureClass.IsFieldPending(m_field)) {
-        // A field just added: written once, with its values.
+        // A field just added: written once, with its values. The script is compiled there, so
+        // that even one that does not compile leaves the field written (Null) now, not later.
+        const ProgressGuard progressGuard(m_statusBar.get());
+        std::optional<script::Program> program;
         std::size_t total = 0;
         featureClass.WritePendingField(
             [&](const DbfHeader& layout) {
+                program.emplace(script::Program::Compile(m_preExpression, m_expression));
                 total = layout.recordCount;
-                return std::make_unique<ScriptFiller>(program, layout, m_field);
+                return std::make_unique<ScriptFiller>(*program, layout, m_field);
             },
             [&](std::size_t done) { ShowProgress(done, total); }, m_sharing);
         cursor->MoveToEnd();
         return;
     }
 
+    const script::Program program = script::Program::Compile(m_preExpression, m_expression);
+    const ProgressGuard progressGuard(m_statusBar.get());
     featureClass.WritePendingField();
     DbfBatchFile table(featureClass.DbfPath(), true, cursor->Position(), m_sharing.batchBytes);
     const DbfHeader& header = table.Header();

@@ -55,7 +55,7 @@ std::string Lowercase(std::string text) {
 }
 
 Error DamagedTable(const std::string& path, const std::string& what) {
-    return Error(error_number::kHostFailure, kSource,
+    return Error(error_number::kHostLayerDamaged, kSource,
                  "The table " + path + " is damaged (" + what + ")");
 }
 
@@ -315,40 +315,7 @@ bool EqualIgnoringCase(const std::string& left, const std::string& right) {
     return Lowercase(left) == Lowercase(right);
 }
 
-std::string Folder(const std::string& path) {
-    const auto slash = path.find_last_of('/');
-    if (slash == std::string::npos) {
-        return ".";
-    }
-    return slash == 0 ? "/" : path.substr(0, slash);
-}
-
-// Makes the rename itself durable.
-void SyncFolder(const std::string& path) {
-    const FileHandle folder(::open(Folder(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (folder.Get() >= 0) {
-        ::fsync(folder.Get());
-    }
-}
-
 } // namespace
-
-FileHandle& FileHandle::operator=(FileHandle&& other) noexcept {
-    if (this != &other) {
-        if (m_fd >= 0) {
-            ::close(m_fd);
-        }
-        m_fd = other.m_fd;
-        other.m_fd = -1;
-    }
-    return *this;
-}
-
-FileHandle::~FileHandle() {
-    if (m_fd >= 0) {
-        ::close(m_fd);
-    }
-}
 
 void ThrowFileError(int errnoValue, const std::string& verb, const std::string& path) {
     const Error base = FileError(errnoValue, kSource, path);
@@ -796,48 +763,44 @@ void WriteDbfColumn(const std::string& dbfPath, const DbfNewColumn& plan,
     if (::fstat(old.Get(), &status) != 0) {
         ThrowFileError(errno, "open", dbfPath);
     }
-    const auto needed = static_cast<off_t>(
-        plan.table.headerLength + std::size_t{plan.table.recordCount} * plan.table.recordLength);
-    if (status.st_size < needed) {
-        throw DamagedTable(dbfPath, "it is shorter than its header says");
-    }
+    CheckDbfRecordCount(plan.table, status.st_size, dbfPath);
 
-    const std::string tempPath = dbfPath + ".quorel-tmp";
-    FileHandle temp(
-        ::open(tempPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, status.st_mode & 07777));
-    if (temp.Get() < 0) {
+    // The new table takes the old one's mode and owner.
+    util::FileReplacement temp(dbfPath, kSource);
+    const std::string& tempPath = temp.TemporaryPath();
+    // Room for the whole table at once: a full disk shows now, not after the work, and the
+    // writes need not reserve their blocks page by page.
+    const auto size =
+        static_cast<off_t>(plan.layout.headerLength +
+                           std::size_t{plan.table.recordCount} * plan.layout.recordLength + 1);
+    if (::fallocate(temp.Descriptor(), 0, 0, size) != 0 && errno != EOPNOTSUPP) {
         ThrowFileError(errno, "write", tempPath);
     }
-    try {
-        ::fchmod(temp.Get(), status.st_mode & 07777);
-        // Room for the whole table at once: a full disk shows now, not after the work, and
-        // the writes need not reserve their blocks page by page.
-        const auto size =
-            static_cast<off_t>(plan.layout.headerLength +
-                               std::size_t{plan.table.recordCount} * plan.layout.recordLength + 1);
-        if (::fallocate(temp.Get(), 0, 0, size) != 0 && errno != EOPNOTSUPP) {
-            ThrowFileError(errno, "write", tempPath);
-        }
-        WriteExactly(temp.Get(), plan.layout.rawHeader.data(), plan.layout.rawHeader.size(), 0,
-                     tempPath);
-        ColumnWriter(plan, old.Get(), dbfPath, temp.Get(), tempPath, filler, sharing).Run(progress);
-        const auto end =
-            static_cast<off_t>(plan.layout.headerLength +
-                               std::size_t{plan.table.recordCount} * plan.layout.recordLength);
-        WriteExactly(temp.Get(), &kEndOfFile, 1, end, tempPath);
-        if (::fsync(temp.Get()) != 0) {
-            ThrowFileError(errno, "write", tempPath);
-        }
-        temp = FileHandle();
-        if (::rename(tempPath.c_str(), dbfPath.c_str()) != 0) {
-            ThrowFileError(errno, "replace", dbfPath);
-        }
-    } catch (...) {
-        temp = FileHandle();
-        ::unlink(tempPath.c_str());
-        throw;
+    WriteExactly(temp.Descriptor(), plan.layout.rawHeader.data(), plan.layout.rawHeader.size(), 0,
+                 tempPath);
+    ColumnWriter(plan, old.Get(), dbfPath, temp.Descriptor(), tempPath, filler, sharing)
+        .Run(progress);
+    const auto end = static_cast<off_t>(
+        plan.layout.headerLength + std::size_t{plan.table.recordCount} * plan.layout.recordLength);
+    WriteExactly(temp.Descriptor(), &kEndOfFile, 1, end, tempPath);
+    temp.Commit();
+}
+
+void CheckDbfRecordCount(const DbfHeader& header, std::int64_t fileSize,
+                         const std::string& dbfPath) {
+    const auto recordsEnd = static_cast<std::int64_t>(
+        header.headerLength + std::size_t{header.recordCount} * header.recordLength);
+    if (fileSize < recordsEnd) {
+        throw DamagedTable(dbfPath, "it is shorter than its header says");
     }
-    SyncFolder(dbfPath);
+    // Whole records behind those counted (a single byte more is the end-of-file mark): the
+    // header undercounts, and a writer trusting it would drop them.
+    const std::int64_t extra = fileSize - recordsEnd;
+    if (extra > 1 && extra >= header.recordLength) {
+        const std::int64_t held = header.recordCount + extra / header.recordLength;
+        throw DamagedTable(dbfPath, "its header counts " + std::to_string(header.recordCount) +
+                                        " records, the file holds " + std::to_string(held));
+    }
 }
 
 void AddDbfField(const std::string& dbfPath, const std::string& name, char type,

@@ -4,6 +4,8 @@
 // per-feature path is far too slow for a whole-column calculation, and adding a field must never
 // leave a half-written table behind. The .shp and .shx are never touched here.
 
+#include "util/FileReplacement.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -43,22 +45,7 @@ struct DbfHeader {
     std::optional<std::size_t> Find(const std::string& name) const;
 };
 
-// Owns one file descriptor.
-class FileHandle {
-public:
-    FileHandle() = default;
-    explicit FileHandle(int fd) : m_fd(fd) {}
-    FileHandle(FileHandle&& other) noexcept : m_fd(other.m_fd) { other.m_fd = -1; }
-    FileHandle& operator=(FileHandle&& other) noexcept;
-    FileHandle(const FileHandle&) = delete;
-    FileHandle& operator=(const FileHandle&) = delete;
-    ~FileHandle();
-
-    int Get() const { return m_fd; }
-
-private:
-    int m_fd = -1;
-};
+using FileHandle = util::FileDescriptor;
 
 // Path helpers of a shapefile: "/data/roads.shp" -> "/data/roads.dbf" and so on.
 std::string SiblingPath(const std::string& shpPath, const std::string& extension);
@@ -106,6 +93,12 @@ protected:
 
 // Receives how many records are done; called on the calling thread only.
 using DbfProgress = std::function<void(std::size_t recordsDone)>;
+
+// Checks that the file (fileSize bytes) holds the records its header counts, no fewer and no
+// whole record more: a header that undercounts would have a rewrite drop the records behind.
+// Throws Error(kHostLayerDamaged) naming the file.
+void CheckDbfRecordCount(const DbfHeader& header, std::int64_t fileSize,
+                         const std::string& dbfPath);
 
 // Adds the planned column: the new table is written beside the old one, flushed to disk and
 // renamed over it, so that a crash at any moment leaves either table whole. The column is Null

@@ -4,9 +4,12 @@
 
 #include <array>
 #include <cerrno>
+#include <cstring>
 #include <exception>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 
 namespace quorel::host::gdal {
@@ -39,13 +42,27 @@ std::int32_t HostShapeType(std::int32_t shapeType) {
     }
 }
 
-// Reads the geometry type from the main file's 100-byte header, checking that it is one.
-std::int32_t ReadShapeType(const std::string& shpPath) {
-    const FileHandle file(::open(shpPath.c_str(), O_RDONLY | O_CLOEXEC));
+// The 100-byte header shared by the .shp and the .shx, checked to be one.
+using MainHeader = std::array<unsigned char, 100>;
+
+std::int32_t BigEndian32(const MainHeader& header, std::size_t at) {
+    return static_cast<std::int32_t>(std::uint32_t{header[at]} << 24 |
+                                     std::uint32_t{header[at + 1]} << 16 |
+                                     std::uint32_t{header[at + 2]} << 8 | header[at + 3]);
+}
+
+std::int32_t LittleEndian32(const MainHeader& header, std::size_t at) {
+    return static_cast<std::int32_t>(std::uint32_t{header[at + 3]} << 24 |
+                                     std::uint32_t{header[at + 2]} << 16 |
+                                     std::uint32_t{header[at + 1]} << 8 | header[at]);
+}
+
+MainHeader ReadMainHeader(const std::string& path) {
+    const FileHandle file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
     if (file.Get() < 0) {
-        ThrowFileError(errno, "open", shpPath);
+        ThrowFileError(errno, "open", path);
     }
-    std::array<unsigned char, 100> header{};
+    MainHeader header{};
     std::size_t got = 0;
     while (got < header.size()) {
         const ssize_t n =
@@ -54,30 +71,46 @@ std::int32_t ReadShapeType(const std::string& shpPath) {
             continue;
         }
         if (n < 0) {
-            ThrowFileError(errno, "read", shpPath);
+            ThrowFileError(errno, "read", path);
         }
         if (n == 0) {
             break;
         }
         got += static_cast<std::size_t>(n);
     }
-    const auto bigEndian = [&](std::size_t at) {
-        return static_cast<std::int32_t>(std::uint32_t{header[at]} << 24 |
-                                         std::uint32_t{header[at + 1]} << 16 |
-                                         std::uint32_t{header[at + 2]} << 8 | header[at + 3]);
-    };
-    const auto littleEndian = [&](std::size_t at) {
-        return static_cast<std::int32_t>(std::uint32_t{header[at + 3]} << 24 |
-                                         std::uint32_t{header[at + 2]} << 16 |
-                                         std::uint32_t{header[at + 1]} << 8 | header[at]);
-    };
     constexpr std::int32_t kFileCode = 9994;
     constexpr std::int32_t kVersion = 1000;
-    if (got < header.size() || bigEndian(0) != kFileCode || littleEndian(28) != kVersion) {
+    if (got < header.size() || BigEndian32(header, 0) != kFileCode ||
+        LittleEndian32(header, 28) != kVersion) {
         throw Error(error_number::kHostFailure, kSource,
-                    "Cannot open " + shpPath + ": not a shapefile");
+                    "Cannot open " + path + ": not a shapefile");
     }
-    return HostShapeType(littleEndian(32));
+    return header;
+}
+
+// Reads the geometry type from the main file's header.
+std::int32_t ReadShapeType(const std::string& shpPath) {
+    return HostShapeType(LittleEndian32(ReadMainHeader(shpPath), 32));
+}
+
+// The records the index file counts: 8 bytes each behind its header, whose file length is in
+// 16-bit words.
+std::int64_t ShxRecordCount(const std::string& shxPath) {
+    const std::int64_t length = std::int64_t{BigEndian32(ReadMainHeader(shxPath), 24)} * 2;
+    return (length - 100) / 8;
+}
+
+// Refuses a file this process may not write (kHostLayerReadOnly) before anything is written.
+void CheckWritable(const std::string& path, const std::string& what) {
+    if (::faccessat(AT_FDCWD, path.c_str(), W_OK, AT_EACCESS) == 0) {
+        return;
+    }
+    const int error = errno;
+    if (error == EACCES || error == EPERM || error == EROFS || error == ETXTBSY) {
+        throw Error(error_number::kHostLayerReadOnly, kSource,
+                    "Cannot write " + what + " " + path + ": " + std::strerror(error));
+    }
+    ThrowFileError(error, "open", path);
 }
 
 // Fails with the system's reason when the file cannot be read.
@@ -243,10 +276,14 @@ ShapefileFeatureClass::ShapefileFeatureClass(const std::string& folder, const st
 }
 
 ShapefileFeatureClass::~ShapefileFeatureClass() {
-    try {
-        WritePendingField();
-    } catch (...) {
-        // Nothing to report to at this point; the table stays as it was, whole.
+    // A field whose write failed was reported then; writing it now, unasked and unseen, could
+    // only surprise.
+    if (m_pending && !m_pending->failed) {
+        try {
+            WritePendingField();
+        } catch (...) {
+            // Nothing to report to at this point; the table stays as it was, whole.
+        }
     }
 }
 
@@ -320,9 +357,14 @@ void ShapefileFeatureClass::WritePendingField() {
     if (!m_pending) {
         return;
     }
-    const PendingField pending = *m_pending;
+    try {
+        AddDbfField(m_dbfPath, m_pending->name, m_pending->type, m_pending->length,
+                    m_pending->decimals);
+    } catch (...) {
+        m_pending->failed = true;
+        throw;
+    }
     m_pending.reset();
-    AddDbfField(m_dbfPath, pending.name, pending.type, pending.length, pending.decimals);
 }
 
 void ShapefileFeatureClass::WritePendingField(const FillerMaker& makeFiller,
@@ -331,23 +373,42 @@ void ShapefileFeatureClass::WritePendingField(const FillerMaker& makeFiller,
     if (!m_pending) {
         return;
     }
-    const PendingField pending = *m_pending;
-    m_pending.reset();
-    const DbfNewColumn plan =
-        PlanDbfField(m_dbfPath, pending.name, pending.type, pending.length, pending.decimals);
+    std::optional<DbfNewColumn> plan;
+    std::exception_ptr failure;
     try {
-        const std::unique_ptr<DbfColumnFiller> filler = makeFiller(plan.layout);
-        WriteDbfColumn(m_dbfPath, plan, filler.get(), progress, sharing);
+        plan = PlanDbfField(m_dbfPath, m_pending->name, m_pending->type, m_pending->length,
+                            m_pending->decimals);
+        const std::unique_ptr<DbfColumnFiller> filler = makeFiller(plan->layout);
+        WriteDbfColumn(m_dbfPath, *plan, filler.get(), progress, sharing);
+        m_pending.reset();
+        return;
     } catch (...) {
-        // The field stays added, as when it is written first and filled after.
-        const std::exception_ptr failure = std::current_exception();
-        try {
-            WriteDbfColumn(m_dbfPath, plan);
-        } catch (...) {
-            // the filler's failure is the one to report
+        if (!plan) {
+            m_pending->failed = true;
+            throw;
         }
-        std::rethrow_exception(failure);
+        failure = std::current_exception();
     }
+    // The field stays added, Null, as when it is written first and filled after; the filler's
+    // error is the one to report.
+    try {
+        WriteDbfColumn(m_dbfPath, *plan);
+    } catch (const std::exception& error) {
+        m_pending->failed = true;
+        std::string reason = error.what();
+        try {
+            std::rethrow_exception(failure);
+        } catch (const std::exception& first) {
+            reason += " (after: " + std::string(first.what()) + ")";
+        } catch (...) {
+        }
+        const auto* own = dynamic_cast<const Error*>(&error);
+        throw Error(own ? own->Number() : error_number::kHostFailure, kSource,
+                    "The field " + m_pending->name + " was not added to the table " + m_dbfPath +
+                        ": " + reason);
+    }
+    m_pending.reset();
+    std::rethrow_exception(failure);
 }
 
 std::shared_ptr<ICursor> ShapefileFeatureClass::Search(bool recycling) {
@@ -360,6 +421,57 @@ std::optional<std::size_t> ShapefileFeatureClass::FieldNameByteLimit() const {
 
 std::size_t ShapefileFeatureClass::FieldNameByteLength(const std::string& name) const {
     return EncodeDbfText(name, ReadEncoding(m_dbfPath)).size();
+}
+
+ShapefileWriteLock::ShapefileWriteLock(const std::string& path, std::chrono::milliseconds wait) {
+    const std::string shpPath = ExistingSibling(path, ".shp");
+    m_shp = FileHandle(::open(shpPath.c_str(), O_RDONLY | O_CLOEXEC));
+    if (m_shp.Get() < 0) {
+        ThrowFileError(errno, "open", shpPath);
+    }
+    const auto deadline = std::chrono::steady_clock::now() + wait;
+    while (::flock(m_shp.Get(), LOCK_EX | LOCK_NB) != 0) {
+        if (errno == EINTR) {
+            continue;
+        }
+        if (errno != EWOULDBLOCK) {
+            ThrowFileError(errno, "lock", shpPath);
+        }
+        if (std::chrono::steady_clock::now() >= deadline) {
+            throw Error(error_number::kHostLayerLocked, kSource,
+                        "Another run is writing the shapefile " + shpPath);
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+
+    // Any failure from here on closes the .shp, which lets the lock go.
+    const std::string dbfPath = ExistingSibling(shpPath, ".dbf");
+    CheckWritable(dbfPath, "the table");
+    // The table is replaced, not written in place: its folder takes the new one.
+    const auto slash = dbfPath.find_last_of('/');
+    const std::string folder =
+        slash == std::string::npos ? "." : (slash == 0 ? "/" : dbfPath.substr(0, slash));
+    CheckWritable(folder, "the folder of the table");
+
+    const FileHandle table(::open(dbfPath.c_str(), O_RDONLY | O_CLOEXEC));
+    if (table.Get() < 0) {
+        ThrowFileError(errno, "open", dbfPath);
+    }
+    const DbfHeader header = ReadDbfHeader(table.Get(), dbfPath);
+    struct stat status {};
+    if (::fstat(table.Get(), &status) != 0) {
+        ThrowFileError(errno, "open", dbfPath);
+    }
+    CheckDbfRecordCount(header, status.st_size, dbfPath);
+    const std::string shxPath = ExistingSibling(shpPath, ".shx");
+    const std::int64_t shapes = ShxRecordCount(shxPath);
+    if (shapes != std::int64_t{header.recordCount}) {
+        throw Error(error_number::kHostLayerDamaged, kSource,
+                    "The table " + dbfPath + " is damaged (its header counts " +
+                        std::to_string(header.recordCount) + " records, the index " + shxPath +
+                        " " + std::to_string(shapes) + ")");
+    }
+    util::RemoveStaleReplacements(dbfPath);
 }
 
 std::shared_ptr<IFeatureClass> ShapefileWorkspace::OpenFeatureClass(const std::string& name) {

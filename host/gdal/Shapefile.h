@@ -7,6 +7,7 @@
 #include "host/api/Host.h"
 #include "host/gdal/DbfTable.h"
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -110,16 +111,20 @@ public:
     std::optional<std::size_t> FieldNameByteLimit() const override;
     std::size_t FieldNameByteLength(const std::string& name) const override;
 
+    const std::string& Folder() const { return m_folder; }
     const std::string& ShpPath() const { return m_shpPath; }
     const std::string& DbfPath() const { return m_dbfPath; }
 
     // Whether `name` is a field added but not yet written.
     bool IsFieldPending(const std::string& name) const;
-    // Writes the field added last, Null, if it is not yet written.
+    // Writes the field added last, Null, if it is not yet written. A write that fails throws, and
+    // the field stays pending: every later attempt (a reading of the records, another field
+    // added) fails again rather than going on without it; the object's end no longer tries it.
     void WritePendingField();
     // Writes the pending field with the values the filler made for its layout (the table with
     // the field) puts there. When the filler cannot be made or fails, the field is written Null
-    // and the filler's error thrown.
+    // and the filler's error thrown; when even that fails, the error says the field was not
+    // added, and the field stays pending as above.
     using FillerMaker = std::function<std::unique_ptr<DbfColumnFiller>(const DbfHeader& layout)>;
     void WritePendingField(const FillerMaker& makeFiller, const DbfProgress& progress,
                            const DbfWorkSharing& sharing);
@@ -130,6 +135,7 @@ private:
         char type;
         std::uint8_t length;
         std::uint8_t decimals;
+        bool failed = false; // a write was tried and its failure thrown
     };
 
     std::string m_folder;
@@ -138,6 +144,22 @@ private:
     std::string m_dbfPath;
     std::int32_t m_shapeType = kGeometryNull;
     std::optional<PendingField> m_pending;
+};
+
+// The write lock of a shapefile's data: an exclusive flock(2) on its .shp, opened read-only. The
+// .shp because its inode stays: no writer ever writes it, whereas the table is replaced by a
+// rename, so that a lock on the table's inode would not be seen by a process that opens the new
+// table. Being advisory, it binds our writers only (every run takes it); readers ignore it.
+class ShapefileWriteLock final : public ILayerWriteLock {
+public:
+    // Takes the lock of shpPath, trying again for at most `wait`; then checks that the table can
+    // be written whole (writable in place, in a folder that can take its replacement; as many
+    // records in the file and in the .shx as its header counts) and removes the temporaries that
+    // killed writers left beside it. Throws as IApplication::LockLayerForWriting says.
+    ShapefileWriteLock(const std::string& shpPath, std::chrono::milliseconds wait);
+
+private:
+    FileHandle m_shp;
 };
 
 class ShapefileWorkspace final : public IFeatureWorkspace {

@@ -5,6 +5,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <condition_variable>
+#include <mutex>
+#include <set>
 #include <utility>
 
 namespace quorel::host::memory {
@@ -405,6 +408,58 @@ void MemoryDocument::SetFocusMap(std::shared_ptr<IMap> map) {
     if (auto* source = dynamic_cast<MemoryMap*>(old.get())) {
         source->ViewHandlers().Raise([](IMapActiveViewEvents& h) { h.FocusMapChanged(); });
     }
+}
+
+namespace {
+
+// The layers locked for writing in this process, by folder and name.
+struct LockRegistry {
+    std::mutex mutex;
+    std::condition_variable released;
+    std::set<std::string> held;
+};
+
+LockRegistry& Locks() {
+    static LockRegistry registry;
+    return registry;
+}
+
+class MemoryWriteLock final : public ILayerWriteLock {
+public:
+    explicit MemoryWriteLock(std::string key) : m_key(std::move(key)) {}
+    ~MemoryWriteLock() override {
+        LockRegistry& locks = Locks();
+        {
+            const std::lock_guard<std::mutex> guard(locks.mutex);
+            locks.held.erase(m_key);
+        }
+        locks.released.notify_all();
+    }
+    MemoryWriteLock(const MemoryWriteLock&) = delete;
+    MemoryWriteLock& operator=(const MemoryWriteLock&) = delete;
+
+private:
+    std::string m_key;
+};
+
+} // namespace
+
+std::unique_ptr<ILayerWriteLock> MemoryApplication::LockLayerForWriting(const std::string& folder,
+                                                                        const std::string& name) {
+    std::string baseName = name;
+    if (baseName.ends_with(".shp")) {
+        baseName.resize(baseName.size() - 4);
+    }
+    const std::string key = folder + "/" + baseName;
+    LockRegistry& locks = Locks();
+    std::unique_lock<std::mutex> guard(locks.mutex);
+    if (!locks.released.wait_for(guard, m_writeLockWait,
+                                 [&] { return locks.held.count(key) == 0; })) {
+        throw Error(error_number::kHostLayerLocked, kSource,
+                    "Another run is writing the layer " + key);
+    }
+    locks.held.insert(key);
+    return std::make_unique<MemoryWriteLock>(key);
 }
 
 } // namespace quorel::host::memory

@@ -7,6 +7,7 @@
 #include "host/api/Events.h"
 #include "host/api/Host.h"
 
+#include <chrono>
 #include <functional>
 #include <map>
 #include <memory>
@@ -345,6 +346,12 @@ public:
     std::shared_ptr<IStatusBar> StatusBar() const override { return m_statusBar; }
     std::shared_ptr<IExtension> FindExtensionByCLSID(const UID& uid) const override;
     IObjectFactory& Factory() override { return m_factory; }
+    // Locks folder/name (a trailing ".shp" aside) in a registry of the process: a second lock of
+    // the same layer waits for at most SetWriteLockWait (none by default) and is then refused.
+    // Data in memory are always writable and whole: there is nothing else to check.
+    std::unique_ptr<ILayerWriteLock> LockLayerForWriting(const std::string& folder,
+                                                         const std::string& name) override;
+    void SetWriteLockWait(std::chrono::milliseconds wait) { m_writeLockWait = wait; }
 
     // Test access.
     const std::shared_ptr<MemoryDocument>& MemDocument() const { return m_document; }
@@ -375,6 +382,7 @@ private:
     std::map<std::string, std::shared_ptr<IExtension>> m_extensions;
     MemoryCalculator::Engine m_engine;
     MemoryObjectFactory m_factory{*this};
+    std::chrono::milliseconds m_writeLockWait{0};
 };
 
 } // namespace quorel::host::memory

@@ -1,5 +1,7 @@
 #include "RunProgram.h"
 
+#include "tests/support/Unprivileged.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -87,6 +89,49 @@ ProgramResult RunProgram(const std::string& program, const std::vector<std::stri
     waitpid(pid, &status, 0);
     result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     return result;
+}
+
+pid_t StartProgram(const std::string& program, const std::vector<std::string>& arguments,
+                   const std::string& output, const std::map<std::string, std::string>& environment,
+                   bool unprivileged) {
+    const pid_t pid = fork();
+    if (pid < 0) {
+        throw std::runtime_error("fork failed");
+    }
+    if (pid == 0) {
+        const int out = open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
+        const int in = open("/dev/null", O_RDONLY);
+        if (out < 0 || in < 0 || (unprivileged && !DropPrivileges())) {
+            _exit(126);
+        }
+        dup2(in, 0);
+        dup2(out, 1);
+        dup2(out, 2);
+        close(in);
+        close(out);
+        for (const auto& [name, value] : environment) {
+            setenv(name.c_str(), value.c_str(), 1);
+        }
+        std::vector<char*> argv;
+        argv.push_back(const_cast<char*>(program.c_str()));
+        for (const auto& arg : arguments) {
+            argv.push_back(const_cast<char*>(arg.c_str()));
+        }
+        argv.push_back(nullptr);
+        execv(program.c_str(), argv.data());
+        _exit(127);
+    }
+    return pid;
+}
+
+int WaitProgram(pid_t pid) {
+    int status = 0;
+    while (waitpid(pid, &status, 0) < 0) {
+        if (errno != EINTR) {
+            return -1;
+        }
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 } // namespace quorel::test

@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 
 namespace {
@@ -62,7 +63,8 @@ TEST_F(ClassRegistryTest, keepsOtherComponentsEntriesAcrossSaves) {
     EXPECT_FALSE(ClassRegistry(m_path).FindByProgId("Quorel.clsRequêteSouple"));
     EXPECT_TRUE(ClassRegistry(m_path).FindByProgId("Other.Tool"));
     EXPECT_EQ(Content().find("Quorel"), std::string::npos);
-    EXPECT_FALSE(fs::exists(m_path + ".tmp"));
+    // Nothing but the registry is left in its folder.
+    EXPECT_EQ(std::distance(fs::directory_iterator(m_dir / "quorel"), fs::directory_iterator()), 1);
 }
 
 TEST_F(ClassRegistryTest, aProgIdNamesOneClass) {

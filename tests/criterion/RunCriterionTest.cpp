@@ -19,8 +19,10 @@
 #include <gtest/gtest.h>
 
 #include <charconv>
+#include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 
 namespace quorel::criterion {
 namespace {
@@ -365,6 +367,55 @@ INSTANTIATE_TEST_SUITE_P(
         OutputNameCase{"typedTooManyBytes", "UTF-8", "ÉPAISSEU", "ÉÉÉÉÉÉ", "T181", {}},
         OutputNameCase{"typedOutsideCp1252", "UTF-8", "ŁÓDŹ", "ŁÓDŹ", "T182", {}}),
     [](const auto& testInfo) { return std::string(testInfo.param.name); });
+
+// Refusals before anything is written: the table and its metadata file stay as they were, and
+// the report says what is wrong, then the host's detail.
+struct RefusalCase {
+    const char* name;
+    std::function<std::unique_ptr<host::ILayerWriteLock>(const std::string& folder)> prepare;
+    const char* text;
+    const char* detail;
+};
+
+class RunRefusalTest : public RunCriterionTest,
+                       public ::testing::WithParamInterface<RefusalCase> {};
+
+TEST_P(RunRefusalTest, changesNothingAndSaysWhy) {
+    m_app->SetWriteLockWait(std::chrono::milliseconds(0));
+    const auto held = GetParam().prepare(m_folder.Path());
+    const std::string table = testing::ReadBytes(m_folder.File("parcels.dbf"));
+
+    EXPECT_EQ(Run(Trapezoid, {"0", "5", "15", "25"}, "SLOPE", "FZY_SLOPE"), RunOutcome::Failed);
+    EXPECT_NE(LastBox().find(std::string(GetParam().text) + "\r\n"), std::string::npos)
+        << LastBox();
+    EXPECT_NE(LastBox().find(GetParam().detail), std::string::npos) << LastBox();
+    EXPECT_NE(LastBox().find("Debug=101"), std::string::npos) << LastBox();
+    EXPECT_EQ(testing::ReadBytes(m_folder.File("parcels.dbf")), table);
+    EXPECT_FALSE(testing::FileExists(m_folder.File("parcels.fzy")));
+    EXPECT_FALSE(m_ui.busy);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Refusals, RunRefusalTest,
+    ::testing::Values(RefusalCase{"anotherRunHoldsTheLayer",
+                                  [](const std::string& folder) {
+                                      // Another process's run, as far as the lock can tell.
+                                      const auto other =
+                                          std::make_shared<host::gdal::Application>();
+                                      return other->LockLayerForWriting(folder, "parcels.shp");
+                                  },
+                                  "T170", "Another run is writing the shapefile "},
+                      RefusalCase{"theHeaderUndercountsTheRecords",
+                                  [](const std::string& folder) {
+                                      const std::string dbf = folder + "/parcels.dbf";
+                                      std::string bytes = testing::ReadBytes(dbf);
+                                      bytes[4] = 10; // of 60
+                                      std::ofstream(dbf, std::ios::binary | std::ios::trunc)
+                                          << bytes;
+                                      return std::unique_ptr<host::ILayerWriteLock>();
+                                  },
+                                  "T172", "its header counts 10 records, the file holds 60"}),
+    [](const auto& test) { return std::string(test.param.name); });
 
 TEST_F(RunCriterionTest, aLayerPositionOutsideTheMapIsReported) {
     m_state.g_layer_index = 3;

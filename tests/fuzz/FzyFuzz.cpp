@@ -61,7 +61,6 @@ void Operations(std::span<const std::uint8_t> bytes) {
         file.write(reinterpret_cast<const char*>(bytes.data()),
                    static_cast<std::streamsize>(bytes.size()));
     }
-    fs::remove(folder / "PARCELLES.tmp");
 
     auto app = std::make_shared<host::memory::MemoryApplication>();
     app->AddFeatureLayer(folder.string(), "PARCELLES", host::kGeometryPolygon,

@@ -1,6 +1,10 @@
 #include "tests/fzy/FzyTestSupport.h"
 
 #include "host/memory/MemoryHost.h"
+#include "tests/support/Unprivileged.h"
+
+#include <algorithm>
+#include <sys/stat.h>
 
 namespace quorel::fzy::test {
 namespace {
@@ -56,19 +60,61 @@ TEST_F(FzyValidationTest, vanishedFieldIsDeletedAndCompactedAway) {
     EXPECT_FALSE(m_io.fzy_io_numberinfo("FZY_B"));
 }
 
-TEST_F(FzyValidationTest, failedCompactionKeepsTheMarkedOriginal) {
+TEST_F(FzyValidationTest, anEntryAppendedAfterAFailedCompactionIsReadBack) {
     const Bytes a = EncodeNumberEntry(MakeNumber("FZY_A"));
     const Bytes b = EncodeNumberEntry(MakeNumber("FZY_B"));
     const Bytes c = EncodeNumberEntry(MakeNumber("FZY_C"));
     WriteBytes(FzyPath(), MakeFile(0, 3, 0, {a, b, c}));
     Class().DeleteField("FZY_B");
-    fs::create_directory(m_folder / "PARCELLES.tmp"); // the scratch file cannot be made
+    // The file stays writable, but its folder takes no compacted copy.
+    fs::permissions(FzyPath(), fs::perms::owner_read | fs::perms::owner_write |
+                                   fs::perms::group_read | fs::perms::group_write |
+                                   fs::perms::others_read | fs::perms::others_write);
+    fs::permissions(m_folder, fs::perms::owner_write, fs::perm_options::remove);
+    const int status = quorel::test::RunUnprivileged([this] {
+        Validate();
+        m_io.fzy_io_writenumber("FZY_NEW", "FZY_NEW", 2, 1, 2, 3, 4, "/data/sig", "PARCELLES");
+        m_io.fzy_io_close();
+        return m_ui.boxes.size() == 1 &&
+                       m_ui.boxes[0].text.find(" fzy_io_compressfzy Debug=7") != std::string::npos
+                   ? 0
+                   : 1;
+    });
+    fs::permissions(m_folder, fs::perms::owner_write, fs::perm_options::add);
+    ASSERT_EQ(status, 0);
+
+    // The marked original stays, and the count takes in the entry appended behind it.
+    const Bytes marked = MakeFile(0, 3, 1, {a, WithKind(b, 12), c});
+    const Bytes file = ReadBytes(FzyPath());
+    ASSERT_GT(file.size(), marked.size());
+    EXPECT_EQ(Int16At(file, 4), 4);
+    EXPECT_TRUE(std::equal(marked.begin() + 6, marked.end(), file.begin() + 6));
+    Open();
+    EXPECT_TRUE(m_io.fzy_io_numberinfo("FZY_NEW"));
+}
+
+TEST_F(FzyValidationTest, compactionReplacesOnlyTheMetadataFileAndKeepsItsOwnerAndMode) {
+    const Bytes a = EncodeNumberEntry(MakeNumber("FZY_A"));
+    const Bytes b = EncodeNumberEntry(MakeNumber("FZY_B"));
+    WriteBytes(FzyPath(), MakeFile(0, 2, 0, {a, b}));
+    Class().DeleteField("FZY_B");
+    // A file of the user's that bears the name of the old scratch file.
+    const Bytes users(5000, 0xEE);
+    WriteBytes(m_folder / "PARCELLES.tmp", users);
+    ASSERT_EQ(::chmod(FzyPath().c_str(), 0640), 0);
+    const bool root = ::geteuid() == 0;
+    if (root) {
+        ASSERT_EQ(::chown(FzyPath().c_str(), quorel::test::kNobody, quorel::test::kNoGroup), 0);
+    }
 
     EXPECT_EQ(Validate(), 1);
-    EXPECT_EQ(ReadBytes(FzyPath()), MakeFile(0, 3, 1, {a, WithKind(b, 12), c}));
-    ASSERT_EQ(m_ui.boxes.size(), 1u);
-    EXPECT_NE(m_ui.boxes[0].text.find(" fzy_io_compressfzy Debug=7"), std::string::npos)
-        << m_ui.boxes[0].text;
+    EXPECT_EQ(ReadBytes(FzyPath()), MakeFile(0, 1, 0, {a}));
+    EXPECT_EQ(ReadBytes(m_folder / "PARCELLES.tmp"), users);
+    EXPECT_EQ(std::distance(fs::directory_iterator(m_folder), fs::directory_iterator()), 2);
+    struct stat status {};
+    ASSERT_EQ(::stat(FzyPath().c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0640u);
+    EXPECT_EQ(status.st_uid, root ? quorel::test::kNobody : ::geteuid());
 }
 
 TEST_F(FzyValidationTest, everythingGoneLeavesTheHeaderAndNextAppendGoesToOffset23) {
@@ -103,8 +149,6 @@ TEST_F(FzyValidationTest, deletedKindsAreSkippedAndDroppedAndRecordsRecounted) {
         file.insert(file.end(), entry->begin(), entry->end());
     }
     WriteBytes(FzyPath(), file);
-    // A stale scratch file from an earlier failure, longer than the result.
-    WriteBytes(m_folder / "PARCELLES.tmp", Bytes(5000, 0xEE));
 
     EXPECT_EQ(Validate(), 1);
     header.RecordCount = 1;
@@ -114,7 +158,6 @@ TEST_F(FzyValidationTest, deletedKindsAreSkippedAndDroppedAndRecordsRecounted) {
     expected.insert(expected.end(), record.begin(), record.end());
     expected.insert(expected.end(), number.begin(), number.end());
     EXPECT_EQ(ReadBytes(FzyPath()), expected);
-    EXPECT_FALSE(fs::exists(m_folder / "PARCELLES.tmp"));
     EXPECT_EQ(m_io.RecordCount(), 1);
 }
 

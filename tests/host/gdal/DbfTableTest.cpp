@@ -12,10 +12,14 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
+#include <functional>
 #include <limits>
 #include <random>
+#include <sys/stat.h>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 namespace quorel::host::gdal {
@@ -269,6 +273,16 @@ TEST(DbfNumberTest, columnReaderAgreesWithTheGeneralReader) {
     }
 }
 
+// Whether a replacement of the table left its temporary in the folder.
+bool HoldsTemporary(const std::string& folder) {
+    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+        if (util::IsReplacementTemporary(entry.path().filename().string(), "parcels.dbf")) {
+            return true;
+        }
+    }
+    return false;
+}
+
 class DbfAddFieldTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -310,7 +324,7 @@ TEST_F(DbfAddFieldTest, addsANullDoubleColumnAndKeepsEverythingElse) {
     EXPECT_EQ(ReadBytes(m_shp), shp);
     EXPECT_EQ(ReadBytes(m_folder.File("parcels.shx")), shx);
     EXPECT_EQ(ReadBytes(m_folder.File("parcels.cpg")), cpg);
-    EXPECT_FALSE(testing::FileExists(m_dbf + ".quorel-tmp"));
+    EXPECT_FALSE(HoldsTemporary(m_folder.Path()));
 
     // The header's counts and lengths describe the file exactly.
     const DbfHeader header = ReadDbfHeader(m_dbf);
@@ -394,7 +408,7 @@ TEST_F(DbfAddFieldTest, theEarliestFailingBatchGivesTheErrorAndTheTableStaysAsIt
         EXPECT_EQ(e.Description(), "early");
     }
     EXPECT_EQ(ReadBytes(m_dbf), before);
-    EXPECT_FALSE(testing::FileExists(m_dbf + ".quorel-tmp"));
+    EXPECT_FALSE(HoldsTemporary(m_folder.Path()));
 }
 
 class DbfEncodingTest : public ::testing::TestWithParam<std::string> {};
@@ -445,12 +459,43 @@ INSTANTIATE_TEST_SUITE_P(
         RefusedName{"", "Invalid field name:  (a shapefile's field names have 1 to 10 "
                         "characters)"}));
 
-TEST_F(DbfAddFieldTest, refusesATableShorterThanItsHeaderSays) {
+// A header that counts more records than the file holds, or fewer (the rewrite would drop those
+// behind), is a damaged table: nothing is written.
+class DbfMiscountTest : public DbfAddFieldTest,
+                        public ::testing::WithParamInterface<std::function<void(std::string&)>> {};
+
+TEST_P(DbfMiscountTest, refusesTheTableAndLeavesItAsItWas) {
     std::string bytes = ReadBytes(m_dbf);
-    bytes.resize(bytes.size() - 20);
+    GetParam()(bytes);
     { std::ofstream(m_dbf, std::ios::binary | std::ios::trunc) << bytes; }
-    EXPECT_THROW(AddDbfField(m_dbf, "NEW", 'N', 19, 11), Error);
+    try {
+        AddDbfField(m_dbf, "NEW", 'N', 19, 11);
+        FAIL() << "no error";
+    } catch (const Error& error) {
+        EXPECT_EQ(error.Number(), error_number::kHostLayerDamaged);
+        EXPECT_NE(error.Description().find(m_dbf + " is damaged"), std::string::npos)
+            << error.Description();
+    }
     EXPECT_EQ(ReadBytes(m_dbf), bytes);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Headers, DbfMiscountTest,
+    ::testing::Values([](std::string& bytes) { bytes.resize(bytes.size() - 20); },
+                      [](std::string& bytes) { bytes[4] = 1; }));
+
+TEST_F(DbfAddFieldTest, theNewTableKeepsTheOwnerAndModeOfTheOld) {
+    ASSERT_EQ(::chmod(m_dbf.c_str(), 0604), 0);
+    const bool root = ::geteuid() == 0;
+    if (root) {
+        ASSERT_EQ(::chown(m_dbf.c_str(), 65534, 65534), 0);
+    }
+    AddDbfField(m_dbf, "NEW", 'N', 19, 11);
+    struct stat status {};
+    ASSERT_EQ(::stat(m_dbf.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0604u);
+    EXPECT_EQ(status.st_uid, root ? 65534u : ::geteuid());
+    EXPECT_EQ(ReadWithGdal(m_shp).fields.size(), 3u);
 }
 
 TEST_F(DbfAddFieldTest, batchFileWritesRecordsBackInPlace) {

@@ -143,6 +143,46 @@ TEST_F(ShapefileTest, aFieldNotYetWrittenIsWrittenNullWhenTheObjectEnds) {
     }
 }
 
+TEST_F(ShapefileTest, aFieldWhoseWriteFailedStaysPendingAndFailsAgain) {
+    const auto featureClass = std::dynamic_pointer_cast<ShapefileFeatureClass>(Open());
+    featureClass->AddField(HostField("LATER", kFieldTypeDouble));
+    const std::string dbf = m_folder.File("parcels.dbf");
+    const std::string whole = testing::ReadBytes(dbf);
+    // A table cut short takes no field.
+    { std::ofstream(dbf, std::ios::binary | std::ios::trunc) << whole.substr(0, whole.size() - 9); }
+
+    EXPECT_THROW(featureClass->WritePendingField(), Error);
+    // Not forgotten: asked again, it fails again rather than going on without the field.
+    EXPECT_THROW(featureClass->WritePendingField(), Error);
+    EXPECT_TRUE(featureClass->IsFieldPending("LATER"));
+    { std::ofstream(dbf, std::ios::binary | std::ios::trunc) << whole; }
+    featureClass->WritePendingField();
+    EXPECT_EQ(testing::ReadWithGdal(m_folder.File("parcels.shp")).fields.back().name, "LATER");
+}
+
+TEST_F(ShapefileTest, whenNeitherValuesNorNullCanBeWrittenTheErrorSaysTheFieldIsMissing) {
+    const auto featureClass = std::dynamic_pointer_cast<ShapefileFeatureClass>(Open());
+    featureClass->AddField(HostField("LATER", kFieldTypeDouble));
+    const std::string dbf = m_folder.File("parcels.dbf");
+    const std::string whole = testing::ReadBytes(dbf);
+    try {
+        featureClass->WritePendingField(
+            [&](const DbfHeader&) -> std::unique_ptr<DbfColumnFiller> {
+                // The table is cut short meanwhile, and the script fails.
+                std::ofstream(dbf, std::ios::binary | std::ios::trunc)
+                    << whole.substr(0, whole.size() - 9);
+                throw Error(error_number::kDivisionByZero, "Script", "Division by zero");
+            },
+            {}, {});
+        FAIL() << "no error";
+    } catch (const Error& e) {
+        EXPECT_NE(e.Description().find("LATER was not added"), std::string::npos)
+            << e.Description();
+        EXPECT_NE(e.Description().find("Division by zero"), std::string::npos) << e.Description();
+    }
+    EXPECT_TRUE(featureClass->IsFieldPending("LATER"));
+}
+
 TEST_F(ShapefileTest, openingFailuresSayWhatAndWhy) {
     const std::string missing = m_folder.File("nothere.shp");
     try {

@@ -1,0 +1,169 @@
+#include "host/gdal/Application.h"
+#include "host/memory/MemoryHost.h"
+#include "tests/host/gdal/TestShapefiles.h"
+#include "tests/support/Unprivileged.h"
+#include "util/Error.h"
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace quorel::host {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::ScratchFolder;
+
+std::int32_t LockError(IApplication& app, const std::string& folder, const std::string& name) {
+    try {
+        app.LockLayerForWriting(folder, name);
+    } catch (const Error& error) {
+        return error.Number();
+    }
+    return 0;
+}
+
+// Both hosts keep the one contract: one writer per layer at a time, whoever asks, and the name
+// with or without ".shp" means the same layer.
+struct HostCase {
+    const char* name;
+    std::function<std::shared_ptr<IApplication>(const std::string& folder)> make;
+};
+
+class LayerWriteLockContractTest : public ::testing::TestWithParam<HostCase> {};
+
+TEST_P(LayerWriteLockContractTest, oneWriterPerLayerUntilItLetsGo) {
+    ScratchFolder folder;
+    const auto app = GetParam().make(folder.Path());
+    const auto other = GetParam().make(folder.Path());
+
+    auto held = app->LockLayerForWriting(folder.Path(), "parcels");
+    ASSERT_NE(held, nullptr);
+    EXPECT_EQ(LockError(*app, folder.Path(), "parcels"), error_number::kHostLayerLocked);
+    EXPECT_EQ(LockError(*other, folder.Path(), "parcels.shp"), error_number::kHostLayerLocked);
+    EXPECT_EQ(LockError(*other, folder.Path(), "roads"), 0);
+    held.reset();
+    EXPECT_EQ(LockError(*other, folder.Path(), "parcels"), 0);
+}
+
+std::shared_ptr<IApplication> GdalHost(const std::string& folder) {
+    for (const char* name : {"parcels", "roads"}) {
+        if (!fs::exists(folder + "/" + name + ".shp")) {
+            testing::MakeShapefile(folder, name, {{"POP", 'N', 9, 0}}, {{1.0}, {2.0}});
+        }
+    }
+    auto app = std::make_shared<gdal::Application>();
+    app->SetWriteLockWait(std::chrono::milliseconds(0));
+    app->AddShapefileLayer(folder + "/parcels.shp");
+    return app;
+}
+
+std::shared_ptr<IApplication> MemoryHost(const std::string&) {
+    return std::make_shared<memory::MemoryApplication>();
+}
+
+INSTANTIATE_TEST_SUITE_P(Hosts, LayerWriteLockContractTest,
+                         ::testing::Values(HostCase{"shapefiles", GdalHost},
+                                           HostCase{"memory", MemoryHost}),
+                         [](const auto& test) { return std::string(test.param.name); });
+
+class ShapefileWriteLockTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        testing::MakeShapefile(m_folder.Path(), "parcels", {{"POP", 'N', 9, 0}},
+                               {{1.0}, {2.0}, {3.0}});
+        m_app->SetWriteLockWait(std::chrono::milliseconds(0));
+        m_dbf = m_folder.File("parcels.dbf");
+    }
+
+    // The lock is free again: nothing kept it after a refusal.
+    bool Free() const {
+        const int fd = ::open(m_folder.File("parcels.shp").c_str(), O_RDONLY | O_CLOEXEC);
+        const bool free = fd >= 0 && ::flock(fd, LOCK_EX | LOCK_NB) == 0;
+        ::close(fd);
+        return free;
+    }
+
+    ScratchFolder m_folder;
+    std::shared_ptr<gdal::Application> m_app = std::make_shared<gdal::Application>();
+    std::string m_dbf;
+};
+
+// A table whose header and content disagree is damaged: a rewrite would lose records.
+struct DamageCase {
+    const char* name;
+    const char* file;
+    std::size_t at;
+    char value;
+};
+
+class ShapefileDamageTest : public ShapefileWriteLockTest,
+                            public ::testing::WithParamInterface<DamageCase> {};
+
+TEST_P(ShapefileDamageTest, isRefusedBeforeAnythingIsWritten) {
+    const std::string path = m_folder.File(GetParam().file);
+    std::string bytes = testing::ReadBytes(path);
+    bytes[GetParam().at] = GetParam().value;
+    { std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes; }
+    const std::string before = testing::ReadBytes(m_dbf);
+    EXPECT_EQ(LockError(*m_app, m_folder.Path(), "parcels"), error_number::kHostLayerDamaged);
+    EXPECT_EQ(testing::ReadBytes(m_dbf), before);
+    EXPECT_TRUE(Free());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Counts, ShapefileDamageTest,
+    ::testing::Values(DamageCase{"headerCountsOneOfThree", "parcels.dbf", 4, 1},
+                      // The index's length in 16-bit words: 100 bytes and two records of 8.
+                      DamageCase{"indexCountsTwo", "parcels.shx", 27, 58}),
+    [](const auto& test) { return std::string(test.param.name); });
+
+// What cannot be written in place is refused even when the folder would take a new table; root
+// may write anything, so the lock is asked for by an unprivileged child.
+struct ReadOnlyCase {
+    const char* name;
+    mode_t table;
+    mode_t folder;
+};
+
+class ShapefileReadOnlyTest : public ShapefileWriteLockTest,
+                              public ::testing::WithParamInterface<ReadOnlyCase> {};
+
+TEST_P(ShapefileReadOnlyTest, isRefusedBeforeAnythingIsWritten) {
+    ASSERT_EQ(::chmod(m_dbf.c_str(), GetParam().table), 0);
+    ASSERT_EQ(::chmod(m_folder.Path().c_str(), GetParam().folder), 0);
+    const int status = quorel::test::RunUnprivileged([this] {
+        return LockError(*m_app, m_folder.Path(), "parcels") == error_number::kHostLayerReadOnly
+                   ? 0
+                   : 1;
+    });
+    ::chmod(m_folder.Path().c_str(), 0700);
+    EXPECT_EQ(status, 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Permissions, ShapefileReadOnlyTest,
+                         ::testing::Values(ReadOnlyCase{"table", 0444, 0777},
+                                           ReadOnlyCase{"folder", 0666, 0555}),
+                         [](const auto& test) { return std::string(test.param.name); });
+
+TEST_F(ShapefileWriteLockTest, staleTemporariesGoOnlyOnceTheLockIsHeld) {
+    const std::string stale = m_dbf + ".quorel-Ab3xZ9";
+    std::ofstream(stale) << "killed run";
+    auto held = m_app->LockLayerForWriting(m_folder.Path(), "parcels");
+    EXPECT_FALSE(fs::exists(stale));
+
+    // A live writer's temporary looks the same: a refused writer leaves it.
+    const std::string live = m_dbf + ".quorel-Cd4yW8";
+    std::ofstream(live) << "live run";
+    EXPECT_EQ(LockError(*m_app, m_folder.Path(), "parcels"), error_number::kHostLayerLocked);
+    EXPECT_TRUE(fs::exists(live));
+}
+
+} // namespace
+} // namespace quorel::host
