@@ -20,6 +20,7 @@ run: build
 test: build
 	bash scripts/check-layers.sh
 	ctest --preset dev -j $(JOBS)
+	bash scripts/check-install.sh build/dev
 	$(MAKE) fuzz
 	$(MAKE) build-asan
 	ctest --preset asan -j $(JOBS)

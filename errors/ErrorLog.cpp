@@ -1,7 +1,6 @@
 #include "errors/ErrorLog.h"
 
 #include "util/AutomationDate.h"
-#include "util/CodePage.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -90,7 +89,8 @@ void ErrorLog::AppendErrorLog(const std::string& text) noexcept {
         if (file.Get() < 0) {
             return;
         }
-        WriteAll(file.Get(), util::Utf8ToWindows1252(text + "\r\n"));
+        // Our strings are UTF-8, the system's code page here: paths of any script stay readable.
+        WriteAll(file.Get(), text + "\r\n");
     } catch (...) {
     }
 }

@@ -34,7 +34,7 @@ public:
                                 const std::string& where, const std::string& procName,
                                 std::int32_t line, const std::string& extraInfo) const;
 
-    // Appends text and CR LF in Windows-1252. Any failure is silently ignored.
+    // Appends text and CR LF in the system's code page (UTF-8). Any failure is silently ignored.
     void AppendErrorLog(const std::string& text) noexcept;
 
     void ShowErrorBox(const std::string& text, const std::string& title) noexcept;

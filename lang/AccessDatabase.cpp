@@ -37,6 +37,13 @@ bool IsNumericType(int type) {
     }
 }
 
+bool IsTextType(int type) {
+    return type == MDB_TEXT || type == MDB_MEMO;
+}
+
+// Row offsets on a data page carry flags in their top bits.
+constexpr int kRowOffsetMask = 0x1fff;
+
 // The library prints numbers as text; it may use either decimal mark, so read both.
 DbValue NumberFromText(std::string text) {
     for (char& c : text) {
@@ -210,13 +217,15 @@ private:
             mdb_bind_column(table, static_cast<int>(i) + 1, buffers[i].data(), &lengths[i]);
         }
         std::vector<Row> rows;
+        std::vector<MdbField> fields(count);
         while (mdb_fetch_row(table) != 0) {
+            const std::vector<bool> nulls = NullFlags(table, fields);
             Row row;
             row.reserve(count);
             for (std::size_t i = 0; i < count; ++i) {
-                // The library hands a missing value over as an empty text; Access text columns
-                // refuse empty strings by default, so an empty value is a Null.
-                if (lengths[i] <= 0) {
+                // Bound values are texts: a Null and an empty text both come out empty, so the
+                // row's null mask tells them apart. Other types are never empty but Null.
+                if (nulls[i] || (lengths[i] <= 0 && !IsTextType(columns[i]->col_type))) {
                     row.emplace_back(DbNull{});
                     continue;
                 }
@@ -230,6 +239,29 @@ private:
             rows.push_back(std::move(row));
         }
         return rows;
+    }
+
+    // The null flags of the row mdb_fetch_row has just read: it leaves that row's page in the
+    // handle's page buffer and its number, plus one, in cur_row.
+    static std::vector<bool> NullFlags(MdbTableDef* table, std::vector<MdbField>& fields) {
+        MdbHandle* mdb = table->entry->mdb;
+        int start = 0;
+        std::size_t size = 0;
+        if (table->cur_row == 0 ||
+            mdb_find_row(mdb, static_cast<int>(table->cur_row) - 1, &start, &size) != 0 ||
+            mdb_crack_row(table, start & kRowOffsetMask, size, fields.data()) < 0) {
+            throw EngineError("A row of table '" + std::string(table->name) + "' cannot be read.");
+        }
+        std::vector<bool> nulls(fields.size());
+        for (std::size_t i = 0; i < fields.size(); ++i) {
+            // A boolean keeps its value in the null mask: it is never Null.
+            const auto column = static_cast<std::size_t>(fields[i].colnum);
+            nulls[column] =
+                fields[i].is_null != 0 &&
+                static_cast<MdbColumn*>(g_ptr_array_index(table->columns, column))->col_type !=
+                    MDB_BOOL;
+        }
+        return nulls;
     }
 
     static DbValue Aggregate(const SelectItem& item, int source, const std::vector<Row>& rows) {

@@ -15,15 +15,23 @@ constexpr const char* kNoObject = "Object variable or With block variable not se
 
 } // namespace
 
+SharedFolderReplacementMissing::SharedFolderReplacementMissing(std::string prefix)
+    : std::runtime_error(std::string(kSharedFolderPrefixKey) + " is set without " +
+                         kSharedFolderReplacementKey),
+      m_prefix(std::move(prefix)) {}
+
 std::optional<SharedFolderRewrite> SharedFolderRewriteFromSettings(const ISettingsStore& settings) {
     std::string prefix =
         settings.GetSetting(kSettingsApplication, kSiteSection, kSharedFolderPrefixKey);
     if (prefix.empty()) {
         return std::nullopt;
     }
-    return SharedFolderRewrite{
-        std::move(prefix),
-        settings.GetSetting(kSettingsApplication, kSiteSection, kSharedFolderReplacementKey)};
+    std::string replacement =
+        settings.GetSetting(kSettingsApplication, kSiteSection, kSharedFolderReplacementKey);
+    if (replacement.empty()) {
+        throw SharedFolderReplacementMissing(std::move(prefix));
+    }
+    return SharedFolderRewrite{std::move(prefix), std::move(replacement)};
 }
 
 DataAccess::DataAccess(util::IMessageUi& ui, std::optional<SharedFolderRewrite> sharedFolder)

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
 
 namespace quorel::util {
@@ -30,8 +31,20 @@ struct SharedFolderRewrite {
     std::string replacement;
 };
 
+// A shared-folder prefix set without its replacement. Used as it is, it would strip the prefix
+// from every path that holds it, which names a folder nobody chose: it is refused instead.
+class SharedFolderReplacementMissing : public std::runtime_error {
+public:
+    explicit SharedFolderReplacementMissing(std::string prefix);
+    const std::string& Prefix() const { return m_prefix; }
+
+private:
+    std::string m_prefix;
+};
+
 // The site's rewrite from the settings store (section "site", keys "SharedFolderPrefix" and
-// "SharedFolderReplacement"); none when the prefix is not set.
+// "SharedFolderReplacement"); none when the prefix is not set. Throws
+// SharedFolderReplacementMissing when the prefix is set and the replacement is not.
 std::optional<SharedFolderRewrite> SharedFolderRewriteFromSettings(const ISettingsStore& settings);
 
 // Module modDAO2: the procedures through which the text database is read. The engine behind

@@ -7,12 +7,49 @@
 #include <exception>
 
 namespace quorel::lang {
+namespace {
+
+constexpr const char* kSharedFolderReplacementMissingText =
+    "Section [site] of the settings sets SharedFolderPrefix without SharedFolderReplacement (the "
+    "folder where the share is mounted): the prefix is ignored and paths are used as they are.";
+
+// The site's rewrite; a refused prefix is kept in refusedPrefix, to be shown once texts are
+// loaded, and paths are then used unchanged.
+std::optional<SharedFolderRewrite> SiteRewrite(const ISettingsStore& settings,
+                                               std::string& refusedPrefix) {
+    try {
+        return SharedFolderRewriteFromSettings(settings);
+    } catch (const SharedFolderReplacementMissing& refused) {
+        refusedPrefix = refused.Prefix();
+        return std::nullopt;
+    }
+}
+
+} // namespace
 
 Module1::Module1(util::IMessageUi& ui, ISettingsStore& settings, std::string componentFolder)
     : m_ui(ui), m_settings(settings), m_componentFolder(std::move(componentFolder)),
-      m_dao(ui, SharedFolderRewriteFromSettings(settings)) {}
+      m_dao(ui, SiteRewrite(settings, m_refusedSharedFolderPrefix)) {}
 
 void Module1::InitLanguage() {
+    LoadLanguage();
+    ShowRefusedSharedFolder();
+}
+
+void Module1::ShowRefusedSharedFolder() {
+    if (m_refusedSharedFolderPrefix.empty()) {
+        return;
+    }
+    std::string text =
+        m_resource ? m_resource->ResourceString(kTextSharedFolderReplacementMissing) : "";
+    if (text.empty()) {
+        text = kSharedFolderReplacementMissingText;
+    }
+    m_ui.MessageBox(text + "\r\n" + kSharedFolderPrefixKey + "=" + m_refusedSharedFolderPrefix,
+                    util::MessageIcon::Critical);
+}
+
+void Module1::LoadLanguage() {
     try {
         m_resource.reset();
         m_resource = std::make_unique<clsResourceMDB>(m_dao, m_settings);

@@ -2,9 +2,10 @@
 # Installs the Debian 12 packages the whole project needs, skipping those already present.
 set -euo pipefail
 
+# dpkg-dev and file: the Debian package's library dependencies (cpack -G DEB).
 packages=(cmake g++ make pkg-config libgtest-dev libbenchmark-dev libgdal-dev gdal-bin
           qt6-base-dev libsqlite3-dev mdbtools mdbtools-dev fonts-dejavu-core clang
-          libclang-rt-14-dev)
+          libclang-rt-14-dev dpkg-dev file)
 
 missing=()
 for p in "${packages[@]}"; do

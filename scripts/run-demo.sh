@@ -35,7 +35,6 @@ cp "$root"/samples/parcels.* "$scratch"/
 echo
 echo "== quorel run $scratch/parcels.shp --field SLOPE --kind 5 -a 2 -b 5 -c 15 -d 25"
 "$q" run "$scratch/parcels.shp" --field SLOPE --kind 5 -a 2 -b 5 -c 15 -d 25
-echo "done: new field FZY_SLOPE"
 echo
 echo "== The new field, as GDAL reads it"
 ogrinfo -q -ro "$scratch/parcels.shp" -sql \

@@ -37,17 +37,19 @@ std::string UserLocaleName() {
     return "C";
 }
 
-// Asks the C library first; locales that are not installed fall back on the language and
-// territory of the name.
+// Only the C library knows a locale's mark (es_MX and es_US use a period, es_ES a comma). A
+// locale that is not installed is what setlocale would refuse: the program runs in the C
+// locale, so its period it is, without a word.
 char MarkFromLocale() {
     const std::string name = UserLocaleName();
-    if (locale_t loc = newlocale(LC_NUMERIC_MASK, name.c_str(), nullptr); loc != nullptr) {
-        const char* radix = nl_langinfo_l(RADIXCHAR, loc);
-        const char mark = (radix != nullptr && radix[0] == ',') ? ',' : '.';
-        freelocale(loc);
-        return mark;
+    locale_t loc = newlocale(LC_NUMERIC_MASK, name.c_str(), nullptr);
+    if (loc == nullptr) {
+        return '.';
     }
-    return DecimalMarkOfLocaleName(name);
+    const char* radix = nl_langinfo_l(RADIXCHAR, loc);
+    const char mark = (radix != nullptr && radix[0] == ',') ? ',' : '.';
+    freelocale(loc);
+    return mark;
 }
 
 } // namespace
@@ -80,32 +82,6 @@ std::string ValueAfterKey(std::string_view text, std::string_view key, std::stri
         return std::string(defaultValue);
     }
     return value;
-}
-
-char DecimalMarkOfLocaleName(std::string_view localeName) {
-    if (localeName.empty() || localeName == "C" || localeName == "POSIX") {
-        return '.';
-    }
-    const auto cut = localeName.find_first_of(".@");
-    const std::string_view base = localeName.substr(0, cut);
-    const std::string_view language = base.substr(0, base.find('_'));
-    const std::string_view territory = base.find('_') == std::string_view::npos
-                                           ? std::string_view{}
-                                           : base.substr(base.find('_') + 1);
-    // Territories whose usage differs from their language's.
-    if (territory == "CH" || territory == "LI") {
-        return '.';
-    }
-    static constexpr std::array<std::string_view, 36> kCommaLanguages = {
-        "fr", "de", "es", "it", "pt", "nl", "ru", "pl", "cs", "sk", "sl", "hr",
-        "sr", "bs", "sv", "da", "nb", "nn", "no", "fi", "is", "et", "lv", "lt",
-        "tr", "el", "hu", "ro", "bg", "uk", "be", "ca", "eu", "gl", "id", "vi"};
-    for (const auto comma : kCommaLanguages) {
-        if (language == comma) {
-            return ',';
-        }
-    }
-    return '.';
 }
 
 char DecimalSeparator() {

@@ -15,16 +15,14 @@ std::string TrimLineEnds(std::string_view text);
 std::string ValueAfterKey(std::string_view text, std::string_view key, std::string_view delimiter,
                           bool acceptEnd, std::string_view defaultValue = {});
 
-// The user's decimal mark, '.' or ',', found from the locale (LC_ALL, LC_NUMERIC, LANG) on first
-// use and kept. Tests and the command line may set it instead.
+// The user's decimal mark, '.' or ',', as the C library gives it for the locale (LC_ALL,
+// LC_NUMERIC, LANG), found on first use and kept; '.' (the C locale's) when that locale is not
+// installed. Tests and the command line may set it instead.
 char DecimalSeparator();
 // The other mark: '.' when the user's mark is ',', otherwise ','.
 char OtherDecimalMark();
 // Sets the user's decimal mark; nullopt forgets it, so the locale decides again on next use.
 void SetDecimalSeparator(std::optional<char> mark);
-
-// The decimal mark of a locale name such as "fr_FR.UTF-8", "de_CH" or "C".
-char DecimalMarkOfLocaleName(std::string_view localeName);
 
 // Null gives ""; otherwise the trimmed text with every other decimal mark replaced by the user's.
 std::string LocalizeDecimal(const std::optional<std::string>& value);

@@ -1,7 +1,7 @@
 #include "apps/quorel/CliTexts.h"
 
 #include "apps/quorel/Args.h"
-#include "errors/Component.h"
+#include "apps/quorel/Installation.h"
 #include "errors/ErrorLog.h"
 #include "lang/LanguageList.h"
 #include "lang/Module1.h"
@@ -18,7 +18,7 @@ class CliLanguage final : public lang::ILanguageDialog {
 public:
     CliLanguage()
         : m_settings(lang::IniSettingsStore::UserConfigFolder()),
-          m_module(m_ui, m_settings, errors::OwnComponent().folder), m_log(m_ui) {
+          m_module(m_ui, m_settings, TextDatabaseFolder()), m_log(m_ui) {
         m_form.name = "quorel";
         m_module.InitLanguage();
     }
@@ -32,13 +32,16 @@ public:
         return resource != nullptr ? static_cast<const util::ITextSource&>(*resource) : none;
     }
 
-    void Switch(const std::string& code) {
+    void Switch(const std::string& code, bool remember) {
         m_list.onClick = nullptr;
         m_list.Clear();
-        if (m_module.gResource() != nullptr) {
-            m_module.gResource()->FillLanguageList(m_list);
+        lang::clsResourceMDB* resource = m_module.gResource();
+        if (resource != nullptr) {
+            resource->FillLanguageList(m_list);
         }
-        m_list.onClick = [this] { lang::listlang1_Click(*this, m_module.gResource(), m_log); };
+        if (remember) {
+            m_list.onClick = [this] { lang::listlang1_Click(*this, m_module.gResource(), m_log); };
+        }
         if (util::SelectListItem(m_list, code) < 0) {
             std::string available;
             for (const std::string& item : m_list.items) {
@@ -47,6 +50,11 @@ public:
             throw UsageError(CliMessage(cli_text::kUnknownLanguage,
                                         "unknown language '%1' (available: %2)",
                                         {code, available}));
+        }
+        // Only the click remembers: otherwise load the texts and leave the settings alone.
+        if (!remember && resource->LanguageCode() != code) {
+            resource->LanguageCode(code);
+            resource->LoadResData();
         }
     }
 
@@ -75,8 +83,8 @@ const util::ITextSource& CliTexts() {
     return Language().Texts();
 }
 
-void SwitchCliLanguage(const std::string& code) {
-    Language().Switch(code);
+void SwitchCliLanguage(const std::string& code, bool remember) {
+    Language().Switch(code, remember);
 }
 
 std::string CliMessage(std::int16_t id, const char* fallback,

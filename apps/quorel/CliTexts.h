@@ -12,9 +12,9 @@ namespace quorel::cli {
 // program in the language remembered in the user's settings (as the dialog loads them).
 const util::ITextSource& CliTexts();
 
-// Switches to code and remembers it, as choosing it in the dialog's language list does. Throws
-// UsageError when the text database offers no such language.
-void SwitchCliLanguage(const std::string& code);
+// Switches to code and, when remember, remembers it, as choosing it in the dialog's language
+// list does. Throws UsageError when the text database offers no such language.
+void SwitchCliLanguage(const std::string& code, bool remember = true);
 
 // A message of the command line: text id in the current language with %1, %2... replaced by
 // the arguments, or the English fallback when the database has no such text (an older or
@@ -40,6 +40,7 @@ inline constexpr std::int16_t kOptionNeedsWholeNumber = 212;
 inline constexpr std::int16_t kKindOutOfRange = 213;
 inline constexpr std::int16_t kUnexpectedArgument = 214;
 inline constexpr std::int16_t kNotANumber = 215;
+inline constexpr std::int16_t kFieldAdded = 240;
 } // namespace cli_text
 
 } // namespace quorel::cli

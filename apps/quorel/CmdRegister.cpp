@@ -1,6 +1,7 @@
 // "quorel register": enters a built component in the user's class registry, or removes it.
 
 #include "apps/quorel/Args.h"
+#include "apps/quorel/Installation.h"
 #include "apps/quorel/Subcommand.h"
 
 #include "component/hostside/ComponentLoader.h"
@@ -19,7 +20,7 @@ int RunRegister(const std::vector<std::string>& arguments) {
         throw UsageError("at most one component path");
     }
     const std::string path =
-        args.Positionals().empty() ? std::string(QUOREL_DEFAULT_COMPONENT) : args.Positionals()[0];
+        args.Positionals().empty() ? DefaultComponentPath() : args.Positionals()[0];
     std::error_code error;
     const std::string absolute = std::filesystem::absolute(path, error).string();
     const auto library = component::ComponentLibrary::Open(error ? path : absolute);
@@ -43,10 +44,10 @@ const Subcommand& RegisterCommand() {
     static const Subcommand command{
         "register", "enter a component in the user's class registry (or remove it)",
         "Usage: quorel register [--unregister] [PATH]\n\n"
-        "Loads the component PATH (by default the one built with this program) and calls its\n"
-        "registration entry point, which writes its classes to the user's class registry\n"
-        "($XDG_CONFIG_HOME/quorel/classes.ini); --unregister removes them. Entries of other\n"
-        "components are kept.\n",
+        "Loads the component PATH (by default the one installed or built with this program) and\n"
+        "calls its registration entry point, which writes its classes to the user's class\n"
+        "registry ($XDG_CONFIG_HOME/quorel/classes.ini); --unregister removes them. Entries of\n"
+        "other components are kept.\n",
         RunRegister};
     return command;
 }

@@ -92,8 +92,14 @@ int Run(const std::vector<std::string>& arguments) {
     errors::ErrorLog log(ui);
     criterion::CriterionRun run(state, dialog, ui, CliTexts(), fzy, log);
     switch (run.RunCriterion()) {
-    case criterion::RunOutcome::Done:
+    case criterion::RunOutcome::Done: {
+        const auto added = layer->FeatureClass()->Fields(); // the new field comes last
+        std::cout << CliMessage(cli_text::kFieldAdded, "added field %1 to %2",
+                                {added->Field(added->FieldCount() - 1)->Name(),
+                                 args.Positionals().front()})
+                  << "\n";
         return 0;
+    }
     case criterion::RunOutcome::Refused:
         return kExitRefused;
     case criterion::RunOutcome::Failed:

@@ -72,13 +72,27 @@ std::optional<std::string> TakeLanguageOption(std::vector<std::string>& argument
     return code;
 }
 
+// --help or -h anywhere before "--".
+bool AsksForHelp(const std::vector<std::string>& arguments) {
+    for (const std::string& arg : arguments) {
+        if (arg == "--") {
+            break;
+        }
+        if (arg == "--help" || arg == "-h") {
+            return true;
+        }
+    }
+    return false;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
     std::vector<std::string> arguments(argv + 1, argv + argc);
     try {
         if (const auto code = TakeLanguageOption(arguments)) {
-            quorel::cli::SwitchCliLanguage(*code);
+            // Help is read in the language asked for, which is not remembered for it.
+            quorel::cli::SwitchCliLanguage(*code, !AsksForHelp(arguments));
             if (arguments.empty()) {
                 return 0; // "quorel --lang en" only switches and remembers
             }

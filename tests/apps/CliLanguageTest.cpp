@@ -110,4 +110,32 @@ TEST_F(CliLanguageTest, usageMessagesFollowTheLanguage) {
     EXPECT_EQ(help.out.rfind(Text(200, "en") + "\n", 0), 0u) << help.out;
 }
 
+TEST_F(CliLanguageTest, helpReadsInTheLanguageAskedForWithoutRememberingIt) {
+    const auto help = Quorel({"--lang", "en", "--help"});
+    EXPECT_EQ(help.status, 0);
+    EXPECT_EQ(help.out.rfind(Text(200, "en") + "\n", 0), 0u) << help.out;
+    EXPECT_EQ(Quorel({"script", "-h", "--lang=en"}).status, 0);
+    EXPECT_EQ(Settings(), "");
+}
+
+TEST_F(CliLanguageTest, runNamesTheFieldItAddedOnStandardOutput) {
+    const fs::path data = m_config / "data";
+    fs::create_directories(data);
+    for (const char* extension : {".shp", ".shx", ".dbf", ".prj", ".cpg"}) {
+        fs::copy_file(std::string(QUOREL_SOURCE_DIR) + "/samples/parcels" + extension,
+                      data / (std::string("parcels") + extension));
+    }
+    const std::string shapefile = (data / "parcels.shp").string();
+    const std::vector<std::string> run = {"--lang", "en", "run", shapefile, "--field", "DISTANCE",
+                                          "--kind", "3",  "-a",  "100",     "-b",      "900"};
+    ASSERT_EQ(Quorel(run).status, 0);
+    // FZY_DISTANCE is cut to 10 characters, then numbered since FZY_DISTAN exists.
+    const auto second = Quorel(run);
+    EXPECT_EQ(second.status, 0) << second.err;
+    std::string expected = Text(240, "en") + "\n";
+    expected.replace(expected.find("%1"), 2, "FZY_DISTA1");
+    expected.replace(expected.find("%2"), 2, shapefile);
+    EXPECT_EQ(second.out, expected);
+}
+
 } // namespace

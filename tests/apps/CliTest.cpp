@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <string>
 #include <unistd.h>
 
@@ -95,6 +96,21 @@ TEST(CliTest, versionAndHelp) {
         EXPECT_EQ(r.status, 0);
         EXPECT_NE(r.out.find("Usage: quorel "), std::string::npos) << command;
     }
+}
+
+// Run in a scratch folder: a dataset made by mistake would land there.
+TEST(MakeSampleTest, helpPrintsHelpAndMakesNoDataset) {
+    const std::filesystem::path scratch =
+        std::filesystem::path(::testing::TempDir()) / ("make-sample-" + std::to_string(getpid()));
+    std::filesystem::create_directories(scratch);
+    for (const char* option : {"--help", "-h"}) {
+        const auto r = RunProgram("/bin/sh", {"-c", "cd \"$0\" && exec \"$1\" \"$2\"",
+                                              scratch.string(), QUOREL_MAKE_SAMPLE, option});
+        EXPECT_EQ(r.status, 0) << option;
+        EXPECT_EQ(r.out.rfind("Usage: make-sample OUTPUT.shp", 0), 0u) << option << r.out;
+        EXPECT_TRUE(std::filesystem::is_empty(scratch)) << option;
+    }
+    std::filesystem::remove_all(scratch);
 }
 
 } // namespace

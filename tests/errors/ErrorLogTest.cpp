@@ -127,10 +127,11 @@ TEST_F(ErrorLogTest, twoReportsGiveTwoEntriesInTheLogBesideTheComponent) {
     EXPECT_EQ(m_ui.boxes.size(), 2u);
 }
 
-TEST_F(ErrorLogTest, logIsWrittenInWindows1252) {
+// The system's code page is UTF-8: accented and non-Latin paths come out as they are.
+TEST_F(ErrorLogTest, logIsWrittenInTheSystemsCodePage) {
     ErrorLog log = MakeLog();
-    log.AppendErrorLog("Paramètre");
-    EXPECT_EQ(ReadFile(m_folder / "Quorel.log"), "Param\xE8tre\r\n");
+    log.AppendErrorLog("Exe:/données/Карты/Quorel");
+    EXPECT_EQ(ReadFile(m_folder / "Quorel.log"), "Exe:/données/Карты/Quorel\r\n");
 }
 
 TEST_F(ErrorLogTest, errorNumberZeroDoesNothing) {

@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <sstream>
 
 namespace quorel::lang {
 namespace {
@@ -101,6 +102,8 @@ TEST_F(DataAccessTest, sharedFolderPrefixComesFromTheSiteSettings) {
     IniSettingsStore settings(m_scratch.Path() / "config");
     EXPECT_EQ(SharedFolderRewriteFromSettings(settings), std::nullopt);
     settings.SaveSetting(kSettingsApplication, "site", "SharedFolderPrefix", "//srv/gis");
+    // Without its replacement the prefix would only be stripped from paths.
+    EXPECT_THROW(SharedFolderRewriteFromSettings(settings), SharedFolderReplacementMissing);
     settings.SaveSetting(kSettingsApplication, "site", "SharedFolderReplacement", "/mnt/gis");
     const auto rewrite = SharedFolderRewriteFromSettings(settings);
     ASSERT_TRUE(rewrite.has_value());
@@ -184,6 +187,46 @@ TEST_F(DataAccessTest, maxValueOfAnEmptyTableIsNullOnBothEngines) {
     m_dao.DAO_Open(access, kAccessSample, true);
     EXPECT_TRUE(IsNull(m_dao.DAO_MaxValue(access.get(), "Table4", "name", true)));
     EXPECT_TRUE(m_ui.boxes.empty());
+}
+
+// A copy of the genuine Access sample whose second row of Table1 holds a Null in A and an empty
+// text in B, as Access writes them: the null mask's bit cleared for A; both values zero bytes long.
+std::string AccessSampleWithNullAndEmptyText(const ScratchFolder& scratch) {
+    std::ifstream in(kAccessSample, std::ios::binary);
+    std::stringstream content;
+    content << in.rdbuf();
+    std::string bytes = content.str();
+    // The row ends with A and B ("a", "b" in UTF-16), the end of its data (37), the offsets of
+    // B (35) and A (33), the number of variable columns (2) and the null mask.
+    const std::string tail("a\0b\0\x25\0\x23\0\x21\0\x02\0\xFF\0", 14);
+    const auto at = bytes.find(tail);
+    EXPECT_NE(at, std::string::npos);
+    EXPECT_EQ(bytes.find(tail, at + 1), std::string::npos);
+    if (at != std::string::npos) {
+        bytes[at + 4] = '\x21';  // the data ends where A starts,
+        bytes[at + 6] = '\x21';  // and so does B: both are zero bytes long;
+        bytes[at + 12] = '\xFE'; // A's bit cleared: A is Null, B is not.
+    }
+    const std::string path = scratch.File("nulls.mdb");
+    std::ofstream(path, std::ios::binary) << bytes;
+    return path;
+}
+
+TEST_F(DataAccessTest, accessTellsAnEmptyTextFromNull) {
+    std::shared_ptr<IDatabase> db;
+    m_dao.DAO_Open(db, AccessSampleWithNullAndEmptyText(m_scratch), true);
+    std::unique_ptr<IRecordset> rs;
+    m_dao.DAO_OpenRs(db, rs, "", "SELECT A, B, C FROM Table1");
+    ASSERT_FALSE(rs->Eof());
+    EXPECT_EQ(rs->Field(1), DbValue("hijklmnop"));
+    rs->MoveNext();
+    ASSERT_FALSE(rs->Eof());
+    EXPECT_TRUE(IsNull(rs->Field(0)));
+    EXPECT_EQ(rs->Field(1), DbValue(""));
+    EXPECT_EQ(rs->Field(2), DbValue(0.0));
+    EXPECT_EQ(m_dao.DAO_SQL2Value(db.get(), "SELECT count(A) FROM Table1", true), DbValue(1.0));
+    EXPECT_EQ(m_dao.DAO_SQL2Value(db.get(), "SELECT count(B) FROM Table1", true), DbValue(2.0));
+    EXPECT_EQ(m_dao.DAO_SQL2Value(db.get(), "SELECT min(B) FROM Table1", true), DbValue(""));
 }
 
 TEST_F(DataAccessTest, failingValueShowsTheBoxOnlyWhenAskedAndGivesEmpty) {

@@ -284,6 +284,21 @@ TEST_F(LanguageTest, accessTextDatabaseIsReadThroughTheAccessEngine) {
     EXPECT_EQ(DetectEngine(Texts().db()->Path()), DatabaseEngine::Access);
 }
 
+TEST_F(LanguageTest, sharedFolderPrefixWithoutReplacementIsRefusedInTheUsersLanguage) {
+    MakeDatabase("CREATE TABLE tblText (id INTEGER, fr TEXT, en TEXT);"
+                 "INSERT INTO tblText VALUES (190, 'Préfixe refusé', 'Prefix refused');");
+    // The prefix names the component's own folder: stripping it would lose the database.
+    m_settings.SaveSetting("Ombrel_Brumalis", "site", "SharedFolderPrefix",
+                           m_scratch.Path().string());
+    Module1 module(m_ui, m_settings, m_scratch.Path().string());
+    module.InitLanguage();
+    ASSERT_EQ(m_ui.boxes.size(), 1u);
+    EXPECT_EQ(m_ui.boxes[0].text,
+              "Préfixe refusé\r\nSharedFolderPrefix=" + m_scratch.Path().string());
+    EXPECT_EQ(m_ui.boxes[0].icon, util::MessageIcon::Critical);
+    EXPECT_EQ(module.gResource()->ResourceString(190), "Préfixe refusé");
+}
+
 TEST_F(LanguageTest, failingToRememberTheLanguageIsReportedAndLogged) {
     MakeDatabase(kTable);
     LoadDialog();

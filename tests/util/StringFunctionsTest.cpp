@@ -2,7 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <locale.h>
+#include <optional>
 #include <ostream>
+#include <string>
 
 namespace {
 
@@ -61,14 +65,50 @@ TEST_F(DecimalMarkTest, localizesToTheUsersMark) {
     EXPECT_EQ(LocalizeDecimal(std::string("   ")), "");
 }
 
-TEST(DecimalMarkOfLocaleNameTest, followsLanguageAndTerritory) {
-    EXPECT_EQ(DecimalMarkOfLocaleName("fr_FR.UTF-8"), ',');
-    EXPECT_EQ(DecimalMarkOfLocaleName("de_DE@euro"), ',');
-    EXPECT_EQ(DecimalMarkOfLocaleName("de_CH.UTF-8"), '.');
-    EXPECT_EQ(DecimalMarkOfLocaleName("en_US.UTF-8"), '.');
-    EXPECT_EQ(DecimalMarkOfLocaleName("C"), '.');
-    EXPECT_EQ(DecimalMarkOfLocaleName(""), '.');
+struct LocaleMark {
+    const char* locale;
+    char markWhenInstalled; // as glibc's locale data gives it
+};
+
+void PrintTo(const LocaleMark& c, std::ostream* os) {
+    *os << c.locale;
 }
+
+// The mark comes from the C library only: a locale that is not installed runs as the C locale.
+class LocaleDecimalMarkTest : public ::testing::TestWithParam<LocaleMark> {
+protected:
+    void SetUp() override {
+        if (const char* all = std::getenv("LC_ALL")) {
+            m_saved = all;
+        }
+    }
+    void TearDown() override {
+        if (m_saved) {
+            setenv("LC_ALL", m_saved->c_str(), 1);
+        } else {
+            unsetenv("LC_ALL");
+        }
+        SetDecimalSeparator(std::nullopt);
+    }
+    std::optional<std::string> m_saved;
+};
+
+TEST_P(LocaleDecimalMarkTest, followsTheCLibraryOrTheCLocale) {
+    const LocaleMark& c = GetParam();
+    locale_t installed = newlocale(LC_NUMERIC_MASK, c.locale, nullptr);
+    if (installed != nullptr) {
+        freelocale(installed);
+    }
+    setenv("LC_ALL", c.locale, 1);
+    SetDecimalSeparator(std::nullopt);
+    EXPECT_EQ(DecimalSeparator(), installed != nullptr ? c.markWhenInstalled : '.');
+}
+
+INSTANTIATE_TEST_SUITE_P(Locales, LocaleDecimalMarkTest,
+                         ::testing::Values(LocaleMark{"es_MX.UTF-8", '.'},
+                                           LocaleMark{"es_US.UTF-8", '.'},
+                                           LocaleMark{"fr_FR.UTF-8", ','},
+                                           LocaleMark{"de_DE@euro", ','}, LocaleMark{"C", '.'}));
 
 TEST(ParseDecimalTest, readsPlainNumbersOnly) {
     EXPECT_EQ(ParseDecimal("2.5", '.'), 2.5);

@@ -8,9 +8,24 @@
 #include <iostream>
 #include <string>
 
+namespace {
+
+constexpr const char* kUsage = "Usage: make-sample OUTPUT.shp [COUNT (400)] [SEED (1)]\n";
+
+} // namespace
+
 int main(int argc, char** argv) {
-    if (argc < 2 || argc > 4) {
-        std::cerr << "Usage: make-sample OUTPUT.shp [COUNT (400)] [SEED (1)]\n";
+    const std::string first = argc > 1 ? argv[1] : "";
+    if (first == "--help" || first == "-h") {
+        std::cout << kUsage
+                  << "\nWrites COUNT synthetic polygon parcels (population, slope, altitude,\n"
+                     "distance, land use) to the shapefile OUTPUT.shp with its .shx, .dbf, .prj\n"
+                     "and .cpg; the same SEED gives the same parcels.\n";
+        return 0;
+    }
+    // An option is never an output name: "-x" would otherwise become a dataset.
+    if (argc < 2 || argc > 4 || first.rfind('-', 0) == 0) {
+        std::cerr << kUsage;
         return 64;
     }
     try {

@@ -1,0 +1,31 @@
+# `cmake --install BUILD --prefix P`: P/bin/quorel and P/bin/quorel-host; the component
+# Quorel.so with its text.mdb in P/lib/quorel; the manual page in P/share/man/man1. Our own
+# libraries are static, so the installed programs need no run path of ours.
+install(TARGETS quorel RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+if(TARGET quorel-host)
+    install(TARGETS quorel-host RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+endif()
+install(TARGETS Quorel LIBRARY DESTINATION ${QUOREL_INSTALL_COMPONENTDIR})
+install(FILES ${PROJECT_BINARY_DIR}/component/text.mdb DESTINATION ${QUOREL_INSTALL_COMPONENTDIR})
+install(FILES ${PROJECT_SOURCE_DIR}/docs/quorel.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+
+# `cpack -G DEB` in the build folder, or the `package` target: a Debian package installed under
+# /usr, its library dependencies found by dpkg-shlibdeps (package dpkg-dev).
+set(QUOREL_PACKAGE_CONTACT "Quorel developers" CACHE STRING "Maintainer of the Debian package")
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME quorel)
+set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
+set(CPACK_PACKAGE_CONTACT ${QUOREL_PACKAGE_CONTACT})
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY
+    "Fuzzy classification criteria from numeric attributes of polygon shapefiles")
+set(CPACK_PACKAGE_DESCRIPTION
+    "Quorel turns a numeric attribute of a polygon layer into a fuzzy membership degree stored \
+as a new field, and keeps a .fzy metadata file beside each shapefile. The package holds the \
+quorel command line, the quorel-host desktop GIS and the Quorel component it loads.")
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SECTION science)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+# Loaded at run time, so dpkg-shlibdeps cannot see it: the desktop host's window system plug-in.
+set(CPACK_DEBIAN_PACKAGE_DEPENDS qt6-qpa-plugins)
+include(CPack)
