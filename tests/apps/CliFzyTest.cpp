@@ -1,4 +1,5 @@
 #include "fzy/FzyFormat.h"
+#include "tests/support/Unprivileged.h"
 
 #include <gtest/gtest.h>
 
@@ -35,13 +36,15 @@ protected:
                    ("quorel_cli_" + std::to_string(getpid()) + "_" +
                     testing::UnitTest::GetInstance()->current_test_info()->name());
         fs::remove_all(m_folder);
-        fs::create_directories(m_folder);
+        // Output goes where an unprivileged run can write it too.
+        fs::create_directories(m_folder / "io");
+        fs::permissions(m_folder / "io", fs::perms::all);
     }
     void TearDown() override { fs::remove_all(m_folder); }
 
     RunResult Run(const std::string& arguments) {
-        const fs::path out = m_folder / "stdout";
-        const fs::path err = m_folder / "stderr";
+        const fs::path out = m_folder / "io" / "stdout";
+        const fs::path err = m_folder / "io" / "stderr";
         // A scratch settings folder: the user's remembered language plays no part.
         const std::string command = "env XDG_CONFIG_HOME=" + (m_folder / "config").string() +
                                     " LC_ALL=C " + std::string(QUOREL_PROGRAM) + " " + arguments +
@@ -141,18 +144,22 @@ TEST_F(CliFzyTest, metaWithoutEntriesShowsText153AndWritesNothing) {
 }
 
 TEST_F(CliFzyTest, metaReadsAFolderItCannotWrite) {
-    if (geteuid() == 0) {
-        GTEST_SKIP() << "file permissions do not apply to root";
-    }
     const fs::path folder = m_folder / "readonly";
     fs::create_directories(folder);
     WriteFzy("readonly/PARC.fzy", {Number("FZY_A", 7)}, 1);
-    fs::permissions(folder / "PARC.fzy", fs::perms::owner_read);
-    fs::permissions(folder, fs::perms::owner_read | fs::perms::owner_exec);
-    const RunResult result = Run("meta " + (folder / "PARC.shp").string() + " FZY_A");
+    fs::permissions(folder / "PARC.fzy",
+                    fs::perms::owner_read | fs::perms::group_read | fs::perms::others_read);
+    fs::permissions(folder, fs::perms::owner_read | fs::perms::owner_exec | fs::perms::group_read |
+                                fs::perms::group_exec | fs::perms::others_read |
+                                fs::perms::others_exec);
+    RunResult result;
+    const int child = test::RunUnprivileged([&] {
+        result = Run("meta " + (folder / "PARC.shp").string() + " FZY_A");
+        return result.status == 0 && result.out == kLastEntryOfFzyA ? 0 : 1;
+    });
     fs::permissions(folder, fs::perms::owner_all);
-    EXPECT_EQ(result.status, 0) << result.err;
-    EXPECT_EQ(result.out, kLastEntryOfFzyA);
+    EXPECT_EQ(child, 0) << ReadText(m_folder / "io" / "stderr");
+    EXPECT_EQ(fs::directory_iterator(folder)->path().filename(), "PARC.fzy");
 }
 
 TEST_F(CliFzyTest, metaReportsAMissingFolderAsTheButtonDoes) {
