@@ -2,7 +2,7 @@
 // tables are (N(7,2), blanks in front) read value by value with the general reader and with the
 // column reader, and degrees of membership written into an N(19,11) field.
 
-#include "host/gdal/DbfTable.h"
+#include "host/shapefile/DbfTable.h"
 
 #include <benchmark/benchmark.h>
 
@@ -13,7 +13,7 @@
 
 namespace {
 
-using quorel::host::gdal::DbfField;
+using quorel::host::shapefile::DbfField;
 
 constexpr std::size_t kRecords = 1'000'000;
 constexpr std::size_t kRecordLength = 8; // deletion flag and one N(7,2) field
@@ -55,8 +55,8 @@ void BM_ParseValueByValue(benchmark::State& state) {
     for (auto _ : state) {
         for (std::size_t r = 0; r < kRecords; ++r) {
             values[r] =
-                quorel::host::gdal::ParseDbfNumber(
-                    quorel::host::gdal::FieldBytes(records.data() + r * kRecordLength, field))
+                quorel::host::shapefile::ParseDbfNumber(
+                    quorel::host::shapefile::FieldBytes(records.data() + r * kRecordLength, field))
                     .value_or(0.0);
         }
         benchmark::DoNotOptimize(values.data());
@@ -67,7 +67,7 @@ BENCHMARK(BM_ParseValueByValue)->Unit(benchmark::kMillisecond);
 
 void BM_ReadColumn(benchmark::State& state) {
     const std::string& records = Records();
-    const quorel::host::gdal::DbfNumberReader reader(SlopeField());
+    const quorel::host::shapefile::DbfNumberReader reader(SlopeField());
     std::vector<double> values(kRecords);
     std::vector<std::uint8_t> isNull(kRecords);
     for (auto _ : state) {
@@ -92,7 +92,8 @@ void BM_FormatDegrees(benchmark::State& state) {
     std::string out(kRecords * field.length, ' ');
     for (auto _ : state) {
         for (std::size_t i = 0; i < kRecords; ++i) {
-            quorel::host::gdal::FormatDbfNumber(degrees[i], field, out.data() + i * field.length);
+            quorel::host::shapefile::FormatDbfNumber(degrees[i], field,
+                                                     out.data() + i * field.length);
         }
         benchmark::DoNotOptimize(out.data());
     }

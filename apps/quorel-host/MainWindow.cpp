@@ -1,7 +1,7 @@
 #include "apps/quorel-host/MainWindow.h"
 
 #include "apps/quorel-host/MapDocumentFile.h"
-#include "host/gdal/Shapefile.h"
+#include "host/shapefile/Shapefile.h"
 #include "util/Error.h"
 #include "util/NumberText.h"
 
@@ -48,7 +48,7 @@ bool IsNumeric(std::int32_t type) {
 
 std::string ShpPathOf(const host::IFeatureLayer& layer) {
     const auto shapefile =
-        std::dynamic_pointer_cast<host::gdal::ShapefileFeatureClass>(layer.FeatureClass());
+        std::dynamic_pointer_cast<host::shapefile::ShapefileFeatureClass>(layer.FeatureClass());
     return shapefile ? shapefile->ShpPath() : std::string();
 }
 
@@ -141,7 +141,7 @@ private:
 
 MainWindow::MainWindow(Options options, QWidget* parent)
     : QMainWindow(parent), m_options(std::move(options)),
-      m_app(std::make_shared<host::gdal::Application>()),
+      m_app(std::make_shared<host::shapefile::Application>()),
       m_viewListener(std::make_unique<ViewListener>(*this)) {
     setObjectName(QStringLiteral("QuorelHost"));
     resize(1180, 760);
@@ -304,7 +304,7 @@ void MainWindow::BuildActions() {
                                                    QStringLiteral("Nom du groupe :"),
                                                    QLineEdit::Normal, QString(), &ok);
         if (ok && !name.isEmpty()) {
-            auto group = std::make_shared<host::gdal::GroupLayer>();
+            auto group = std::make_shared<host::shapefile::GroupLayer>();
             group->SetName(name.toStdString());
             m_app->Document()->FocusMap()->AddLayer(group);
             Refresh();
@@ -433,7 +433,7 @@ void MainWindow::UpdateCommandStates() {
 }
 
 void MainWindow::FollowFocusMap() {
-    const auto map = std::dynamic_pointer_cast<host::gdal::Map>(m_app->Document()->FocusMap());
+    const auto map = std::dynamic_pointer_cast<host::shapefile::Map>(m_app->Document()->FocusMap());
     if (map == m_listenedMap) {
         return;
     }
@@ -470,7 +470,7 @@ void MainWindow::OpenDocumentFile(const QString& path) {
 }
 
 void MainWindow::SaveDocumentFile(const QString& path) {
-    const auto document = std::dynamic_pointer_cast<host::gdal::MxDocument>(m_app->Document());
+    const auto document = std::dynamic_pointer_cast<host::shapefile::MxDocument>(m_app->Document());
     SaveMapDocument(*document, path.toStdString());
     m_documentPath = path;
     UpdateTitle();
@@ -489,7 +489,8 @@ void MainWindow::RemoveLayer(const std::shared_ptr<host::ILayer>& layer) {
             map->DeleteLayer(layer);
             break;
         }
-        if (const auto group = std::dynamic_pointer_cast<host::gdal::GroupLayer>(map->Layer(i));
+        if (const auto group =
+                std::dynamic_pointer_cast<host::shapefile::GroupLayer>(map->Layer(i));
             group && group->Remove(layer)) {
             m_listenedMap->RaiseContentsChanged();
             break;

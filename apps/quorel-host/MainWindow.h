@@ -6,7 +6,7 @@
 
 #include "apps/quorel-host/ComponentSet.h"
 #include "apps/quorel-host/MapView.h"
-#include "host/gdal/Application.h"
+#include "host/shapefile/Application.h"
 
 #include <QImage>
 #include <QMainWindow>
@@ -62,7 +62,7 @@ public:
     // appeared since the last look (a criterion just computed) becomes the shaded one.
     void Refresh();
 
-    const std::shared_ptr<host::gdal::Application>& Application() const { return m_app; }
+    const std::shared_ptr<host::shapefile::Application>& Application() const { return m_app; }
     const ComponentSet& Components() const { return *m_components; }
     QAction* CommandAction(const QString& progId) const;
     QToolBar* CategoryToolBar(const QString& category) const;
@@ -97,10 +97,10 @@ private:
     template <typename Action> void Guarded(const QString& what, Action action);
 
     Options m_options;
-    std::shared_ptr<host::gdal::Application> m_app;
+    std::shared_ptr<host::shapefile::Application> m_app;
     std::unique_ptr<ComponentSet> m_components;
     std::unique_ptr<ViewListener> m_viewListener;
-    std::shared_ptr<host::gdal::Map> m_listenedMap;
+    std::shared_ptr<host::shapefile::Map> m_listenedMap;
     std::vector<QAction*> m_commandActions;
     std::map<QString, QToolBar*> m_categoryBars;
 

@@ -1,6 +1,6 @@
 #include "apps/quorel-host/MapDocumentFile.h"
 
-#include "host/gdal/Shapefile.h"
+#include "host/shapefile/Shapefile.h"
 #include "util/Error.h"
 #include "util/FileReplacement.h"
 
@@ -49,7 +49,7 @@ void WriteLayers(std::ostream& out, const host::ILayer& layer, const fs::path& f
     const auto* featureLayer = dynamic_cast<const host::IFeatureLayer*>(&layer);
     const auto shapefile = featureLayer == nullptr
                                ? nullptr
-                               : std::dynamic_pointer_cast<host::gdal::ShapefileFeatureClass>(
+                               : std::dynamic_pointer_cast<host::shapefile::ShapefileFeatureClass>(
                                      featureLayer->FeatureClass());
     if (!shapefile) {
         throw Error(error_number::kTypeMismatch, kSource,
@@ -64,18 +64,18 @@ void WriteLayers(std::ostream& out, const host::ILayer& layer, const fs::path& f
 
 class Reader {
 public:
-    Reader(host::gdal::Application& app, const std::string& path)
+    Reader(host::shapefile::Application& app, const std::string& path)
         : m_app(app), m_path(path), m_folder(fs::absolute(path).parent_path()) {}
 
-    std::shared_ptr<host::gdal::MxDocument> Read() {
+    std::shared_ptr<host::shapefile::MxDocument> Read() {
         std::ifstream in(m_path, std::ios::binary);
         if (!in) {
             throw FileError(errno, kSource, m_path);
         }
-        auto document = std::make_shared<host::gdal::MxDocument>();
+        auto document = std::make_shared<host::shapefile::MxDocument>();
         std::shared_ptr<host::IMap> focus;
-        std::shared_ptr<host::gdal::Map> map;
-        std::vector<std::shared_ptr<host::gdal::GroupLayer>> groups;
+        std::shared_ptr<host::shapefile::Map> map;
+        std::vector<std::shared_ptr<host::shapefile::GroupLayer>> groups;
         bool first = true;
         std::string line;
         while (std::getline(in, line)) {
@@ -99,10 +99,10 @@ public:
                 if (!groups.empty()) {
                     throw Fault("a map inside a group");
                 }
-                map = std::make_shared<host::gdal::Map>(parts[1]);
+                map = std::make_shared<host::shapefile::Map>(parts[1]);
                 if (m_maps++ == 0) {
                     // The document's own first map stands for the first one read.
-                    map = std::dynamic_pointer_cast<host::gdal::Map>(document->FocusMap());
+                    map = std::dynamic_pointer_cast<host::shapefile::Map>(document->FocusMap());
                     map->SetName(parts[1]);
                 } else {
                     document->AddMap(map);
@@ -116,7 +116,7 @@ public:
                 layer->SetSelectable(parts[3] == "selectable");
                 Place(layer, map, groups);
             } else if (kind == "group" && parts.size() == 2 && map) {
-                auto group = std::make_shared<host::gdal::GroupLayer>();
+                auto group = std::make_shared<host::shapefile::GroupLayer>();
                 group->SetName(parts[1]);
                 Place(group, map, groups);
                 groups.push_back(group);
@@ -166,8 +166,8 @@ private:
     }
 
     static void Place(const std::shared_ptr<host::ILayer>& layer,
-                      const std::shared_ptr<host::gdal::Map>& map,
-                      const std::vector<std::shared_ptr<host::gdal::GroupLayer>>& groups) {
+                      const std::shared_ptr<host::shapefile::Map>& map,
+                      const std::vector<std::shared_ptr<host::shapefile::GroupLayer>>& groups) {
         if (groups.empty()) {
             map->AddLayer(layer);
         } else {
@@ -175,7 +175,7 @@ private:
         }
     }
 
-    host::gdal::Application& m_app;
+    host::shapefile::Application& m_app;
     std::string m_path;
     fs::path m_folder;
     int m_line = 0;
@@ -184,7 +184,7 @@ private:
 
 } // namespace
 
-void SaveMapDocument(const host::gdal::MxDocument& document, const std::string& path) {
+void SaveMapDocument(const host::shapefile::MxDocument& document, const std::string& path) {
     const fs::path folder = fs::absolute(path).parent_path().lexically_normal();
     std::ostringstream out;
     out << kMagic << "\t1\n";
@@ -199,8 +199,8 @@ void SaveMapDocument(const host::gdal::MxDocument& document, const std::string& 
     util::ReplaceFile(path, out.str(), kSource);
 }
 
-std::shared_ptr<host::gdal::MxDocument> LoadMapDocument(host::gdal::Application& app,
-                                                        const std::string& path) {
+std::shared_ptr<host::shapefile::MxDocument> LoadMapDocument(host::shapefile::Application& app,
+                                                             const std::string& path) {
     return Reader(app, path).Read();
 }
 

@@ -9,7 +9,7 @@
 #include "criterion/RunCriterion.h"
 #include "errors/ErrorLog.h"
 #include "fzy/IO_fzyext.h"
-#include "host/gdal/Application.h"
+#include "host/shapefile/Application.h"
 #include "util/MessageUi.h"
 
 #include <cmath>
@@ -55,7 +55,7 @@ int Run(const std::vector<std::string>& arguments) {
         throw UsageError("option --kind takes 0 to 5, not " + std::to_string(kind));
     }
 
-    auto app = std::make_shared<host::gdal::Application>();
+    auto app = std::make_shared<host::shapefile::Application>();
     if (isatty(STDERR_FILENO)) {
         app->Bar()->SetProgressListener(ShowProgress);
     }

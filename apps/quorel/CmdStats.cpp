@@ -6,7 +6,7 @@
 #include "apps/quorel/Subcommand.h"
 
 #include "criterion/FieldStatistics.h"
-#include "host/gdal/Application.h"
+#include "host/shapefile/Application.h"
 #include "util/StringFunctions.h"
 
 #include <iostream>
@@ -22,7 +22,7 @@ int Run(const std::vector<std::string>& arguments) {
     if (args.Positionals().size() > 2) {
         throw UsageError("unexpected argument '" + args.Positionals()[2] + "'");
     }
-    auto app = std::make_shared<host::gdal::Application>();
+    auto app = std::make_shared<host::shapefile::Application>();
     const auto layer = app->AddShapefileLayer(args.Positionals()[0]);
     int marker = 0;
     const auto statistics =

@@ -6,7 +6,7 @@
 #include "dialog/DialogSession.h"
 #include "dialog/Pictures.h"
 #include "dialog/frm_back.h"
-#include "host/gdal/Application.h"
+#include "host/shapefile/Application.h"
 #include "lang/SettingsStore.h"
 #include "tools/sample/SampleData.h"
 #include "util/ListControl.h"
@@ -97,7 +97,7 @@ int main(int argc, char** argv) {
     quorel::util::RecordingMessageUi ui;
     quorel::dialog::DialogSession session(ui, settings, QUOREL_TEXT_DB_FOLDER,
                                           {data, "quorel", "10.3.2"});
-    const auto app = std::make_shared<quorel::host::gdal::Application>();
+    const auto app = std::make_shared<quorel::host::shapefile::Application>();
     app->AddShapefileLayer(data + "/parcels.shp");
     session.SetApplication(app);
 

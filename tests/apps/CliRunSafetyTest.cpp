@@ -4,7 +4,7 @@
 #include "RunProgram.h"
 
 #include "fzy/FzyFormat.h"
-#include "tests/host/gdal/TestShapefiles.h"
+#include "tests/host/shapefile/TestShapefiles.h"
 #include "tests/support/Unprivileged.h"
 #include "tools/sample/SampleData.h"
 

@@ -7,9 +7,9 @@
 #include "errors/ErrorLog.h"
 #include "fzy/FzyFormat.h"
 #include "fzy/IO_fzyext.h"
-#include "host/gdal/Application.h"
-#include "host/gdal/Shapefile.h"
-#include "tests/host/gdal/TestShapefiles.h"
+#include "host/shapefile/Application.h"
+#include "host/shapefile/Shapefile.h"
+#include "tests/host/shapefile/TestShapefiles.h"
 #include "util/Error.h"
 #include "util/MessageUi.h"
 
@@ -105,7 +105,8 @@ protected:
     std::string LastBox() const { return m_ui.boxes.empty() ? "" : m_ui.boxes.back().text; }
 
     testing::ScratchFolder m_folder;
-    std::shared_ptr<host::gdal::Application> m_app = std::make_shared<host::gdal::Application>();
+    std::shared_ptr<host::shapefile::Application> m_app =
+        std::make_shared<host::shapefile::Application>();
     ComponentState m_state;
     PlainRunDialog m_dialog;
     util::RecordingMessageUi m_ui;
@@ -184,8 +185,8 @@ TEST_F(RunCriterionTest, fromTheTenthNumberedCandidateTheNameKeepsTenCharacters)
         std::vector<std::string> names;
         std::int32_t FieldCount() const override { return static_cast<std::int32_t>(names.size()); }
         std::shared_ptr<host::IField> Field(std::int32_t i) const override {
-            return std::make_shared<host::gdal::HostField>(names.at(static_cast<std::size_t>(i)),
-                                                           host::kFieldTypeDouble);
+            return std::make_shared<host::shapefile::HostField>(
+                names.at(static_cast<std::size_t>(i)), host::kFieldTypeDouble);
         }
         std::int32_t FindField(const std::string&) const override { return -1; }
     } table;
@@ -401,7 +402,7 @@ INSTANTIATE_TEST_SUITE_P(
                                   [](const std::string& folder) {
                                       // Another process's run, as far as the lock can tell.
                                       const auto other =
-                                          std::make_shared<host::gdal::Application>();
+                                          std::make_shared<host::shapefile::Application>();
                                       return other->LockLayerForWriting(folder, "parcels.shp");
                                   },
                                   "T170", "Another run is writing the shapefile "},

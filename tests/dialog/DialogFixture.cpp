@@ -49,7 +49,7 @@ DialogTest::DialogTest() {
     m_session =
         std::make_unique<DialogSession>(m_ui, *m_settings, QUOREL_TEXT_DB_FOLDER,
                                         errors::ComponentIdentity{scratch, "quorel", "10.3.2"});
-    m_app = std::make_shared<host::gdal::Application>();
+    m_app = std::make_shared<host::shapefile::Application>();
     m_session->SetApplication(m_app);
 }
 

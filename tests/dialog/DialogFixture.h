@@ -2,7 +2,7 @@
 
 #include "dialog/DialogSession.h"
 #include "dialog/frm_back.h"
-#include "host/gdal/Application.h"
+#include "host/shapefile/Application.h"
 #include "lang/SettingsStore.h"
 #include "util/MessageUi.h"
 
@@ -58,7 +58,7 @@ protected:
     util::RecordingMessageUi m_ui;
     std::unique_ptr<lang::IniSettingsStore> m_settings;
     std::unique_ptr<DialogSession> m_session;
-    std::shared_ptr<host::gdal::Application> m_app;
+    std::shared_ptr<host::shapefile::Application> m_app;
     std::unique_ptr<frm_back> m_dialog;
 };
 

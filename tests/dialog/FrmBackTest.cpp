@@ -4,7 +4,7 @@
 #include "tests/dialog/DialogFixture.h"
 
 #include "dialog/Pictures.h"
-#include "host/gdal/Application.h"
+#include "host/shapefile/Application.h"
 #include "util/ListControl.h"
 #include "util/StringFunctions.h"
 
@@ -34,7 +34,7 @@ TEST_F(FrmBackTest, loadListsSelectableTopLevelPolygonLayersOutsideMdbFolders) {
     const auto inner = AddLayer(WritePolygons("data", "inner", {{"SLOPE", {1}}}));
     const auto map = m_app->Document()->FocusMap();
     map->DeleteLayer(inner);
-    auto group = std::make_shared<host::gdal::GroupLayer>();
+    auto group = std::make_shared<host::shapefile::GroupLayer>();
     group->SetName("group");
     group->Add(inner);
     map->AddLayer(group);
@@ -242,7 +242,7 @@ TEST_F(FrmBackTest, calculerAddsAndFillsTheFieldAndMetadataShowsItsEntry) {
     EXPECT_EQ(Items(*dialog.Lst_fields), (Strings{"SLOPE", "FZY_SLOPE"}));
     EXPECT_EQ(dialog.FieldList().ListIndex(), -1);
 
-    host::gdal::Application reader;
+    host::shapefile::Application reader;
     const auto layer = reader.AddShapefileLayer(path);
     const auto cursor = layer->Search(false);
     const std::int32_t field = cursor->Fields()->FindField("FZY_SLOPE");

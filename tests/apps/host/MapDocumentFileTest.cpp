@@ -40,12 +40,12 @@ protected:
 };
 
 TEST_F(MapDocumentFileTest, aSavedDocumentOpensWithTheSameMapsLayersGroupsAndFocus) {
-    host::gdal::Application app;
+    host::shapefile::Application app;
     const auto shp = (m_folder / "data" / "parcels.shp").string();
-    auto document = std::dynamic_pointer_cast<host::gdal::MxDocument>(app.Document());
+    auto document = std::dynamic_pointer_cast<host::shapefile::MxDocument>(app.Document());
     auto top = app.AddShapefileLayer(shp);
     top->SetName("Parcelles à l'étude");
-    auto group = std::make_shared<host::gdal::GroupLayer>();
+    auto group = std::make_shared<host::shapefile::GroupLayer>();
     group->SetName("Référence");
     auto inner = app.AddShapefileLayer(shp);
     document->FocusMap()->DeleteLayer(inner);
@@ -53,7 +53,7 @@ TEST_F(MapDocumentFileTest, aSavedDocumentOpensWithTheSameMapsLayersGroupsAndFoc
     inner->SetSelectable(false);
     group->Add(inner);
     document->FocusMap()->AddLayer(group);
-    auto second = std::make_shared<host::gdal::Map>("Second map");
+    auto second = std::make_shared<host::shapefile::Map>("Second map");
     document->AddMap(second);
     document->SetFocusMap(second);
 
@@ -64,7 +64,7 @@ TEST_F(MapDocumentFileTest, aSavedDocumentOpensWithTheSameMapsLayersGroupsAndFoc
     // Relative to the document, so the folder can move as a whole.
     EXPECT_NE(text.str().find("\tdata/parcels.shp\t"), std::string::npos) << text.str();
 
-    host::gdal::Application other;
+    host::shapefile::Application other;
     const auto read = LoadMapDocument(other, path);
     ASSERT_EQ(read->Maps().size(), 2u);
     EXPECT_EQ(read->FocusMap(), read->Maps()[1]);
@@ -101,7 +101,7 @@ class BadMapDocumentTest : public MapDocumentFileTest,
                            public ::testing::WithParamInterface<BadDocument> {};
 
 TEST_P(BadMapDocumentTest, isRefusedNamingTheLine) {
-    host::gdal::Application app;
+    host::shapefile::Application app;
     const std::string path = Write(GetParam().text);
     try {
         LoadMapDocument(app, path);

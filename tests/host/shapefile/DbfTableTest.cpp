@@ -1,6 +1,6 @@
-#include "host/gdal/DbfTable.h"
+#include "host/shapefile/DbfTable.h"
 
-#include "tests/host/gdal/TestShapefiles.h"
+#include "tests/host/shapefile/TestShapefiles.h"
 #include "util/Error.h"
 
 #include <gtest/gtest.h>
@@ -22,7 +22,7 @@
 #include <unistd.h>
 #include <vector>
 
-namespace quorel::host::gdal {
+namespace quorel::host::shapefile {
 namespace {
 
 using testing::GdalTable;
@@ -519,4 +519,4 @@ TEST_F(DbfAddFieldTest, batchFileWritesRecordsBackInPlace) {
 }
 
 } // namespace
-} // namespace quorel::host::gdal
+} // namespace quorel::host::shapefile

@@ -5,7 +5,7 @@
 // that a field is added and a column filled without touching the geometry.
 
 #include "host/api/Host.h"
-#include "host/gdal/DbfTable.h"
+#include "host/shapefile/DbfTable.h"
 
 #include <chrono>
 #include <cstdint>
@@ -15,7 +15,7 @@
 #include <string>
 #include <vector>
 
-namespace quorel::host::gdal {
+namespace quorel::host::shapefile {
 
 // The host's field types for a .dbf column: integers by width, numbers with decimals as double.
 std::int32_t HostFieldType(const DbfField& field);
@@ -180,4 +180,4 @@ public:
                                                     std::intptr_t window) override;
 };
 
-} // namespace quorel::host::gdal
+} // namespace quorel::host::shapefile

@@ -1,4 +1,4 @@
-#include "tests/host/gdal/TestShapefiles.h"
+#include "tests/host/shapefile/TestShapefiles.h"
 
 #include <gdal.h>
 #include <ogr_api.h>

@@ -1,15 +1,15 @@
-#include "host/gdal/Application.h"
+#include "host/shapefile/Application.h"
 #include "host/api/LayerList.h"
 
-#include "host/gdal/Calculator.h"
-#include "host/gdal/DataStatistics.h"
-#include "host/gdal/Shapefile.h"
+#include "host/shapefile/Calculator.h"
+#include "host/shapefile/DataStatistics.h"
+#include "host/shapefile/Shapefile.h"
 #include "util/Error.h"
 
 #include <algorithm>
 #include <utility>
 
-namespace quorel::host::gdal {
+namespace quorel::host::shapefile {
 namespace {
 
 bool Matches(const std::string& uid, const std::shared_ptr<ILayer>& layer) {
@@ -228,7 +228,7 @@ std::shared_ptr<IFeatureLayer> ObjectFactory::NewFeatureLayer() {
 }
 
 Application::Application()
-    : m_statusBar(std::make_shared<gdal::StatusBar>()), m_editor(std::make_shared<Editor>()),
+    : m_statusBar(std::make_shared<shapefile::StatusBar>()), m_editor(std::make_shared<Editor>()),
       m_factory(*this) {
     NewDocument();
 }
@@ -325,4 +325,4 @@ std::shared_ptr<IFeatureLayer> Application::AddShapefileLayer(const std::string&
     return layer;
 }
 
-} // namespace quorel::host::gdal
+} // namespace quorel::host::shapefile

@@ -1,4 +1,4 @@
-#include "host/gdal/DataStatistics.h"
+#include "host/shapefile/DataStatistics.h"
 
 #include "util/Error.h"
 
@@ -6,7 +6,7 @@
 
 #include <cmath>
 
-namespace quorel::host::gdal {
+namespace quorel::host::shapefile {
 namespace {
 
 // Rows of one field "V" (index 0), from a list of values.
@@ -114,4 +114,4 @@ TEST(DataStatisticsTest, unknownFieldIsNamed) {
 }
 
 } // namespace
-} // namespace quorel::host::gdal
+} // namespace quorel::host::shapefile

@@ -1,4 +1,4 @@
-#include "host/gdal/DbfTable.h"
+#include "host/shapefile/DbfTable.h"
 
 #include "util/CodePage.h"
 #include "util/Error.h"
@@ -19,7 +19,7 @@
 #include <thread>
 #include <unistd.h>
 
-namespace quorel::host::gdal {
+namespace quorel::host::shapefile {
 namespace {
 
 constexpr const char* kSource = "ShapefileTable";
@@ -842,4 +842,4 @@ void DbfBatchFile::Write() {
                  m_path);
 }
 
-} // namespace quorel::host::gdal
+} // namespace quorel::host::shapefile

@@ -1,12 +1,12 @@
 #pragma once
 
 #include "host/api/Host.h"
-#include "host/gdal/DbfTable.h"
+#include "host/shapefile/DbfTable.h"
 
 #include <memory>
 #include <string>
 
-namespace quorel::host::gdal {
+namespace quorel::host::shapefile {
 
 // The field calculator over a shapefile: compiles the pre-expression and the expression once,
 // then works through the table in batches of records, reading the referenced columns straight
@@ -44,4 +44,4 @@ private:
     DbfWorkSharing m_sharing;
 };
 
-} // namespace quorel::host::gdal
+} // namespace quorel::host::shapefile

@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-namespace quorel::host::gdal {
+namespace quorel::host::shapefile {
 
 class StatusBar final : public IStatusBar {
 public:
@@ -188,7 +188,7 @@ public:
     const std::vector<std::shared_ptr<MxDocument>>& Documents() const { return m_documents; }
     void SetActiveDocument(std::shared_ptr<MxDocument> document);
     const std::shared_ptr<Editor>& EditorExtension() const { return m_editor; }
-    const std::shared_ptr<gdal::StatusBar>& Bar() const { return m_statusBar; }
+    const std::shared_ptr<shapefile::StatusBar>& Bar() const { return m_statusBar; }
 
     // Opens folder/baseName.shp and adds it to the focus map as a layer named after it.
     std::shared_ptr<IFeatureLayer> AddShapefileLayer(const std::string& shpPath);
@@ -198,7 +198,7 @@ private:
 
     std::vector<std::shared_ptr<MxDocument>> m_documents;
     std::shared_ptr<MxDocument> m_document;
-    std::shared_ptr<gdal::StatusBar> m_statusBar;
+    std::shared_ptr<shapefile::StatusBar> m_statusBar;
     std::shared_ptr<Editor> m_editor;
     ObjectFactory m_factory;
     // Enough for another run on a table of ordinary size to end, short enough not to look hung.
@@ -211,4 +211,4 @@ inline constexpr const char* kGroupLayerInterfaceId = "{EDAD6644-1810-11D1-86AE-
 // The editor extension's class id, accepted besides its ProgID.
 inline constexpr const char* kEditorClassId = "{F8842F20-BB23-11D0-802B-0000F8037368}";
 
-} // namespace quorel::host::gdal
+} // namespace quorel::host::shapefile

@@ -1,11 +1,11 @@
-#include "host/gdal/Application.h"
+#include "host/shapefile/Application.h"
 
-#include "tests/host/gdal/TestShapefiles.h"
+#include "tests/host/shapefile/TestShapefiles.h"
 #include "util/Error.h"
 
 #include <gtest/gtest.h>
 
-namespace quorel::host::gdal {
+namespace quorel::host::shapefile {
 namespace {
 
 std::shared_ptr<FeatureLayer> NamedFeatureLayer(const std::string& name) {
@@ -115,4 +115,4 @@ TEST(ApplicationTest, addsAShapefileAsALayerNamedAfterIt) {
 }
 
 } // namespace
-} // namespace quorel::host::gdal
+} // namespace quorel::host::shapefile

@@ -1,6 +1,6 @@
-#include "host/gdal/Shapefile.h"
+#include "host/shapefile/Shapefile.h"
 
-#include "tests/host/gdal/TestShapefiles.h"
+#include "tests/host/shapefile/TestShapefiles.h"
 #include "util/Error.h"
 
 #include <gdal.h>
@@ -13,7 +13,7 @@
 #include <filesystem>
 #include <unistd.h>
 
-namespace quorel::host::gdal {
+namespace quorel::host::shapefile {
 namespace {
 
 using testing::ScratchFolder;
@@ -257,4 +257,4 @@ TEST(ShapefileTypeTest, pointShapefileIsNotAPolygon) {
 }
 
 } // namespace
-} // namespace quorel::host::gdal
+} // namespace quorel::host::shapefile

@@ -1,6 +1,6 @@
-#include "host/gdal/Application.h"
 #include "host/memory/MemoryHost.h"
-#include "tests/host/gdal/TestShapefiles.h"
+#include "host/shapefile/Application.h"
+#include "tests/host/shapefile/TestShapefiles.h"
 #include "tests/support/Unprivileged.h"
 #include "util/Error.h"
 
@@ -58,7 +58,7 @@ std::shared_ptr<IApplication> GdalHost(const std::string& folder) {
             testing::MakeShapefile(folder, name, {{"POP", 'N', 9, 0}}, {{1.0}, {2.0}});
         }
     }
-    auto app = std::make_shared<gdal::Application>();
+    auto app = std::make_shared<shapefile::Application>();
     app->SetWriteLockWait(std::chrono::milliseconds(0));
     app->AddShapefileLayer(folder + "/parcels.shp");
     return app;
@@ -91,7 +91,7 @@ protected:
     }
 
     ScratchFolder m_folder;
-    std::shared_ptr<gdal::Application> m_app = std::make_shared<gdal::Application>();
+    std::shared_ptr<shapefile::Application> m_app = std::make_shared<shapefile::Application>();
     std::string m_dbf;
 };
 

@@ -1,8 +1,8 @@
-#include "host/gdal/Calculator.h"
+#include "host/shapefile/Calculator.h"
 
-#include "host/gdal/DbfTable.h"
-#include "host/gdal/Shapefile.h"
 #include "host/script/ScriptEngine.h"
+#include "host/shapefile/DbfTable.h"
+#include "host/shapefile/Shapefile.h"
 #include "util/Error.h"
 #include "util/NumberText.h"
 
@@ -12,7 +12,7 @@
 #include <optional>
 #include <vector>
 
-namespace quorel::host::gdal {
+namespace quorel::host::shapefile {
 namespace {
 
 constexpr const char* kSource = "Calculator";
@@ -374,4 +374,4 @@ void Calculator::ShowProgress(std::size_t done, std::size_t total) {
     }
 }
 
-} // namespace quorel::host::gdal
+} // namespace quorel::host::shapefile

@@ -1,6 +1,6 @@
 // The GDAL host's documents and maps as event sources: which handlers hear what, and when.
 
-#include "host/gdal/Application.h"
+#include "host/shapefile/Application.h"
 #include "util/Error.h"
 
 #include <gtest/gtest.h>
@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-namespace quorel::host::gdal {
+namespace quorel::host::shapefile {
 namespace {
 
 // Writes every event it hears to a shared journal, prefixed with its own name.
@@ -158,4 +158,4 @@ TEST(DocumentEventsTest, aHandlerMayDisconnectItselfWhileItHearsAnEvent) {
 }
 
 } // namespace
-} // namespace quorel::host::gdal
+} // namespace quorel::host::shapefile

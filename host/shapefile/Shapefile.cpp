@@ -1,4 +1,4 @@
-#include "host/gdal/Shapefile.h"
+#include "host/shapefile/Shapefile.h"
 
 #include "util/Error.h"
 
@@ -12,7 +12,7 @@
 #include <thread>
 #include <unistd.h>
 
-namespace quorel::host::gdal {
+namespace quorel::host::shapefile {
 namespace {
 
 constexpr const char* kSource = "ShapefileWorkspace";
@@ -494,4 +494,4 @@ std::shared_ptr<IFeatureWorkspace> ShapefileWorkspaceFactory::OpenFromFile(const
     return std::make_shared<ShapefileWorkspace>(folder);
 }
 
-} // namespace quorel::host::gdal
+} // namespace quorel::host::shapefile

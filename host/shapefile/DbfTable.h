@@ -15,7 +15,7 @@
 #include <string_view>
 #include <vector>
 
-namespace quorel::host::gdal {
+namespace quorel::host::shapefile {
 
 // How the table's texts (field names, character values) are encoded, from the .cpg beside it.
 enum class DbfEncoding { Utf8, Windows1252 };
@@ -191,4 +191,4 @@ std::string EncodeDbfText(const std::string& utf8, DbfEncoding encoding);
 // "Cannot open PATH: permission denied" with the matching error number.
 [[noreturn]] void ThrowFileError(int errnoValue, const std::string& verb, const std::string& path);
 
-} // namespace quorel::host::gdal
+} // namespace quorel::host::shapefile

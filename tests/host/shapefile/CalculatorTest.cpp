@@ -1,12 +1,12 @@
-#include "host/gdal/Calculator.h"
+#include "host/shapefile/Calculator.h"
 
 #include "criterion/FuzzyKind.h"
 #include "criterion/Membership.h"
 #include "criterion/Script.h"
-#include "host/gdal/Application.h"
-#include "host/gdal/DbfTable.h"
-#include "host/gdal/Shapefile.h"
-#include "tests/host/gdal/TestShapefiles.h"
+#include "host/shapefile/Application.h"
+#include "host/shapefile/DbfTable.h"
+#include "host/shapefile/Shapefile.h"
+#include "tests/host/shapefile/TestShapefiles.h"
 #include "util/Error.h"
 
 #include <gtest/gtest.h>
@@ -14,7 +14,7 @@
 #include <charconv>
 #include <cmath>
 
-namespace quorel::host::gdal {
+namespace quorel::host::shapefile {
 namespace {
 
 // What an N(19,11) column holds for a double: the value printed with 11 decimals.
@@ -246,4 +246,4 @@ TEST(CalculatorRepeatsTest, featuresSharingATextGetItsValue) {
 }
 
 } // namespace
-} // namespace quorel::host::gdal
+} // namespace quorel::host::shapefile
