@@ -80,6 +80,7 @@ MainWindow::MainWindow(Options options, QWidget* parent)
     m_table->setModel(m_tableModel);
     m_table->setEditTriggers(QAbstractItemView::NoEditTriggers);
     m_table->setAlternatingRowColors(true);
+    m_table->setSelectionBehavior(QAbstractItemView::SelectRows);
     m_table->verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
     m_table->verticalHeader()->setDefaultSectionSize(22);
     m_table->verticalHeader()->setVisible(false);
@@ -480,6 +481,11 @@ void MainWindow::IdentifyAt(const ShapePoint& at) {
         m_identify->ShowFeature(Q(hit->layer->Name()), *table, hit->feature,
                                 shading && shading->Shades(*hit->layer) ? Q(shading->Field())
                                                                         : QString());
+        if (hit->layer == m_current) {
+            // Rows are the features in order: the table shows the one found too.
+            m_table->selectRow(static_cast<int>(hit->feature));
+            m_table->scrollTo(m_tableModel->index(static_cast<int>(hit->feature), 0));
+        }
     });
 }
 

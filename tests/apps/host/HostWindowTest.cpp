@@ -250,7 +250,7 @@ TEST_F(HostWindowTest, aCriterionRunShowsInTheLegendTheTableAndWhatIdentifyFinds
     const Extent full = m_window->View()->FullExtent();
     const double cellX = std::round(full.minX / 100) * 100 + 11.5 * 100;
     const double cellY = std::round(full.minY / 100) * 100 + 9.5 * 100;
-    m_window->View()->ZoomToExtent({cellX - 260, cellY - 160, cellX + 260, cellY + 160});
+    m_window->View()->ZoomToExtent({cellX - 450, cellY - 300, cellX + 450, cellY + 300});
     m_window->findChild<QAction*>(QStringLiteral("identifyTool"))->trigger();
     const ScreenPoint at = m_window->View()->Viewport().ToScreen({cellX, cellY});
     Click(*m_window->View(), QPoint(static_cast<int>(at.x), static_cast<int>(at.y)));
