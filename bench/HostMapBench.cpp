@@ -133,8 +133,9 @@ void BM_RedrawEveryPolygonAsAPath(benchmark::State& state) {
                 path.closeSubpath();
             }
             const std::uint8_t cls = classes[f];
-            painter.fillPath(path, QColor::fromRgb(cls < kClassColors.size() ? kClassColors[cls]
-                                                                             : qRgb(220, 220, 220)));
+            painter.fillPath(path,
+                             QColor::fromRgb(cls < kClassColors.size() ? kClassColors[cls]
+                                                                       : qRgb(220, 220, 220)));
             painter.drawPath(path);
         }
     }

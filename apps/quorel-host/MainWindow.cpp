@@ -658,6 +658,12 @@ void MainWindow::Redraw() {
                              m_toc->IsShown(*it)});
         }
     }
+    // The geometry of layers gone from the map is let go: a large layer holds much memory.
+    std::erase_if(m_geometry, [&](const auto& entry) {
+        return std::none_of(drawn.begin(), drawn.end(), [&](const DrawnLayer& d) {
+            return d.geometry == entry.second;
+        });
+    });
     m_view->SetLayers(std::move(drawn));
 }
 

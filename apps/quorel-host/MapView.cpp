@@ -56,14 +56,15 @@ MapView::MapView(QWidget* parent) : QWidget(parent) {
 }
 
 void MapView::SetLayers(std::vector<DrawnLayer> layers) {
+    // Layers coming to an empty map are shown whole, wherever the map looked before.
+    if (FullExtent().IsEmpty()) {
+        m_following = true;
+    }
     m_layers = std::move(layers);
     if (m_highlight && std::none_of(m_layers.begin(), m_layers.end(), [&](const DrawnLayer& d) {
             return d.visible && d.layer == m_highlight->layer;
         })) {
         m_highlight.reset();
-    }
-    if (!m_viewport.IsSet()) {
-        m_following = true;
     }
     FitIfFollowing();
     Invalidate();
