@@ -624,7 +624,14 @@ void MainWindow::FillTable() {
         return;
     }
     m_tableModel->SetTable(std::move(table));
+    // Sized on the rows read first; the FID column must also hold the last and longest FID.
     m_table->resizeColumnsToContents();
+    if (const auto& shown = m_tableModel->Table(); shown && shown->RowCount() > 0) {
+        const QString last =
+            QString::number(static_cast<qulonglong>(shown->RecordOf(shown->RowCount() - 1)));
+        m_table->setColumnWidth(0, std::max(m_table->columnWidth(0),
+                                            m_table->fontMetrics().horizontalAdvance(last) + 16));
+    }
 }
 
 std::shared_ptr<const LayerGeometry> MainWindow::GeometryOf(const host::IFeatureLayer& layer) {
@@ -660,9 +667,8 @@ void MainWindow::Redraw() {
     }
     // The geometry of layers gone from the map is let go: a large layer holds much memory.
     std::erase_if(m_geometry, [&](const auto& entry) {
-        return std::none_of(drawn.begin(), drawn.end(), [&](const DrawnLayer& d) {
-            return d.geometry == entry.second;
-        });
+        return std::none_of(drawn.begin(), drawn.end(),
+                            [&](const DrawnLayer& d) { return d.geometry == entry.second; });
     });
     m_view->SetLayers(std::move(drawn));
 }
