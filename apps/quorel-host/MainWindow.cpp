@@ -1,12 +1,12 @@
 #include "apps/quorel-host/MainWindow.h"
 
+#include "apps/quorel-host/AttributeTableModel.h"
 #include "apps/quorel-host/MapDocumentFile.h"
-#include "host/shapefile/Shapefile.h"
+#include "apps/quorel-host/MapLayers.h"
+#include "host/gdal/LayerShapes.h"
 #include "util/Error.h"
-#include "util/NumberText.h"
 
 #include <QAction>
-#include <QApplication>
 #include <QComboBox>
 #include <QDockWidget>
 #include <QFileDialog>
@@ -19,10 +19,9 @@
 #include <QProgressBar>
 #include <QSplitter>
 #include <QStatusBar>
-#include <QTableWidget>
+#include <QTableView>
 #include <QTimer>
 #include <QToolBar>
-#include <QTreeWidget>
 #include <QVBoxLayout>
 
 #include <algorithm>
@@ -42,79 +41,7 @@ QColor LayerFill(std::size_t index) {
     return fills[index % std::size(fills)];
 }
 
-bool IsNumeric(std::int32_t type) {
-    return type >= host::kFieldTypeSmallInteger && type <= host::kFieldTypeDouble;
-}
-
-std::string ShpPathOf(const host::IFeatureLayer& layer) {
-    const auto shapefile =
-        std::dynamic_pointer_cast<host::shapefile::ShapefileFeatureClass>(layer.FeatureClass());
-    return shapefile ? shapefile->ShpPath() : std::string();
-}
-
-std::vector<std::string> FieldNames(const host::IFeatureLayer& layer) {
-    std::vector<std::string> names;
-    if (const auto featureClass = layer.FeatureClass()) {
-        const auto fields = featureClass->Fields();
-        for (std::int32_t i = 0; i < fields->FieldCount(); ++i) {
-            names.push_back(fields->Field(i)->Name());
-        }
-    }
-    return names;
-}
-
-// Every feature layer of the map, groups opened, in map order (top of the contents first).
-void CollectFeatureLayers(const host::ILayer& layer, const std::shared_ptr<host::ILayer>& self,
-                          std::vector<std::shared_ptr<host::IFeatureLayer>>& found) {
-    if (const auto* group = dynamic_cast<const host::IGroupLayer*>(&layer)) {
-        for (std::int32_t i = 0; i < group->Count(); ++i) {
-            const auto child = group->Layer(i);
-            CollectFeatureLayers(*child, child, found);
-        }
-    } else if (auto feature = std::dynamic_pointer_cast<host::IFeatureLayer>(self)) {
-        found.push_back(std::move(feature));
-    }
-}
-
-std::vector<std::shared_ptr<host::IFeatureLayer>> FeatureLayersOf(const host::IMap& map) {
-    std::vector<std::shared_ptr<host::IFeatureLayer>> found;
-    for (std::int32_t i = 0; i < map.LayerCount(); ++i) {
-        const auto layer = map.Layer(i);
-        CollectFeatureLayers(*layer, layer, found);
-    }
-    return found;
-}
-
-QString CellText(const host::Value& value) {
-    if (const auto* number = std::get_if<double>(&value)) {
-        return Q(util::FormatNumber(*number, '.'));
-    }
-    if (const auto* text = std::get_if<std::string>(&value)) {
-        return Q(*text);
-    }
-    return {};
-}
-
 } // namespace
-
-QImage PictureToImage(const com::Picture& picture) {
-    const auto width = static_cast<std::size_t>(std::max(picture.width, 0));
-    const auto height = static_cast<std::size_t>(std::max(picture.height, 0));
-    if (width == 0 || height == 0 || picture.pixels.size() < width * height * 3) {
-        return {};
-    }
-    QImage image(picture.width, picture.height, QImage::Format_RGB888);
-    for (std::size_t row = 0; row < height; ++row) {
-        const char* source = picture.pixels.data() + (height - 1 - row) * width * 3;
-        uchar* target = image.scanLine(static_cast<int>(row));
-        for (std::size_t x = 0; x < width; ++x) {
-            target[x * 3] = static_cast<uchar>(source[x * 3 + 2]);
-            target[x * 3 + 1] = static_cast<uchar>(source[x * 3 + 1]);
-            target[x * 3 + 2] = static_cast<uchar>(source[x * 3]);
-        }
-    }
-    return image;
-}
 
 // Hears the focus map's view events: a layer added by a component (the dialog's "add shape"),
 // deleted or moved shows in the window.
@@ -146,10 +73,15 @@ MainWindow::MainWindow(Options options, QWidget* parent)
     setObjectName(QStringLiteral("QuorelHost"));
     resize(1180, 760);
     m_view = new MapView(this);
-    m_table = new QTableWidget(this);
+    m_view->SetIdentifyHandler([this](const ShapePoint& at) { IdentifyAt(at); });
+    m_tableModel = new AttributeTableModel(this);
+    m_table = new QTableView(this);
     m_table->setObjectName(QStringLiteral("attributeTable"));
+    m_table->setModel(m_tableModel);
     m_table->setEditTriggers(QAbstractItemView::NoEditTriggers);
     m_table->setAlternatingRowColors(true);
+    m_table->setSelectionBehavior(QAbstractItemView::SelectRows);
+    m_table->verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
     m_table->verticalHeader()->setDefaultSectionSize(22);
     m_table->verticalHeader()->setVisible(false);
     auto* splitter = new QSplitter(Qt::Vertical, this);
@@ -169,8 +101,9 @@ MainWindow::MainWindow(Options options, QWidget* parent)
     m_components->Load(m_options.progIds.empty()
                            ? ComponentSet::RegisteredProgIds(m_options.registryPath)
                            : m_options.progIds);
-    BuildCommands();
-    BuildRootMenus();
+    m_commands = std::make_unique<ComponentCommands>(
+        *this, *m_components, [this](std::size_t index) { ClickCommand(index); });
+    ShowLoadFailures();
     FollowFocusMap();
     Refresh();
     UpdateTitle();
@@ -181,6 +114,7 @@ MainWindow::~MainWindow() {
         m_listenedMap->Unadvise(m_viewListener.get());
     }
     // The components' objects refer to the application; they go before it.
+    m_commands.reset();
     m_components.reset();
 }
 
@@ -196,11 +130,7 @@ void MainWindow::BuildDocks() {
     auto* panel = new QWidget(this);
     auto* layout = new QVBoxLayout(panel);
     layout->setContentsMargins(6, 6, 6, 6);
-    m_toc = new QTreeWidget(panel);
-    m_toc->setObjectName(QStringLiteral("contents"));
-    m_toc->setHeaderHidden(true);
-    m_toc->setEditTriggers(QAbstractItemView::EditKeyPressed | QAbstractItemView::SelectedClicked);
-    m_toc->setToolTip(QStringLiteral("Case cochée : couche sélectionnable. F2 : renommer."));
+    m_toc = new LayerTree(panel);
     layout->addWidget(m_toc, 1);
     auto* label = new QLabel(QStringLiteral("Champ représenté :"), panel);
     m_fieldChoice = new QComboBox(panel);
@@ -216,21 +146,28 @@ void MainWindow::BuildDocks() {
     dock->setMinimumWidth(230);
     addDockWidget(Qt::LeftDockWidgetArea, dock);
 
-    connect(m_toc, &QTreeWidget::itemChanged, this,
-            [this](QTreeWidgetItem* item, int) { ContentsItemChanged(item); });
-    connect(m_toc, &QTreeWidget::currentItemChanged, this,
-            [this](QTreeWidgetItem* item, QTreeWidgetItem*) {
-                if (m_filling || item == nullptr) {
-                    return;
-                }
-                const auto found = m_itemLayers.find(item);
-                if (found == m_itemLayers.end()) {
-                    return;
-                }
-                if (auto layer = std::dynamic_pointer_cast<host::IFeatureLayer>(found->second)) {
-                    SetCurrentLayer(layer);
-                }
-            });
+    m_identify = new IdentifyPanel(this);
+    m_identifyDock = new QDockWidget(QStringLiteral("Identifier"), this);
+    m_identifyDock->setObjectName(QStringLiteral("identifyDock"));
+    m_identifyDock->setWidget(m_identify);
+    m_identifyDock->setMinimumWidth(250);
+    addDockWidget(Qt::RightDockWidgetArea, m_identifyDock);
+    m_identifyDock->hide();
+
+    LayerTree::Handlers handlers;
+    handlers.chosen = [this](const std::shared_ptr<host::ILayer>& layer) {
+        SetCurrentLayer(std::dynamic_pointer_cast<host::IFeatureLayer>(layer));
+    };
+    handlers.shown = [this] { Redraw(); };
+    handlers.renamed = [this](const std::shared_ptr<host::ILayer>& layer, const QString& name) {
+        RenameLayer(layer, name);
+    };
+    handlers.zoomTo = [this](const std::shared_ptr<host::ILayer>& layer) { ZoomToLayer(layer); };
+    handlers.remove = [this](const std::shared_ptr<host::ILayer>& layer) { RemoveLayer(layer); };
+    handlers.selectable = [this](const std::shared_ptr<host::IFeatureLayer>& layer, bool on) {
+        SetLayerSelectable(layer, on);
+    };
+    m_toc->SetHandlers(std::move(handlers));
     connect(m_fieldChoice, &QComboBox::activated, this, [this](int index) {
         Guarded(QStringLiteral("Représentation"),
                 [&] { ShadeField(index <= 0 ? QString() : m_fieldChoice->itemText(index)); });
@@ -287,14 +224,18 @@ void MainWindow::BuildActions() {
         }
     });
     QAction* remove = add(layers, QStringLiteral("&Retirer la couche"), [this] {
-        const auto found = m_itemLayers.find(m_toc->currentItem());
-        if (found != m_itemLayers.end()) {
-            RemoveLayer(found->second);
+        if (const auto layer = m_toc->LayerOf(m_toc->currentItem())) {
+            RemoveLayer(layer);
         }
     });
     add(layers, QStringLiteral("Re&nommer la couche"), [this] {
-        if (QTreeWidgetItem* item = m_toc->currentItem(); m_itemLayers.contains(item)) {
+        if (QTreeWidgetItem* item = m_toc->currentItem(); m_toc->LayerOf(item)) {
             m_toc->editItem(item);
+        }
+    });
+    add(layers, QStringLiteral("&Zoom sur la couche"), [this] {
+        if (const auto layer = m_toc->LayerOf(m_toc->currentItem())) {
+            ZoomToLayer(layer);
         }
     });
     layers->addSeparator();
@@ -311,6 +252,17 @@ void MainWindow::BuildActions() {
         }
     });
 
+    // The map's tools start a second row, beside the components' commands.
+    addToolBarBreak();
+    QToolBar* mapTools = addToolBar(QStringLiteral("Carte"));
+    mapTools->setObjectName(QStringLiteral("mapToolBar"));
+    mapTools->setToolButtonStyle(Qt::ToolButtonTextOnly);
+    AddMapTools(*mapTools, *m_view);
+    QMenu* map = menuBar()->addMenu(QStringLiteral("C&arte"));
+    map->addActions(mapTools->actions());
+    map->addSeparator();
+    map->addAction(m_identifyDock->toggleViewAction());
+
     QMenu* editor = menuBar()->addMenu(QStringLiteral("É&diteur"));
     m_editAction = editor->addAction(QStringLiteral("Démarrer la mise à jour"));
     m_editAction->setObjectName(QStringLiteral("editing"));
@@ -324,62 +276,6 @@ void MainWindow::BuildActions() {
     standard->addAction(remove);
     standard->addSeparator();
     standard->addAction(m_editAction);
-}
-
-void MainWindow::BuildCommands() {
-    const auto& commands = m_components->Commands();
-    for (std::size_t i = 0; i < commands.size(); ++i) {
-        com::ICommand& command = *commands[i].command.get();
-        const QString category = Q(command.Category());
-        QToolBar*& bar = m_categoryBars[category];
-        QMenu* menu = nullptr;
-        for (QAction* action : menuBar()->actions()) {
-            if (action->menu() != nullptr && action->menu()->objectName() == category) {
-                menu = action->menu();
-            }
-        }
-        if (bar == nullptr) {
-            bar = addToolBar(category);
-            bar->setObjectName(category);
-            bar->setIconSize(QSize(36, 32));
-            bar->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
-            menu = menuBar()->addMenu(category);
-            menu->setObjectName(category);
-        }
-        auto* action = new QAction(Q(command.Caption()), this);
-        action->setObjectName(Q(commands[i].progId));
-        action->setToolTip(Q(command.Tooltip()));
-        action->setStatusTip(Q(command.Message()));
-        const QImage image = PictureToImage(command.BitmapData());
-        if (!image.isNull()) {
-            action->setIcon(QIcon(QPixmap::fromImage(image)));
-        }
-        connect(action, &QAction::triggered, this, [this, i] { ClickCommand(i); });
-        bar->addAction(action);
-        menu->addAction(action);
-        m_commandActions.push_back(action);
-    }
-    UpdateCommandStates();
-}
-
-void MainWindow::BuildRootMenus() {
-    for (const RootMenu& root : m_components->Menus()) {
-        QMenu* menu = menuBar()->addMenu(Q(root.caption));
-        menu->setObjectName(Q(root.progId));
-        menu->setToolTip(Q(root.name));
-        for (const MenuItem& item : root.items) {
-            if (item.startsGroup) {
-                menu->addSeparator();
-            }
-            // Items are commands of other components; one not registered here can only be named.
-            QAction* action = menu->addAction(Q(item.progId));
-            action->setObjectName(Q(item.progId));
-            action->setEnabled(false);
-            if (item.registered) {
-                action->setToolTip(QStringLiteral("Commande d'un autre composant"));
-            }
-        }
-    }
 }
 
 void MainWindow::ConnectStatusBar() {
@@ -417,19 +313,27 @@ void MainWindow::ConnectStatusBar() {
     });
 }
 
+void MainWindow::ShowLoadFailures() {
+    const QString failures = m_commands->FailureText();
+    if (failures.isEmpty()) {
+        return;
+    }
+    m_failureBox = new QMessageBox(
+        QMessageBox::Warning, QStringLiteral("Composants"),
+        QStringLiteral("Ces composants n'ont pas été chargés ; leurs commandes restent "
+                       "désactivées.\n\n") +
+            failures,
+        QMessageBox::Ok, this);
+    m_failureBox->setObjectName(QStringLiteral("loadFailures"));
+    // Once the window is up, without holding up its start.
+    QTimer::singleShot(0, m_failureBox, [box = m_failureBox] { box->open(); });
+}
+
 void MainWindow::ClickCommand(std::size_t index) {
     const auto command = m_components->Commands().at(index).command;
     command->OnClick(); // shows the component's modal dialog; returns when it is closed
     Refresh();
-    UpdateCommandStates();
-}
-
-void MainWindow::UpdateCommandStates() {
-    const auto& commands = m_components->Commands();
-    for (std::size_t i = 0; i < commands.size(); ++i) {
-        m_commandActions[i]->setEnabled(commands[i].command->Enabled());
-        m_commandActions[i]->setChecked(commands[i].command->Checked());
-    }
+    m_commands->UpdateStates();
 }
 
 void MainWindow::FollowFocusMap() {
@@ -451,6 +355,7 @@ void MainWindow::NewDocument() {
     m_documentPath.clear();
     m_current.reset();
     m_view->SetShading(std::nullopt);
+    m_view->ZoomToFullExtent();
     FollowFocusMap();
     Refresh();
     UpdateTitle();
@@ -462,8 +367,9 @@ void MainWindow::OpenDocumentFile(const QString& path) {
     m_documentPath = path;
     m_current.reset();
     m_view->SetShading(std::nullopt);
+    m_view->ZoomToFullExtent();
     m_knownFields.clear();
-    m_shapeCache.clear();
+    m_geometry.clear();
     FollowFocusMap();
     Refresh();
     UpdateTitle();
@@ -507,39 +413,42 @@ void MainWindow::RenameLayer(const std::shared_ptr<host::ILayer>& layer, const Q
     if (name.isEmpty() || Q(layer->Name()) == name) {
         return;
     }
-    const QString old = Q(layer->Name());
     layer->SetName(name.toStdString());
-    if (const auto& shading = m_view->CurrentShading(); shading && shading->layerName == old) {
-        Shading renamed = *shading;
-        renamed.layerName = name;
-        m_view->SetShading(renamed);
-    }
     Refresh();
 }
 
 void MainWindow::SetLayerSelectable(const std::shared_ptr<host::IFeatureLayer>& layer,
                                     bool selectable) {
     layer->SetSelectable(selectable);
-    FillContents();
+    m_toc->Fill(*m_app->Document()->FocusMap(), m_current);
+}
+
+void MainWindow::SetLayerShown(const std::shared_ptr<host::ILayer>& layer, bool shown) {
+    m_toc->SetShown(layer, shown); // tells Redraw
+}
+
+void MainWindow::ZoomToLayer(const std::shared_ptr<host::ILayer>& layer) {
+    Extent extent{1, 1, 0, 0};
+    for (const auto& feature : FeatureLayersOf(layer)) {
+        if (const auto geometry = GeometryOf(*feature)) {
+            extent = Union(extent, geometry->Bounds());
+        }
+    }
+    m_view->ZoomToExtent(extent);
 }
 
 std::shared_ptr<host::ILayer> MainWindow::FindLayer(const QString& name) const {
-    for (const auto& [item, layer] : m_itemLayers) {
-        if (Q(layer->Name()) == name) {
-            return layer;
-        }
-    }
-    return nullptr;
+    return m_toc->FindLayer(name);
 }
 
 void MainWindow::SetCurrentLayer(const std::shared_ptr<host::IFeatureLayer>& layer) {
-    if (layer == m_current) {
+    if (!layer || layer == m_current) {
         return;
     }
     m_current = layer;
     FillFieldChoice();
     FillTable();
-    FillContents();
+    m_toc->Fill(*m_app->Document()->FocusMap(), m_current);
 }
 
 void MainWindow::ShadeField(const QString& field) {
@@ -548,29 +457,37 @@ void MainWindow::ShadeField(const QString& field) {
         FillFieldChoice();
         return;
     }
-    Shading shading;
-    shading.layerName = Q(m_current->Name());
-    shading.field = field;
-    shading.values = host::gdal::ReadNumericColumn(ShpPathOf(*m_current), field.toStdString());
-    double low = 0;
-    double high = 1;
-    bool first = true;
-    for (const auto& value : shading.values) {
-        if (value) {
-            low = first ? *value : std::min(low, *value);
-            high = first ? *value : std::max(high, *value);
-            first = false;
-        }
-    }
-    // Degrees of membership keep their 0-1 scale, whatever values this layer happens to hold.
-    if (first || (low >= 0 && high <= 1)) {
-        low = 0;
-        high = 1;
-    }
-    shading.low = low;
-    shading.high = high;
-    m_view->SetShading(std::move(shading));
+    m_view->SetShading(
+        ShadingState(m_current, field.toStdString(),
+                     host::gdal::ReadNumericColumn(ShpPathOf(*m_current), field.toStdString())));
     FillFieldChoice();
+}
+
+void MainWindow::IdentifyAt(const ShapePoint& at) {
+    m_identifyDock->show();
+    const auto hit = m_view->FeatureAt(at);
+    m_view->SetHighlight(hit);
+    if (!hit) {
+        m_identify->ShowNothing();
+        return;
+    }
+    Guarded(QStringLiteral("Identifier"), [&] {
+        const auto table = TableOf(*hit->layer);
+        if (!table || hit->feature >= table->RowCount()) {
+            throw Error(error_number::kHostInvalidIndex, "Identify",
+                        "The table of " + hit->layer->Name() + " has no row " +
+                            std::to_string(hit->feature));
+        }
+        const auto& shading = m_view->CurrentShading();
+        m_identify->ShowFeature(Q(hit->layer->Name()), *table, hit->feature,
+                                shading && shading->Shades(*hit->layer) ? Q(shading->Field())
+                                                                        : QString());
+        if (hit->layer == m_current) {
+            // Rows are the features in order: the table shows the one found too.
+            m_table->selectRow(static_cast<int>(hit->feature));
+            m_table->scrollTo(m_tableModel->index(static_cast<int>(hit->feature), 0));
+        }
+    });
 }
 
 void MainWindow::SetEditing(bool editing) {
@@ -589,17 +506,11 @@ bool MainWindow::IsEditing() const {
 }
 
 QAction* MainWindow::CommandAction(const QString& progId) const {
-    for (QAction* action : m_commandActions) {
-        if (action->objectName() == progId) {
-            return action;
-        }
-    }
-    return nullptr;
+    return m_commands->CommandAction(progId);
 }
 
 QToolBar* MainWindow::CategoryToolBar(const QString& category) const {
-    const auto found = m_categoryBars.find(category);
-    return found == m_categoryBars.end() ? nullptr : found->second;
+    return m_commands->CategoryToolBar(category);
 }
 
 QString MainWindow::StatusMessage() const {
@@ -623,13 +534,13 @@ void MainWindow::Refresh() {
     const auto layers = FeatureLayersOf(*m_app->Document()->FocusMap());
     if (!m_current || std::find(layers.begin(), layers.end(), m_current) == layers.end()) {
         m_current = layers.empty() ? nullptr : layers.front();
-        if (m_view->CurrentShading() &&
-            (!m_current || m_view->CurrentShading()->layerName != Q(m_current->Name()))) {
+        if (const auto& shading = m_view->CurrentShading();
+            shading && (!m_current || !shading->Shades(*m_current))) {
             m_view->SetShading(std::nullopt);
         }
     }
     LookForNewFields();
-    FillContents();
+    m_toc->Fill(*m_app->Document()->FocusMap(), m_current);
     FillFieldChoice();
     FillTable();
     Redraw();
@@ -661,7 +572,7 @@ void MainWindow::LookForNewFields() {
     }
     const auto fields = changedLayer->FeatureClass()->Fields();
     const std::int32_t index = fields->FindField(newField);
-    if (index < 0 || !IsNumeric(fields->Field(index)->Type())) {
+    if (index < 0 || !IsNumericType(fields->Field(index)->Type())) {
         return;
     }
     m_current = changedLayer;
@@ -670,70 +581,6 @@ void MainWindow::LookForNewFields() {
     } catch (const std::exception&) {
         // The field is there but its values cannot be read yet: show it unshaded.
         m_view->SetShading(std::nullopt);
-    }
-}
-
-void MainWindow::FillContents() {
-    m_filling = true;
-    m_toc->clear();
-    m_itemLayers.clear();
-    const auto map = m_app->Document()->FocusMap();
-    auto* root = new QTreeWidgetItem(m_toc, QStringList{Q(map->Name())});
-    QFont bold = root->font(0);
-    bold.setBold(true);
-    root->setFont(0, bold);
-    root->setFlags(Qt::ItemIsEnabled);
-    for (std::int32_t i = 0; i < map->LayerCount(); ++i) {
-        FillContentsItem(root, map->Layer(i));
-    }
-    m_toc->expandAll();
-    m_filling = false;
-}
-
-void MainWindow::FillContentsItem(QTreeWidgetItem* parent,
-                                  const std::shared_ptr<host::ILayer>& layer) {
-    auto* item = new QTreeWidgetItem(parent, QStringList{Q(layer->Name())});
-    m_itemLayers[item] = layer;
-    item->setFlags(Qt::ItemIsEnabled | Qt::ItemIsSelectable | Qt::ItemIsEditable);
-    if (const auto group = std::dynamic_pointer_cast<host::IGroupLayer>(layer)) {
-        item->setIcon(0, style()->standardIcon(QStyle::SP_DirIcon));
-        for (std::int32_t i = 0; i < group->Count(); ++i) {
-            FillContentsItem(item, group->Layer(i));
-        }
-        return;
-    }
-    if (const auto feature = std::dynamic_pointer_cast<host::IFeatureLayer>(layer)) {
-        item->setFlags(item->flags() | Qt::ItemIsUserCheckable);
-        item->setCheckState(0, feature->Selectable() ? Qt::Checked : Qt::Unchecked);
-        item->setToolTip(0, Q(ShpPathOf(*feature)));
-        if (feature == m_current) {
-            m_toc->setCurrentItem(item);
-            QFont font = item->font(0);
-            font.setBold(true);
-            item->setFont(0, font);
-        }
-    }
-}
-
-void MainWindow::ContentsItemChanged(QTreeWidgetItem* item) {
-    if (m_filling) {
-        return;
-    }
-    const auto found = m_itemLayers.find(item);
-    if (found == m_itemLayers.end()) {
-        return;
-    }
-    const auto layer = found->second;
-    const QString name = item->text(0);
-    if (const auto feature = std::dynamic_pointer_cast<host::IFeatureLayer>(layer)) {
-        const bool selectable = item->checkState(0) == Qt::Checked;
-        if (selectable != feature->Selectable()) {
-            feature->SetSelectable(selectable);
-        }
-    }
-    if (name != Q(layer->Name())) {
-        // Refilling deletes the item: leave the tree's handler first.
-        QTimer::singleShot(0, this, [this, layer, name] { RenameLayer(layer, name); });
     }
 }
 
@@ -746,50 +593,66 @@ void MainWindow::FillFieldChoice() {
     const auto fields = m_current->FeatureClass()->Fields();
     for (std::int32_t i = 0; i < fields->FieldCount(); ++i) {
         const auto field = fields->Field(i);
-        if (IsNumeric(field->Type())) {
+        if (IsNumericType(field->Type())) {
             m_fieldChoice->addItem(Q(field->Name()));
         }
     }
     const auto& shading = m_view->CurrentShading();
-    m_fieldChoice->setCurrentIndex(shading ? std::max(0, m_fieldChoice->findText(shading->field))
-                                           : 0);
+    m_fieldChoice->setCurrentIndex(
+        shading ? std::max(0, m_fieldChoice->findText(Q(shading->Field()))) : 0);
+}
+
+std::shared_ptr<const TableReader> MainWindow::TableOf(const host::IFeatureLayer& layer) {
+    const std::string path = DbfPathOf(layer);
+    if (path.empty()) {
+        return nullptr;
+    }
+    if (const auto& shown = m_tableModel->Table();
+        shown && shown->Path() == path && shown->IsCurrent()) {
+        return shown;
+    }
+    return std::make_shared<TableReader>(path);
 }
 
 void MainWindow::FillTable() {
-    m_table->clear();
-    m_table->setRowCount(0);
-    m_table->setColumnCount(0);
-    if (!m_current || !m_current->FeatureClass()) {
+    std::shared_ptr<const TableReader> table;
+    try {
+        table = m_current ? TableOf(*m_current) : nullptr;
+    } catch (const std::exception&) {
+        table = nullptr; // a layer whose data went away is listed without its table
+    }
+    if (table == m_tableModel->Table()) {
         return;
     }
-    const auto fields = m_current->FeatureClass()->Fields();
-    QStringList headers;
-    std::vector<std::int32_t> shown;
-    for (std::int32_t i = 0; i < fields->FieldCount(); ++i) {
-        if (fields->Field(i)->Type() != host::kFieldTypeGeometry) {
-            headers << Q(fields->Field(i)->Name());
-            shown.push_back(i);
-        }
-    }
-    m_table->setColumnCount(static_cast<int>(shown.size()));
-    m_table->setHorizontalHeaderLabels(headers);
-    const auto cursor = m_current->Search(false);
-    std::vector<std::shared_ptr<host::IRow>> rows;
-    while (auto row = cursor->NextRow()) {
-        rows.push_back(std::move(row));
-    }
-    m_table->setRowCount(static_cast<int>(rows.size()));
-    for (std::size_t r = 0; r < rows.size(); ++r) {
-        for (std::size_t c = 0; c < shown.size(); ++c) {
-            const host::Value value = rows[r]->GetValue(shown[c]);
-            auto* cell = new QTableWidgetItem(CellText(value));
-            if (std::holds_alternative<double>(value)) {
-                cell->setTextAlignment(Qt::AlignRight | Qt::AlignVCenter);
-            }
-            m_table->setItem(static_cast<int>(r), static_cast<int>(c), cell);
-        }
-    }
+    m_tableModel->SetTable(std::move(table));
+    // Sized on the rows read first; the FID column must also hold the last and longest FID.
     m_table->resizeColumnsToContents();
+    if (const auto& shown = m_tableModel->Table(); shown && shown->RowCount() > 0) {
+        const QString last =
+            QString::number(static_cast<qulonglong>(shown->RecordOf(shown->RowCount() - 1)));
+        m_table->setColumnWidth(0, std::max(m_table->columnWidth(0),
+                                            m_table->fontMetrics().horizontalAdvance(last) + 16));
+    }
+}
+
+std::shared_ptr<const LayerGeometry> MainWindow::GeometryOf(const host::IFeatureLayer& layer) {
+    if (!layer.FeatureClass() || layer.FeatureClass()->ShapeType() != host::kGeometryPolygon) {
+        return nullptr;
+    }
+    const std::string path = ShpPathOf(layer);
+    auto cached = m_geometry.find(path);
+    if (cached == m_geometry.end()) {
+        try {
+            cached = m_geometry
+                         .emplace(path,
+                                  std::make_shared<const LayerGeometry>(
+                                      LayerGeometry::FromShapes(host::gdal::ReadLayerShapes(path))))
+                         .first;
+        } catch (const std::exception&) {
+            return nullptr; // a layer whose data went away is listed but not drawn
+        }
+    }
+    return cached->second;
 }
 
 void MainWindow::Redraw() {
@@ -797,23 +660,17 @@ void MainWindow::Redraw() {
     const auto layers = FeatureLayersOf(*m_app->Document()->FocusMap());
     // The top of the contents is drawn last, over the others.
     for (auto it = layers.rbegin(); it != layers.rend(); ++it) {
-        const auto& layer = *it;
-        if (!layer->FeatureClass() ||
-            layer->FeatureClass()->ShapeType() != host::kGeometryPolygon) {
-            continue;
+        if (auto geometry = GeometryOf(**it)) {
+            drawn.push_back({*it, std::move(geometry),
+                             LayerFill(static_cast<std::size_t>(layers.rend() - it - 1)),
+                             m_toc->IsShown(*it)});
         }
-        const std::string path = ShpPathOf(*layer);
-        auto cached = m_shapeCache.find(path);
-        if (cached == m_shapeCache.end()) {
-            try {
-                cached = m_shapeCache.emplace(path, host::gdal::ReadLayerShapes(path)).first;
-            } catch (const std::exception&) {
-                continue; // a layer whose data went away is listed but not drawn
-            }
-        }
-        drawn.push_back({Q(layer->Name()), cached->second,
-                         LayerFill(static_cast<std::size_t>(layers.rend() - it - 1))});
     }
+    // The geometry of layers gone from the map is let go: a large layer holds much memory.
+    std::erase_if(m_geometry, [&](const auto& entry) {
+        return std::none_of(drawn.begin(), drawn.end(),
+                            [&](const DrawnLayer& d) { return d.geometry == entry.second; });
+    });
     m_view->SetLayers(std::move(drawn));
 }
 

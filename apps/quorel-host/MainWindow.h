@@ -1,14 +1,17 @@
 #pragma once
 
-// The desktop host's window: the loaded components' commands in toolbars and menus, a table of
-// contents of the focus map, the map view, the attribute table of the current layer, editing,
-// and a status bar that shows what the components write to its first pane.
+// The desktop host's window: the loaded components' commands in toolbars and menus, the table
+// of contents of the focus map, the map with its tools, the attribute table of the current
+// layer, what the identify tool found, editing, and a status bar that shows what the
+// components write to its first pane.
 
+#include "apps/quorel-host/ComponentCommands.h"
 #include "apps/quorel-host/ComponentSet.h"
+#include "apps/quorel-host/IdentifyPanel.h"
+#include "apps/quorel-host/LayerTree.h"
 #include "apps/quorel-host/MapView.h"
 #include "host/shapefile/Application.h"
 
-#include <QImage>
 #include <QMainWindow>
 
 #include <map>
@@ -18,14 +21,16 @@
 
 class QAction;
 class QComboBox;
+class QDockWidget;
 class QLabel;
+class QMessageBox;
 class QProgressBar;
-class QTableWidget;
+class QTableView;
 class QToolBar;
-class QTreeWidget;
-class QTreeWidgetItem;
 
 namespace quorel::host_app {
+
+class AttributeTableModel;
 
 class MainWindow final : public QMainWindow {
 public:
@@ -48,12 +53,16 @@ public:
     void RemoveLayer(const std::shared_ptr<host::ILayer>& layer);
     void RenameLayer(const std::shared_ptr<host::ILayer>& layer, const QString& name);
     void SetLayerSelectable(const std::shared_ptr<host::IFeatureLayer>& layer, bool selectable);
+    void SetLayerShown(const std::shared_ptr<host::ILayer>& layer, bool shown);
+    void ZoomToLayer(const std::shared_ptr<host::ILayer>& layer);
     // The first layer of that name, looked for inside groups too; null when there is none.
     std::shared_ptr<host::ILayer> FindLayer(const QString& name) const;
     void SetCurrentLayer(const std::shared_ptr<host::IFeatureLayer>& layer);
     std::shared_ptr<host::IFeatureLayer> CurrentLayer() const { return m_current; }
     // Shades a numeric field of the current layer; an empty name removes the shading.
     void ShadeField(const QString& field);
+    // What the identify tool does on a click at that map point.
+    void IdentifyAt(const ShapePoint& at);
 
     void SetEditing(bool editing);
     bool IsEditing() const;
@@ -66,64 +75,64 @@ public:
     const ComponentSet& Components() const { return *m_components; }
     QAction* CommandAction(const QString& progId) const;
     QToolBar* CategoryToolBar(const QString& category) const;
-    QTreeWidget* Contents() const { return m_toc; }
+    LayerTree* Contents() const { return m_toc; }
     MapView* View() const { return m_view; }
-    QTableWidget* AttributeTable() const { return m_table; }
+    QTableView* AttributeTable() const { return m_table; }
+    AttributeTableModel* AttributeModel() const { return m_tableModel; }
+    IdentifyPanel* Identified() const { return m_identify; }
     QComboBox* FieldChoice() const { return m_fieldChoice; }
     QAction* EditingAction() const { return m_editAction; }
     QString StatusMessage() const;
     QProgressBar* Progress() const { return m_progress; }
+    // The message listing the components that failed to load; null when all loaded.
+    QMessageBox* LoadFailureMessage() const { return m_failureBox; }
 
 private:
     class ViewListener;
 
     void BuildActions();
     void BuildDocks();
-    void BuildCommands();
-    void BuildRootMenus();
     void ConnectStatusBar();
+    void ShowLoadFailures();
     void ClickCommand(std::size_t index);
-    void UpdateCommandStates();
     void FollowFocusMap();
-    void FillContents();
-    void FillContentsItem(QTreeWidgetItem* parent, const std::shared_ptr<host::ILayer>& layer);
-    void ContentsItemChanged(QTreeWidgetItem* item);
     void FillFieldChoice();
     void FillTable();
     void Redraw();
     void LookForNewFields();
     void UpdateTitle();
     void ScheduleRefresh();
+    std::shared_ptr<const LayerGeometry> GeometryOf(const host::IFeatureLayer& layer);
+    std::shared_ptr<const TableReader> TableOf(const host::IFeatureLayer& layer);
     template <typename Action> void Guarded(const QString& what, Action action);
 
     Options m_options;
     std::shared_ptr<host::shapefile::Application> m_app;
     std::unique_ptr<ComponentSet> m_components;
+    std::unique_ptr<ComponentCommands> m_commands;
     std::unique_ptr<ViewListener> m_viewListener;
     std::shared_ptr<host::shapefile::Map> m_listenedMap;
-    std::vector<QAction*> m_commandActions;
-    std::map<QString, QToolBar*> m_categoryBars;
 
-    QTreeWidget* m_toc = nullptr;
+    LayerTree* m_toc = nullptr;
     MapView* m_view = nullptr;
-    QTableWidget* m_table = nullptr;
+    QTableView* m_table = nullptr;
+    AttributeTableModel* m_tableModel = nullptr;
+    IdentifyPanel* m_identify = nullptr;
+    QDockWidget* m_identifyDock = nullptr;
     QComboBox* m_fieldChoice = nullptr;
     QLabel* m_message = nullptr;
     QLabel* m_editState = nullptr;
     QProgressBar* m_progress = nullptr;
     QAction* m_editAction = nullptr;
+    QMessageBox* m_failureBox = nullptr;
 
     QString m_documentPath;
     std::shared_ptr<host::IFeatureLayer> m_current;
-    std::map<std::string, host::gdal::LayerShapes> m_shapeCache;
+    // Geometry read once per shapefile: its .shp is never written here.
+    std::map<std::string, std::shared_ptr<const LayerGeometry>> m_geometry;
     // Field names of each layer's data as last seen, by shapefile path.
     std::map<std::string, std::vector<std::string>> m_knownFields;
-    std::map<QTreeWidgetItem*, std::shared_ptr<host::ILayer>> m_itemLayers;
-    bool m_filling = false;
     bool m_refreshScheduled = false;
 };
-
-// A component's picture (24-bit BGR rows, bottom-up) as a Qt image; null when empty.
-QImage PictureToImage(const com::Picture& picture);
 
 } // namespace quorel::host_app

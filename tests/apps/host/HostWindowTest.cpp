@@ -1,6 +1,7 @@
 // The desktop host under offscreen Qt: the component loaded from the class registry, its
 // command clicked in the toolbar and a criterion run through its dialog on the demo document.
 
+#include "apps/quorel-host/AttributeTableModel.h"
 #include "apps/quorel-host/MainWindow.h"
 #include "component/hostside/ComponentLoader.h"
 #include "component/registry/ClassRegistry.h"
@@ -11,16 +12,16 @@
 #include <QComboBox>
 #include <QLineEdit>
 #include <QListWidget>
+#include <QMenu>
 #include <QMenuBar>
 #include <QMessageBox>
 #include <QMouseEvent>
-#include <QTableWidget>
 #include <QTimer>
 #include <QToolBar>
-#include <QTreeWidget>
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
@@ -142,9 +143,9 @@ protected:
 
     QStringList TableHeaders() const {
         QStringList headers;
-        const QTableWidget& table = *m_window->AttributeTable();
-        for (int c = 0; c < table.columnCount(); ++c) {
-            headers << table.horizontalHeaderItem(c)->text();
+        const AttributeTableModel& model = *m_window->AttributeModel();
+        for (int c = 0; c < model.columnCount(); ++c) {
+            headers << model.headerData(c, Qt::Horizontal, Qt::DisplayRole).toString();
         }
         return headers;
     }
@@ -202,11 +203,29 @@ TEST_F(HostWindowTest, theRootMenuListsItsItemsDisabledByTheirProgIds) {
                                   QStringLiteral("Pravel.clsagregationsouple")}));
 }
 
-TEST_F(HostWindowTest, aCriterionRunThroughTheDialogShowsInTheLegendAndTheTable) {
+// The trapezoid (2, 5, 15, 25) the dialog is driven to compute.
+double TrapezoidDegree(double slope) {
+    if (slope <= 2 || slope >= 25) {
+        return 0;
+    }
+    return slope < 5 ? (slope - 2) / 3 : slope <= 15 ? 1 : (25 - slope) / 10;
+}
+
+void Click(QWidget& widget, const QPoint& at) {
+    const QPointF global = widget.mapToGlobal(QPointF(at));
+    QMouseEvent press(QEvent::MouseButtonPress, QPointF(at), global, Qt::LeftButton, Qt::LeftButton,
+                      Qt::NoModifier);
+    QApplication::sendEvent(&widget, &press);
+    QMouseEvent release(QEvent::MouseButtonRelease, QPointF(at), global, Qt::LeftButton,
+                        Qt::NoButton, Qt::NoModifier);
+    QApplication::sendEvent(&widget, &release);
+}
+
+TEST_F(HostWindowTest, aCriterionRunShowsInTheLegendTheTableAndWhatIdentifyFinds) {
     ASSERT_NE(m_window->FindLayer(QStringLiteral("parcels")), nullptr);
     EXPECT_EQ(m_window->View()->Layers().size(), 1u);
     EXPECT_FALSE(TableHeaders().contains(QStringLiteral("FZY_SLOPE")));
-    EXPECT_EQ(m_window->AttributeTable()->rowCount(), 400);
+    EXPECT_EQ(m_window->AttributeModel()->rowCount(), 400);
     Screenshot("host_before");
 
     const QStringList boxes = ClickCommandAndDrive(RunTrapezoidOnSlope);
@@ -223,16 +242,29 @@ TEST_F(HostWindowTest, aCriterionRunThroughTheDialogShowsInTheLegendAndTheTable)
     EXPECT_EQ(m_window->FieldChoice()->currentText(), QStringLiteral("FZY_SLOPE"));
     // The calculator's message was shown, then cleared.
     EXPECT_EQ(m_window->StatusMessage(), QString());
-    // A slope of 10 lies on the plateau: its parcel is shaded with the top class.
-    const int column = static_cast<int>(TableHeaders().indexOf(QStringLiteral("FZY_SLOPE")));
-    bool foundFull = false;
-    for (int r = 0; r < m_window->AttributeTable()->rowCount(); ++r) {
-        if (m_window->AttributeTable()->item(r, column)->text() == QStringLiteral("1")) {
-            foundFull = true;
-        }
-    }
-    EXPECT_TRUE(foundFull);
     Screenshot("host_after");
+
+    // Zoomed in on a few parcels, identify a click on parcel 191 (FID): the sample's parcels
+    // are the 100 m cells of a 20 x 20 grid, their corners moved less than 30 m, numbered row
+    // by row from the bottom left, so a cell's centre lies in its parcel.
+    const Extent full = m_window->View()->FullExtent();
+    const double cellX = std::round(full.minX / 100) * 100 + 11.5 * 100;
+    const double cellY = std::round(full.minY / 100) * 100 + 9.5 * 100;
+    m_window->View()->ZoomToExtent({cellX - 450, cellY - 300, cellX + 450, cellY + 300});
+    m_window->findChild<QAction*>(QStringLiteral("identifyTool"))->trigger();
+    const ScreenPoint at = m_window->View()->Viewport().ToScreen({cellX, cellY});
+    Click(*m_window->View(), QPoint(static_cast<int>(at.x), static_cast<int>(at.y)));
+    const IdentifyPanel& found = *m_window->Identified();
+    EXPECT_TRUE(found.isVisible());
+    EXPECT_EQ(found.ValueOf(QStringLiteral("FID")), QStringLiteral("191"))
+        << found.Title().toStdString();
+    const QString slope = found.ValueOf(QStringLiteral("SLOPE"));
+    ASSERT_FALSE(slope.isEmpty());
+    EXPECT_NEAR(found.ValueOf(QStringLiteral("FZY_SLOPE")).toDouble(),
+                TrapezoidDegree(slope.toDouble()), 1e-9)
+        << "SLOPE " << slope.toStdString();
+    EXPECT_EQ(found.ValueOf(QStringLiteral("LANDUSE")).isEmpty(), false);
+    Screenshot("host_identify");
 }
 
 TEST_F(HostWindowTest, whileEditingTheRunIsRefusedAndNoFieldIsAdded) {
@@ -250,7 +282,7 @@ TEST_F(HostWindowTest, whileEditingTheRunIsRefusedAndNoFieldIsAdded) {
     EXPECT_FALSE(m_window->IsEditing());
 }
 
-TEST_F(HostWindowTest, contentsFollowLayersAddedRenamedMadeUnselectableAndRemoved) {
+TEST_F(HostWindowTest, contentsFollowLayersAddedRenamedHiddenMadeUnselectableAndRemoved) {
     const auto added =
         m_window->AddShapefile(QString::fromStdString((m_folder / "parcels.shp").string()));
     m_window->RenameLayer(added, QStringLiteral("copie"));
@@ -259,10 +291,33 @@ TEST_F(HostWindowTest, contentsFollowLayersAddedRenamedMadeUnselectableAndRemove
     EXPECT_EQ(root->text(0), QStringLiteral("Couches"));
     ASSERT_EQ(root->childCount(), 2);
     EXPECT_EQ(root->child(1)->text(0), QStringLiteral("copie"));
+    const auto shown = [this](const std::shared_ptr<host::ILayer>& layer) {
+        for (const DrawnLayer& drawn : m_window->View()->Layers()) {
+            if (drawn.layer == layer) {
+                return drawn.visible;
+            }
+        }
+        ADD_FAILURE() << "not among the map's layers";
+        return false;
+    };
 
-    // The check box is the selectable flag.
+    // The check box hides and shows the layer; it leaves the selectable flag alone.
     root->child(1)->setCheckState(0, Qt::Unchecked);
+    EXPECT_FALSE(shown(added));
+    EXPECT_TRUE(added->Selectable());
+    m_window->Contents()->topLevelItem(0)->child(1)->setCheckState(0, Qt::Checked);
+    EXPECT_TRUE(shown(added));
+
+    // Selectable is the context menu's.
+    const auto menu =
+        m_window->Contents()->ContextMenuFor(m_window->Contents()->topLevelItem(0)->child(1));
+    ASSERT_NE(menu, nullptr);
+    QAction* selectable = menu->findChild<QAction*>(QStringLiteral("selectable"));
+    ASSERT_NE(selectable, nullptr);
+    EXPECT_TRUE(selectable->isChecked());
+    selectable->trigger();
     EXPECT_FALSE(added->Selectable());
+    EXPECT_TRUE(shown(added));
 
     const QString saved = QString::fromStdString((m_folder / "saved.qmap").string());
     m_window->SaveDocumentFile(saved);
@@ -275,8 +330,44 @@ TEST_F(HostWindowTest, contentsFollowLayersAddedRenamedMadeUnselectableAndRemove
         m_window->FindLayer(QStringLiteral("copie")));
     ASSERT_NE(reopened, nullptr);
     EXPECT_FALSE(reopened->Selectable());
+    EXPECT_TRUE(shown(reopened));
     EXPECT_EQ(m_window->Contents()->topLevelItem(0)->child(0)->text(0), QStringLiteral("parcels"));
     EXPECT_EQ(m_window->windowTitle(), QStringLiteral("saved.qmap — Quorel"));
+}
+
+TEST_F(HostWindowTest, aComponentThatFailsToLoadIsNamedWithItsReasonAndStaysDisabled) {
+    component::ClassRegistry registry(component::ClassRegistry::DefaultPath());
+    registry.RegisterClass("{6E0B5C1A-0000-4000-8000-000000000001}", "Broken.Command",
+                           "/nonexistent/Broken.so");
+    registry.Save();
+    m_window = std::make_unique<MainWindow>(MainWindow::Options{
+        registry.Path(), {kCommand.toStdString(), "Broken.Command", "Missing.Component"}});
+    m_window->show();
+    QApplication::processEvents();
+
+    QMessageBox* box = m_window->LoadFailureMessage();
+    ASSERT_NE(box, nullptr);
+    EXPECT_TRUE(box->isVisible());
+    EXPECT_TRUE(box->text().contains(
+        QStringLiteral("Broken.Command : Cannot load the component /nonexistent/Broken.so")))
+        << box->text().toStdString();
+    EXPECT_TRUE(box->text().contains(QStringLiteral("Missing.Component : not registered")))
+        << box->text().toStdString();
+    box->accept();
+
+    QMenu* failed = m_window->menuBar()->findChild<QMenu*>(QStringLiteral("failedComponents"));
+    ASSERT_NE(failed, nullptr);
+    QStringList items;
+    for (QAction* item : failed->actions()) {
+        EXPECT_FALSE(item->isEnabled());
+        EXPECT_TRUE(item->isVisible());
+        items << item->text();
+    }
+    EXPECT_EQ(items,
+              (QStringList{QStringLiteral("Broken.Command"), QStringLiteral("Missing.Component")}));
+    // The component that loaded works as ever.
+    ASSERT_NE(m_window->CommandAction(kCommand), nullptr);
+    EXPECT_TRUE(m_window->CommandAction(kCommand)->isEnabled());
 }
 
 } // namespace
