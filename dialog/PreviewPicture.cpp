@@ -149,7 +149,13 @@ void DrawMarks(QPainter& painter, const PlotMap& map, const criterion::PreviewFi
         const double width = metrics.horizontalAdvance(label) + 6;
         double left = below ? x : above ? x - width : x - width / 2;
         left = std::clamp(left, band.left(), band.right() - width);
-        const std::size_t row = left < rowEnds[0] ? 1 : 0;
+        // The first row with room; when neither has any, the label goes right of the row that
+        // ends first.
+        std::size_t row = left >= rowEnds[0] ? 0 : left >= rowEnds[1] ? 1 : 2;
+        if (row == 2) {
+            row = rowEnds[0] <= rowEnds[1] ? 0 : 1;
+            left = std::min(rowEnds[row], band.right() - width);
+        }
         rowEnds[row] = left + width;
         painter.setPen(kMarkColour);
         painter.drawText(

@@ -656,9 +656,6 @@ void frm_back::sum_table_Click() {
 void frm_back::listlang1_Click() {
     lang::listlang1_Click(*this, Resource(), m_context.log);
     cmd_suggest->setToolTip(QString::fromStdString(Text(criterion::kTextSuggestTip)));
-    if (m_previewMessage && !m_previewFailed) {
-        m_previewMessage = Text(criterion::kTextReadingValues);
-    }
     RefreshPreview();
 }
 
@@ -676,8 +673,7 @@ void frm_back::RefreshPreviewField() {
     m_previewKey = key;
     m_previewFieldName = field;
     m_previewData.reset();
-    m_previewMessage.reset();
-    m_previewFailed = false;
+    m_previewFailure.reset();
     if (chosen) {
         // The layer the run would use, with the field the run would read.
         try {
@@ -687,23 +683,17 @@ void frm_back::RefreshPreviewField() {
             if (!layer) {
                 throw Error(error_number::kTypeMismatch, "RefreshPreviewField", "Type mismatch");
             }
-            m_previewMessage = Text(criterion::kTextReadingValues);
             m_reader->Start(
                 layer->Search(false), field,
                 [this](std::shared_ptr<const FieldPreviewData> loaded, const std::string& error) {
                     m_previewData = std::move(loaded);
-                    m_previewMessage.reset();
                     if (!m_previewData) {
-                        m_previewFailed = true;
-                        m_previewMessage = criterion::FillPlaceholders(
-                            Text(criterion::kTextFieldUnreadable), {error});
+                        m_previewFailure = error;
                     }
                     RefreshPreview();
                 });
         } catch (const std::exception& error) {
-            m_previewFailed = true;
-            m_previewMessage =
-                criterion::FillPlaceholders(Text(criterion::kTextFieldUnreadable), {error.what()});
+            m_previewFailure = error.what();
         }
     }
     RefreshPreview();
@@ -720,12 +710,19 @@ void frm_back::RefreshPreview() {
     const std::array<std::string, 4> boxes = {ParameterText(0), ParameterText(1), ParameterText(2),
                                               ParameterText(3)};
     const criterion::PreviewCriterion criterion = criterion::ReadPreviewCriterion(kind, boxes);
+    std::optional<std::string> message;
+    if (m_previewFailure) {
+        message =
+            criterion::FillPlaceholders(Text(criterion::kTextFieldUnreadable), {*m_previewFailure});
+    } else if (m_reader->Busy()) {
+        message = Text(criterion::kTextReadingValues);
+    }
     const FieldPreviewData* fieldData = m_previewData.get();
     criterion::PreviewFigure figure = criterion::MakePreviewFigure(
         m_previewFieldName, fieldData != nullptr ? &fieldData->values : nullptr,
         fieldData != nullptr ? &fieldData->histogram : nullptr, criterion, texts,
-        util::DecimalSeparator(), m_previewMessage);
-    figure.statusIsProblem = figure.statusIsProblem || m_previewFailed;
+        util::DecimalSeparator(), message);
+    figure.statusIsProblem = figure.statusIsProblem || m_previewFailure.has_value();
     Pic_preview->SetFigure(std::move(figure));
     cmd_suggest->setEnabled(fieldData != nullptr && !fieldData->values.values.empty() &&
                             criterion::IsShapeKind(kind));

@@ -135,8 +135,7 @@ private:
     std::string m_previewKey;
     std::string m_previewFieldName;
     std::shared_ptr<const FieldPreviewData> m_previewData;
-    std::optional<std::string> m_previewMessage; // reading, or why the values cannot be read
-    bool m_previewFailed = false;
+    std::optional<std::string> m_previewFailure; // why the values cannot be read
 };
 
 // Shows frm_back modally, without an owner, and returns when it is closed.
