@@ -291,8 +291,40 @@ std::string FillPlaceholders(std::string text, const std::vector<std::string>& a
     return text;
 }
 
+std::string PreviewText(const util::ITextSource& texts, std::int16_t id) {
+    std::string text = texts.ResourceString(id);
+    if (!text.empty()) {
+        return text;
+    }
+    switch (id) {
+    case kTextSuggest:
+        return "Suggest";
+    case kTextBoxUnreadable:
+        return "No preview: box %1 is empty or does not hold a number.";
+    case kTextBoxesOutOfOrder:
+        return "No preview: the values must satisfy a <= b <= c <= d (here %1).";
+    case kTextScriptWouldFail:
+        return "No preview: the computation would fail for every feature (%1).";
+    case kTextChooseField:
+        return "Choose a layer, then an attribute, to see the criterion's preview.";
+    case kTextReadingValues:
+        return "Reading the attribute's values...";
+    case kTextChooseShape:
+        return "Choose a shape to see its curve over the attribute's values.";
+    case kTextFieldUnreadable:
+        return "The attribute's values cannot be read: %1";
+    case kTextDegreeCounts:
+        return "Degree 0: %1   between 0 and 1: %2   degree 1: %3   Null: %4";
+    case kTextSuggestTip:
+        return "Fills a, b, c and d from the percentiles of the attribute's values, for the "
+               "chosen shape.";
+    default:
+        return text;
+    }
+}
+
 std::string DegreeCountsLine(const DegreeCounts& counts, const util::ITextSource& texts) {
-    return FillPlaceholders(texts.ResourceString(kTextDegreeCounts),
+    return FillPlaceholders(PreviewText(texts, kTextDegreeCounts),
                             {std::to_string(counts.zero), std::to_string(counts.partial),
                              std::to_string(counts.one), std::to_string(counts.null)});
 }
@@ -328,18 +360,18 @@ PreviewFigure MakePreviewFigure(const std::string& fieldName, const FieldValues*
     figure.high += margin;
 
     const auto problem = [&](std::int16_t id, const std::string& detail) {
-        figure.statusLine = FillPlaceholders(texts.ResourceString(id), {detail});
+        figure.statusLine = FillPlaceholders(PreviewText(texts, id), {detail});
         figure.statusIsProblem = true;
     };
     using Status = PreviewCriterion::Status;
     if (message) {
         figure.statusLine = *message;
     } else if (values == nullptr) {
-        figure.statusLine = texts.ResourceString(kTextChooseField);
+        figure.statusLine = PreviewText(texts, kTextChooseField);
     } else {
         switch (criterion.status) {
         case Status::NoShape:
-            figure.statusLine = texts.ResourceString(kTextChooseShape);
+            figure.statusLine = PreviewText(texts, kTextChooseShape);
             break;
         case Status::Unreadable:
             problem(kTextBoxUnreadable, criterion.detail);

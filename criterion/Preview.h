@@ -141,6 +141,10 @@ PreviewFigure MakePreviewFigure(const std::string& fieldName, const FieldValues*
                                 const util::ITextSource& texts, char decimalMark,
                                 const std::optional<std::string>& message = std::nullopt);
 
+// A text of the preview (260 to 269) in the current language, or in English when the text
+// database has none (a database from an older installation).
+std::string PreviewText(const util::ITextSource& texts, std::int16_t id);
+
 // The counts line (text 268 with the four counts).
 std::string DegreeCountsLine(const DegreeCounts& counts, const util::ITextSource& texts);
 

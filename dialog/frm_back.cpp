@@ -388,7 +388,7 @@ void frm_back::Form_Load() {
     } catch (const std::exception& error) {
         ShowLocalError(error, "Debug=", marker, " dans form_load");
     }
-    cmd_suggest->setToolTip(QString::fromStdString(Text(criterion::kTextSuggestTip)));
+    LabelSuggest();
     RefreshPreview();
 }
 
@@ -655,8 +655,19 @@ void frm_back::sum_table_Click() {
 
 void frm_back::listlang1_Click() {
     lang::listlang1_Click(*this, Resource(), m_context.log);
-    cmd_suggest->setToolTip(QString::fromStdString(Text(criterion::kTextSuggestTip)));
+    LabelSuggest();
     RefreshPreview();
+}
+
+void frm_back::LabelSuggest() {
+    const CurrentTexts texts(m_context.module1);
+    // The texts of an older database have no caption for it.
+    if (cmd_suggest->text().isEmpty()) {
+        cmd_suggest->setText(
+            QString::fromStdString(criterion::PreviewText(texts, criterion::kTextSuggest)));
+    }
+    cmd_suggest->setToolTip(
+        QString::fromStdString(criterion::PreviewText(texts, criterion::kTextSuggestTip)));
 }
 
 void frm_back::RefreshPreviewField() {
@@ -712,10 +723,10 @@ void frm_back::RefreshPreview() {
     const criterion::PreviewCriterion criterion = criterion::ReadPreviewCriterion(kind, boxes);
     std::optional<std::string> message;
     if (m_previewFailure) {
-        message =
-            criterion::FillPlaceholders(Text(criterion::kTextFieldUnreadable), {*m_previewFailure});
+        message = criterion::FillPlaceholders(
+            criterion::PreviewText(texts, criterion::kTextFieldUnreadable), {*m_previewFailure});
     } else if (m_reader->Busy()) {
-        message = Text(criterion::kTextReadingValues);
+        message = criterion::PreviewText(texts, criterion::kTextReadingValues);
     }
     const FieldPreviewData* fieldData = m_previewData.get();
     criterion::PreviewFigure figure = criterion::MakePreviewFigure(

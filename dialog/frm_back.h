@@ -118,6 +118,7 @@ private:
     void LayOut();
     void FillCandidateLayers(std::optional<int>& marker);
     void PrefixMainButtons();
+    void LabelSuggest();
     std::string Text(std::int16_t id) const;
     // The local error message of the load and the layer choice.
     void ShowLocalError(const std::exception& error, const std::string& label,
