@@ -104,13 +104,13 @@ Histogram MakeHistogram(const FieldValues& values, std::size_t binCount) {
     histogram.high = values.values.back();
     histogram.bins.assign(binCount, 0);
     const double width = histogram.high - histogram.low;
+    const double last = static_cast<double>(binCount - 1);
     for (const double v : values.values) {
-        std::size_t bin = 0;
-        if (width > 0) {
-            bin = static_cast<std::size_t>((v - histogram.low) / width *
-                                           static_cast<double>(binCount));
-        }
-        ++histogram.bins[std::min(bin, binCount - 1)];
+        // A range beyond the doubles' (from -1E308 to 1E308) makes the position NaN: bin 0.
+        const double position =
+            width > 0 ? (v - histogram.low) / width * static_cast<double>(binCount) : 0.0;
+        const double bin = std::clamp(std::isnan(position) ? 0.0 : std::floor(position), 0.0, last);
+        ++histogram.bins[static_cast<std::size_t>(bin)];
     }
     return histogram;
 }
