@@ -148,7 +148,8 @@ void DrawMarks(QPainter& painter, const PlotMap& map, const criterion::PreviewFi
         }
         const double width = metrics.horizontalAdvance(label) + 6;
         double left = below ? x : above ? x - width : x - width / 2;
-        left = std::clamp(left, band.left(), band.right() - width);
+        // Inside the band where it fits; from its left edge where it is wider.
+        left = std::max(band.left(), std::min(left, band.right() - width));
         // The first row with room; when neither has any, the label goes right of the row that
         // ends first.
         std::size_t row = left >= rowEnds[0] ? 0 : left >= rowEnds[1] ? 1 : 2;
