@@ -2,8 +2,11 @@
 
 #include "criterion/FieldStatistics.h"
 #include "criterion/FuzzyKind.h"
+#include "criterion/Preview.h"
 #include "dialog/CurrentTexts.h"
+#include "dialog/FieldValuesReader.h"
 #include "dialog/Pictures.h"
+#include "dialog/PreviewView.h"
 #include "dialog/Statistiques.h"
 #include "errors/ErrorLog.h"
 #include "fzy/IO_fzyext.h"
@@ -11,6 +14,7 @@
 #include "lang/clsResourceMDB.h"
 #include "util/Error.h"
 #include "util/MessageUi.h"
+#include "util/NumberText.h"
 #include "util/StringFunctions.h"
 
 #include <QApplication>
@@ -25,6 +29,7 @@
 #include <QListWidget>
 #include <QPlainTextEdit>
 #include <QPushButton>
+#include <QTimer>
 #include <QToolButton>
 #include <QVBoxLayout>
 
@@ -128,6 +133,12 @@ frm_back::frm_back(DialogContext& context, QWidget* parent)
     SetTag(*this, "119");
     setWindowTitle(QStringLiteral("Définition d'un critère de classification souple"));
     setFont(FormFont());
+    m_reader = std::make_unique<FieldValuesReader>();
+    // Typing redraws the preview once the keystrokes waiting in the queue are handled.
+    m_previewTimer = new QTimer(this);
+    m_previewTimer->setSingleShot(true);
+    m_previewTimer->setInterval(0);
+    connect(m_previewTimer, &QTimer::timeout, this, [this] { RefreshPreview(); });
     BuildControls();
     LayOut();
     m_languages = std::make_unique<QtListControl>(*listlang1);
@@ -208,6 +219,11 @@ void frm_back::BuildControls() {
     Txt_val_c = MakeValueBox("Txt_val_c", Frame6);
     Txt_val_d = MakeValueBox("Txt_val_d", Frame7);
 
+    Pic_preview = new PreviewView(this);
+    named(Pic_preview, "Pic_preview");
+    cmd_suggest = button("Suggérer", "cmd_suggest", "260");
+    cmd_suggest->setEnabled(false);
+
     Txt_explique = new QPlainTextEdit(this);
     named(Txt_explique, "Txt_explique");
     Txt_explique->setReadOnly(true);
@@ -230,6 +246,13 @@ void frm_back::BuildControls() {
     connect(sum_table, &QPushButton::clicked, this, [this] { sum_table_Click(); });
     connect(cmd_go, &QPushButton::clicked, this, [this] { cmd_go_Click(); });
     connect(cmd_sortie, &QPushButton::clicked, this, [this] { cmd_sortie_Click(); });
+    connect(cmd_suggest, &QPushButton::clicked, this, [this] { cmd_suggest_Click(); });
+    // The preview follows the field the run would read, however it was selected.
+    connect(Lst_fields, &QListWidget::itemSelectionChanged, this,
+            [this] { RefreshPreviewField(); });
+    for (QLineEdit* box : {Txt_val_a, Txt_val_b, Txt_val_c, Txt_val_d}) {
+        connect(box, &QLineEdit::textChanged, m_previewTimer, qOverload<>(&QTimer::start));
+    }
 }
 
 void frm_back::LayOut() {
@@ -273,17 +296,22 @@ void frm_back::LayOut() {
         frame->setFixedWidth(120);
         parameters->addWidget(frame);
     }
+    cmd_suggest->setFixedWidth(120);
+    parameters->addWidget(cmd_suggest);
     parameters->addStretch();
 
+    // The faces and the explanation above; the shape's diagram, the boxes and the live preview
+    // of the typed values below.
     auto* shape = new QGridLayout;
     shape->setHorizontalSpacing(12);
-    shape->addLayout(faces, 0, 0, 1, 3);
+    shape->addLayout(faces, 0, 0, 1, 2);
+    shape->addWidget(Txt_explique, 0, 2);
     shape->addWidget(Picture1, 1, 0, Qt::AlignTop);
     shape->addLayout(parameters, 1, 1);
-    shape->addWidget(Txt_explique, 1, 2);
+    shape->addWidget(Pic_preview, 1, 2);
     shape->setColumnStretch(2, 1);
     Txt_explique->setMinimumWidth(150);
-    Txt_explique->setMinimumHeight(Picture1->height());
+    Txt_explique->setFixedHeight(kButtonFaceSize + 8);
 
     // Output and actions.
     auto* output = new QHBoxLayout;
@@ -305,9 +333,10 @@ void frm_back::LayOut() {
     layout->addLayout(output);
 
     // Keyboard order: data, shape, parameters, output, actions, then the language.
-    QWidget* order[] = {Lst_shapes, cmd_open_shape, Lst_fields,   cmdStats,  sum_table,  cmd_nf[0],
-                        cmd_nf[1],  cmd_nf[2],      cmd_nf[3],    cmd_nf[4], Txt_val_a,  Txt_val_b,
-                        Txt_val_c,  Txt_val_d,      Txt_new_name, cmd_go,    cmd_sortie, listlang1};
+    QWidget* order[] = {Lst_shapes,   cmd_open_shape, Lst_fields, cmdStats,  sum_table,
+                        cmd_nf[0],    cmd_nf[1],      cmd_nf[2],  cmd_nf[3], cmd_nf[4],
+                        Txt_val_a,    Txt_val_b,      Txt_val_c,  Txt_val_d, cmd_suggest,
+                        Txt_new_name, cmd_go,         cmd_sortie, listlang1};
     for (std::size_t i = 0; i + 1 < std::size(order); ++i) {
         setTabOrder(order[i], order[i + 1]);
     }
@@ -351,10 +380,16 @@ void frm_back::Form_Load() {
         for (int k = 1; k <= 5; ++k) {
             cmd_nf[static_cast<std::size_t>(k - 1)]->setIcon(QIcon(LoadResPicture(100 + k)));
         }
+        // The shape remembered from the last showing, pressed and shown as its button shows it.
+        if (criterion::IsShapeKind(m_context.state.kind)) {
+            SelectKind(m_context.state.kind);
+        }
         FillCandidateLayers(marker);
     } catch (const std::exception& error) {
         ShowLocalError(error, "Debug=", marker, " dans form_load");
     }
+    LabelSuggest();
+    RefreshPreview();
 }
 
 void frm_back::FillCandidateLayers(std::optional<int>& marker) {
@@ -522,6 +557,7 @@ void frm_back::SelectKind(int kind) {
         boxes[i]->setVisible(info.boxes[i]);
     }
     m_context.state.kind = static_cast<std::int16_t>(kind);
+    m_previewTimer->start();
 }
 
 void frm_back::ShowKindExplanation(int kind) {
@@ -534,7 +570,15 @@ void frm_back::cmd_go_Click() {
     const CurrentTexts texts(m_context.module1);
     criterion::CriterionRun run(m_context.state, *this, m_context.ui, texts, m_context.fzy,
                                 m_context.log);
+    // The run changes the table the preview may be reading: the reading stops first and, if
+    // the same field is still selected after the run, starts again.
+    const bool reading = m_reader->Busy();
+    m_reader->Stop();
+    if (reading) {
+        m_previewKey.clear();
+    }
     run.RunCriterion();
+    RefreshPreviewField();
 }
 
 std::string frm_back::ParameterText(int box) const {
@@ -611,6 +655,106 @@ void frm_back::sum_table_Click() {
 
 void frm_back::listlang1_Click() {
     lang::listlang1_Click(*this, Resource(), m_context.log);
+    LabelSuggest();
+    RefreshPreview();
+}
+
+void frm_back::LabelSuggest() {
+    const CurrentTexts texts(m_context.module1);
+    // The texts of an older database have no caption for it.
+    if (cmd_suggest->text().isEmpty()) {
+        cmd_suggest->setText(
+            QString::fromStdString(criterion::PreviewText(texts, criterion::kTextSuggest)));
+    }
+    cmd_suggest->setToolTip(
+        QString::fromStdString(criterion::PreviewText(texts, criterion::kTextSuggestTip)));
+}
+
+void frm_back::RefreshPreviewField() {
+    const ComponentState& state = m_context.state;
+    const bool chosen = m_fields->ListIndex() != -1 && !state.g_layer_name.empty();
+    const std::string field = chosen ? m_fields->Text() : std::string();
+    const std::string key =
+        chosen ? std::to_string(state.g_layer_index) + "/" + state.g_layer_name + "/" + field
+               : std::string();
+    if (key == m_previewKey) {
+        return;
+    }
+    m_reader->Stop();
+    m_previewKey = key;
+    m_previewFieldName = field;
+    m_previewData.reset();
+    m_previewFailure.reset();
+    if (chosen) {
+        // The layer the run would use, with the field the run would read.
+        try {
+            host::IApplication& app = RequireApp(state, "RefreshPreviewField");
+            const auto layer = std::dynamic_pointer_cast<host::IFeatureLayer>(
+                app.Document()->FocusMap()->Layer(state.g_layer_index));
+            if (!layer) {
+                throw Error(error_number::kTypeMismatch, "RefreshPreviewField", "Type mismatch");
+            }
+            m_reader->Start(
+                layer->Search(false), field,
+                [this](std::shared_ptr<const FieldPreviewData> loaded, const std::string& error) {
+                    m_previewData = std::move(loaded);
+                    if (!m_previewData) {
+                        m_previewFailure = error;
+                    }
+                    RefreshPreview();
+                });
+        } catch (const std::exception& error) {
+            m_previewFailure = error.what();
+        }
+    }
+    RefreshPreview();
+}
+
+bool frm_back::PreviewReading() const {
+    return m_reader->Busy();
+}
+
+void frm_back::RefreshPreview() {
+    m_previewTimer->stop();
+    const CurrentTexts texts(m_context.module1);
+    const int kind = m_context.state.kind;
+    const std::array<std::string, 4> boxes = {ParameterText(0), ParameterText(1), ParameterText(2),
+                                              ParameterText(3)};
+    const criterion::PreviewCriterion criterion = criterion::ReadPreviewCriterion(kind, boxes);
+    std::optional<std::string> message;
+    if (m_previewFailure) {
+        message = criterion::FillPlaceholders(
+            criterion::PreviewText(texts, criterion::kTextFieldUnreadable), {*m_previewFailure});
+    } else if (m_reader->Busy()) {
+        message = criterion::PreviewText(texts, criterion::kTextReadingValues);
+    }
+    const FieldPreviewData* fieldData = m_previewData.get();
+    criterion::PreviewFigure figure = criterion::MakePreviewFigure(
+        m_previewFieldName, fieldData != nullptr ? &fieldData->values : nullptr,
+        fieldData != nullptr ? &fieldData->histogram : nullptr, criterion, texts,
+        util::DecimalSeparator(), message);
+    figure.statusIsProblem = figure.statusIsProblem || m_previewFailure.has_value();
+    Pic_preview->SetFigure(std::move(figure));
+    cmd_suggest->setEnabled(fieldData != nullptr && !fieldData->values.values.empty() &&
+                            criterion::IsShapeKind(kind));
+}
+
+void frm_back::cmd_suggest_Click() {
+    if (!m_previewData) {
+        return;
+    }
+    const auto suggested =
+        criterion::SuggestParameters(m_context.state.kind, m_previewData->values);
+    if (!suggested) {
+        return;
+    }
+    const std::array<QLineEdit*, 4> boxes = {Txt_val_a, Txt_val_b, Txt_val_c, Txt_val_d};
+    for (std::size_t i = 0; i < boxes.size(); ++i) {
+        if ((*suggested)[i]) {
+            boxes[i]->setText(QString::fromStdString(
+                util::FormatNumber(*(*suggested)[i], util::DecimalSeparator())));
+        }
+    }
 }
 
 void frm_back::cmd_sortie_Click() {

@@ -19,6 +19,7 @@ class QLineEdit;
 class QListWidget;
 class QPlainTextEdit;
 class QPushButton;
+class QTimer;
 class QToolButton;
 
 namespace quorel::lang {
@@ -26,6 +27,10 @@ class clsResourceMDB;
 } // namespace quorel::lang
 
 namespace quorel::dialog {
+
+class FieldValuesReader;
+class PreviewView;
+struct FieldPreviewData;
 
 // The definition dialog "Définition d'un critère de classification souple": the layer, its
 // numeric field, the shape and its parameters, the output name, and the run.
@@ -51,6 +56,15 @@ public:
     void sum_table_Click();
     void listlang1_Click();
     void cmd_sortie_Click();
+    void cmd_suggest_Click();
+
+    // The live preview: reads the selected field's values (on a worker thread) when the field
+    // or the chosen layer changes, and redraws the curve and the counts from the shape and the
+    // boxes. Both run on their own when the controls change.
+    void RefreshPreviewField();
+    void RefreshPreview();
+    // Whether the selected field's values are being read.
+    bool PreviewReading() const;
 
     // lang::ILanguageDialog
     lang::ILabelledForm& Form() override { return m_form; }
@@ -93,6 +107,8 @@ public:
     QPushButton* cmdStats;
     QPushButton* sum_table;
     QPushButton* cmd_open_shape;
+    PreviewView* Pic_preview;
+    QPushButton* cmd_suggest;
 
 protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
@@ -102,6 +118,7 @@ private:
     void LayOut();
     void FillCandidateLayers(std::optional<int>& marker);
     void PrefixMainButtons();
+    void LabelSuggest();
     std::string Text(std::int16_t id) const;
     // The local error message of the load and the layer choice.
     void ShowLocalError(const std::exception& error, const std::string& label,
@@ -112,6 +129,14 @@ private:
     std::unique_ptr<QtListControl> m_languages;
     std::unique_ptr<QtListControl> m_shapes;
     std::unique_ptr<QtListControl> m_fields;
+
+    std::unique_ptr<FieldValuesReader> m_reader;
+    QTimer* m_previewTimer = nullptr;
+    // The field whose values the preview holds or reads: layer position, name and field.
+    std::string m_previewKey;
+    std::string m_previewFieldName;
+    std::shared_ptr<const FieldPreviewData> m_previewData;
+    std::optional<std::string> m_previewFailure; // why the values cannot be read
 };
 
 // Shows frm_back modally, without an owner, and returns when it is closed.

@@ -21,6 +21,7 @@ const Subcommand& RunCommand();
 const Subcommand& FzyCommand();
 const Subcommand& MetaCommand();
 const Subcommand& StatsCommand();
+const Subcommand& PreviewCommand();
 const Subcommand& RegisterCommand();
 
 } // namespace quorel::cli

@@ -1,6 +1,7 @@
 // Writes the component's pictures and a screenshot of each window, in French and in English,
-// to the folder given as the only argument: the definition dialog with a shape chosen and a
-// field selected, the statistics window and the metadata window. Runs on the offscreen
+// to the folder given as the only argument: the definition dialog with a shape chosen, a field
+// selected and the live preview of the typed values, the statistics window and the metadata
+// window. Runs on the offscreen
 // platform over a sample shapefile made on the spot.
 
 #include "dialog/DialogSession.h"
@@ -92,7 +93,7 @@ int main(int argc, char** argv) {
     WritePictures(folder);
 
     const std::string data = scratch.path().toStdString();
-    quorel::tools::WriteSampleShapefile(data + "/parcels.shp", 64);
+    quorel::tools::WriteSampleShapefile(data + "/parcels.shp", 400);
     quorel::lang::IniSettingsStore settings(data);
     quorel::util::RecordingMessageUi ui;
     quorel::dialog::DialogSession session(ui, settings, QUOREL_TEXT_DB_FOLDER,
@@ -122,6 +123,10 @@ int main(int argc, char** argv) {
         dialog.Txt_val_b->setText(QStringLiteral("5"));
         dialog.Txt_val_c->setText(QStringLiteral("10"));
         dialog.Txt_val_d->setText(QStringLiteral("15"));
+        // The live preview reads the field's values on its own thread.
+        while (dialog.PreviewReading()) {
+            QApplication::processEvents(QEventLoop::WaitForMoreEvents);
+        }
         QApplication::processEvents();
         const QString suffix = QStringLiteral("_%1.png").arg(QLatin1String(language));
         dialog.grab().save(folder.filePath(QStringLiteral("frm_back") + suffix));

@@ -3,7 +3,9 @@
 
 #include "tests/dialog/DialogFixture.h"
 
+#include "criterion/Preview.h"
 #include "dialog/Pictures.h"
+#include "dialog/PreviewView.h"
 #include "host/shapefile/Application.h"
 #include "util/ListControl.h"
 #include "util/StringFunctions.h"
@@ -192,7 +194,7 @@ void PrintTo(const KindCase& c, std::ostream* os) {
 
 class KindButtonTest : public DialogTest, public ::testing::WithParamInterface<KindCase> {};
 
-TEST_P(KindButtonTest, clickShowsDiagramAndBoxesAndHoverExplains) {
+TEST_P(KindButtonTest, clickShowsDiagramAndBoxesHoverExplainsAndReopeningKeepsIt) {
     const KindCase& param = GetParam();
     frm_back& dialog = Dialog();
     QToolButton& button = *dialog.cmd_nf[static_cast<std::size_t>(param.kind - 1)];
@@ -213,6 +215,22 @@ TEST_P(KindButtonTest, clickShowsDiagramAndBoxesAndHoverExplains) {
                      Qt::NoButton, Qt::NoButton, Qt::NoModifier);
     QApplication::sendEvent(&button, &move);
     EXPECT_EQ(dialog.Txt_explique->toPlainText().toStdString(), Text(134 + param.kind));
+
+    // Opened again, the dialog shows the remembered shape as its button showed it.
+    m_dialog.reset();
+    frm_back& reopened = Dialog();
+    for (int k = 1; k <= 5; ++k) {
+        EXPECT_EQ(reopened.cmd_nf[static_cast<std::size_t>(k - 1)]->isChecked(), k == param.kind)
+            << "button " << k;
+    }
+    const std::array<QLineEdit*, 4> reopenedBoxes = {reopened.Txt_val_a, reopened.Txt_val_b,
+                                                     reopened.Txt_val_c, reopened.Txt_val_d};
+    for (std::size_t i = 0; i < 4; ++i) {
+        EXPECT_EQ(reopenedBoxes[i]->isVisibleTo(&reopened), param.boxes[i]) << "box " << i;
+        EXPECT_EQ(reopenedBoxes[i]->isEnabled(), param.boxes[i]) << "box " << i;
+    }
+    EXPECT_EQ(reopened.Picture1->pixmap().toImage(), LoadResPicture(105 + param.kind).toImage());
+    EXPECT_EQ(m_session->state.kind, param.kind);
 }
 
 INSTANTIATE_TEST_SUITE_P(Kinds, KindButtonTest,
@@ -224,6 +242,103 @@ INSTANTIATE_TEST_SUITE_P(Kinds, KindButtonTest,
                          [](const auto& testInfo) {
                              return "kind" + std::to_string(testInfo.param.kind);
                          });
+
+// Waits for the preview to have read the selected field's values.
+void WaitForPreview(frm_back& dialog) {
+    for (int i = 0; i < 500 && dialog.PreviewReading(); ++i) {
+        QTest::qWait(10);
+    }
+    ASSERT_FALSE(dialog.PreviewReading());
+    QApplication::processEvents();
+}
+
+std::string CountsLine(const std::string& text, int zero, int partial, int one, int null) {
+    return criterion::FillPlaceholders(text, {std::to_string(zero), std::to_string(partial),
+                                              std::to_string(one), std::to_string(null)});
+}
+
+TEST_F(FrmBackTest, previewCountsTheDegreesAsTheUserTypesAndSuggestsFromPercentiles) {
+    // W is longer: V is Null on the fifth feature.
+    AddLayer(WritePolygons("data", "parcels", {{"V", {0, 5, 10, 20}}, {"W", {1, 1, 1, 1, 1}}}));
+    util::SetDecimalSeparator(',');
+    frm_back& dialog = Dialog();
+    EXPECT_EQ(dialog.Pic_preview->Figure().statusLine, Text(264));
+    ClickItem(*dialog.Lst_shapes, QStringLiteral("parcels"));
+    ClickItem(*dialog.Lst_fields, QStringLiteral("V"));
+    Click(*dialog.cmd_nf[2]);
+    WaitForPreview(dialog);
+
+    dialog.Txt_val_a->setText(QStringLiteral("0"));
+    dialog.Txt_val_b->setText(QStringLiteral("10"));
+    QApplication::processEvents();
+    const criterion::PreviewFigure& figure = dialog.Pic_preview->Figure();
+    EXPECT_EQ(figure.statusLine, CountsLine(Text(268), 1, 1, 2, 1));
+    EXPECT_EQ(figure.histogram.low, 0);
+    EXPECT_EQ(figure.histogram.high, 20);
+    EXPECT_FALSE(figure.curve.empty());
+
+    dialog.Txt_val_b->setText(QStringLiteral("20"));
+    QApplication::processEvents();
+    EXPECT_EQ(dialog.Pic_preview->Figure().statusLine, CountsLine(Text(268), 1, 2, 1, 1));
+
+    // The 25th and 75th percentiles of 0, 5, 10, 20, with the user's decimal mark.
+    Click(*dialog.cmd_suggest);
+    EXPECT_EQ(dialog.Txt_val_a->text(), QStringLiteral("3,75"));
+    EXPECT_EQ(dialog.Txt_val_b->text(), QStringLiteral("12,5"));
+    EXPECT_TRUE(m_ui.boxes.empty());
+    util::SetDecimalSeparator(std::nullopt);
+}
+
+struct PreviewLineCase {
+    const char* name;
+    int kind;
+    std::array<const char*, 4> boxes;
+    std::int16_t text;
+    const char* detail;
+};
+
+void PrintTo(const PreviewLineCase& c, std::ostream* os) {
+    *os << c.name;
+}
+
+class PreviewLineTest : public DialogTest, public ::testing::WithParamInterface<PreviewLineCase> {};
+
+TEST_P(PreviewLineTest, previewSaysWhyInOneLineAndCalculerStillRefuses) {
+    const PreviewLineCase& c = GetParam();
+    AddLayer(WritePolygons("data", "parcels", {{"V", {0, 5, 10, 20}}}));
+    util::SetDecimalSeparator('.');
+    frm_back& dialog = Dialog();
+    ClickItem(*dialog.Lst_shapes, QStringLiteral("parcels"));
+    ClickItem(*dialog.Lst_fields, QStringLiteral("V"));
+    Click(*dialog.cmd_nf[static_cast<std::size_t>(c.kind - 1)]);
+    WaitForPreview(dialog);
+    const std::array<QLineEdit*, 4> boxes = {dialog.Txt_val_a, dialog.Txt_val_b, dialog.Txt_val_c,
+                                             dialog.Txt_val_d};
+    for (std::size_t i = 0; i < 4; ++i) {
+        boxes[i]->setText(QString::fromUtf8(c.boxes[i]));
+    }
+    QApplication::processEvents();
+
+    const criterion::PreviewFigure& figure = dialog.Pic_preview->Figure();
+    EXPECT_EQ(figure.statusLine, criterion::FillPlaceholders(Text(c.text), {c.detail}));
+    EXPECT_TRUE(figure.statusIsProblem);
+    EXPECT_TRUE(figure.curve.empty());
+    EXPECT_TRUE(m_ui.boxes.empty());
+
+    Click(*dialog.cmd_go);
+    ASSERT_EQ(m_ui.boxes.size(), 1u);
+    EXPECT_EQ(m_ui.boxes[0].text.rfind(Text(132) + ":", 0), 0u) << m_ui.boxes[0].text;
+    util::SetDecimalSeparator(std::nullopt);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, PreviewLineTest,
+    ::testing::Values(
+        PreviewLineCase{"risingRampOutOfOrder", 3, {"5", "2", "", ""}, 262, "b = 2 < a = 5"},
+        PreviewLineCase{"fallingRampOutOfOrder", 4, {"10", "0", "", ""}, 262, "b = 0 < a = 10"},
+        PreviewLineCase{"unreadableBox", 2, {"1", "x", "3", ""}, 261, "b"},
+        PreviewLineCase{"emptyBox", 5, {"1", "2", "", "4"}, 261, "c"}),
+    [](const auto& testInfo) { return std::string(testInfo.param.name); });
 
 TEST_F(FrmBackTest, calculerAddsAndFillsTheFieldAndMetadataShowsItsEntry) {
     const std::string path = WritePolygons("data", "parcels", {{"SLOPE", {0, 5, 10, 20}}});
