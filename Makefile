@@ -1,6 +1,13 @@
 # The two set-up commands of the README. Each installs what is missing, configures and builds.
 JOBS ?= $(shell nproc)
 
+# ccache, when installed, keeps the rebuild of an unchanged tree short (CI builds three trees).
+ifneq ($(shell command -v ccache 2>/dev/null),)
+export CMAKE_C_COMPILER_LAUNCHER ?= ccache
+export CMAKE_CXX_COMPILER_LAUNCHER ?= ccache
+export CCACHE_BASEDIR ?= $(CURDIR)
+endif
+
 .PHONY: run test deps build build-asan fuzz format clean
 
 deps:

@@ -5,7 +5,7 @@ set -euo pipefail
 # dpkg-dev and file: the Debian package's library dependencies (cpack -G DEB).
 packages=(cmake g++ make pkg-config libgtest-dev libbenchmark-dev libgdal-dev gdal-bin
           qt6-base-dev libsqlite3-dev mdbtools mdbtools-dev fonts-dejavu-core clang
-          libclang-rt-14-dev dpkg-dev file)
+          libclang-rt-14-dev dpkg-dev file ccache)
 
 missing=()
 for p in "${packages[@]}"; do
