@@ -10,6 +10,7 @@
 #include "host/shapefile/Application.h"
 #include "host/shapefile/Shapefile.h"
 #include "tests/host/shapefile/TestShapefiles.h"
+#include "tests/support/RecordingMessageUi.h"
 #include "util/Error.h"
 #include "util/MessageUi.h"
 

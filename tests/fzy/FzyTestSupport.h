@@ -2,6 +2,7 @@
 
 #include "fzy/FzyFormat.h"
 #include "fzy/IO_fzyext.h"
+#include "tests/support/RecordingMessageUi.h"
 #include "tests/support/TextLines.h"
 #include "util/MessageUi.h"
 #include "util/TextSource.h"
