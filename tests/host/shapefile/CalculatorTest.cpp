@@ -150,7 +150,8 @@ TEST_F(CalculatorTest, aScriptReadsTheRecordNumberAsFid) {
     }
 }
 
-// Deleted records keep their bytes and their flag; the live ones around them get their values.
+// Deleted records keep their bytes and their flag, and get Null; the live ones around them get
+// their values.
 TEST_F(CalculatorTest, deletedRecordsKeepTheirBytesWhenTheColumnIsFilled) {
     const std::string dbf = m_folder.File("parcels.dbf");
     const std::vector<std::size_t> deleted = {0, 13, 39};
@@ -181,6 +182,7 @@ TEST_F(CalculatorTest, deletedRecordsKeepTheirBytesWhenTheColumnIsFilled) {
                 ASSERT_LT(seenDeleted, kept.size());
                 const std::string& before = kept[seenDeleted++];
                 EXPECT_EQ(std::string(record, before.size()), before);
+                EXPECT_FALSE(ParseDbfNumber(FieldBytes(record, out))); // Null, never computed
                 continue;
             }
             const std::optional<double> x = ParseDbfNumber(FieldBytes(record, slope));
