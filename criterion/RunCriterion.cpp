@@ -8,6 +8,7 @@
 #include "util/Error.h"
 #include "util/FileReplacement.h"
 #include "util/MessageUi.h"
+#include "util/ScopeGuard.h"
 #include "util/TextSource.h"
 
 #include <algorithm>
@@ -145,43 +146,8 @@ std::string MakeOutputFieldName(const std::string& typed, const host::IFields& f
     return candidate;
 }
 
-RunOutcome CriterionRun::RunCriterion() {
-    m_step = 1;
-    if (m_dialog.FieldListIndex() == -1) {
-        m_ui.MessageBox(m_texts.ResourceString(kTextNoFieldSelected), util::MessageIcon::Critical);
-        return RunOutcome::Refused;
-    }
-    const int kind = m_state.kind;
-    double a = ParseNumberText(m_dialog.ParameterText(0), kDefaultA);
-    double b = ParseNumberText(m_dialog.ParameterText(1), kDefaultBCD);
-    double c = ParseNumberText(m_dialog.ParameterText(2), kDefaultBCD);
-    double d = ParseNumberText(m_dialog.ParameterText(3), kDefaultBCD);
-    CompleteParameters(kind, a, b, c, d);
-    if (!CheckParameterOrder(a, b, c, d)) {
-        m_ui.MessageBox(ParameterOrderMessage(m_texts, a, b, c, d), util::MessageIcon::Critical);
-        return RunOutcome::Refused;
-    }
-
-    bool busy = false;
-    bool fzyOpen = false;
-    std::unique_ptr<host::ILayerWriteLock> writeLock;
-    // The normal pointer, the closed metadata file and the layer let go, however the run ends.
-    auto tidyUp = [&] {
-        if (fzyOpen) {
-            fzyOpen = false;
-            try {
-                m_fzy.fzy_io_close();
-            } catch (...) {
-                // closing is best effort; the error being reported matters more
-            }
-        }
-        writeLock.reset();
-        if (busy) {
-            busy = false;
-            m_ui.SetBusy(false);
-        }
-    };
-
+// The host objects a run holds, released in turn at its end.
+struct CriterionRun::HostObjects {
     std::shared_ptr<host::IMxDocument> document;
     std::shared_ptr<host::IMap> map;
     std::shared_ptr<host::IFeatureLayer> layer;
@@ -192,160 +158,252 @@ RunOutcome CriterionRun::RunCriterion() {
     std::shared_ptr<host::ICalculator> calculator;
     std::shared_ptr<host::ICursor> cursor;
     std::shared_ptr<host::IStatusBar> statusBar;
+    std::string sourceName;
+    std::string outputName;
     // Set once the output field is in the table: it stays there whatever fails after.
     std::optional<std::string> keptField;
-    // A check that fails once the output name is known: nothing is changed yet.
-    auto refuse = [&](const std::string& message) {
-        tidyUp();
-        m_ui.MessageBox(message, util::MessageIcon::Critical);
+};
+
+RunOutcome CriterionRun::RunCriterion() {
+    m_step = 1;
+    if (m_dialog.FieldListIndex() == -1) {
+        m_ui.MessageBox(m_texts.ResourceString(kTextNoFieldSelected), util::MessageIcon::Critical);
         return RunOutcome::Refused;
-    };
-    try {
-        m_ui.SetBusy(true);
-        busy = true;
-        m_step = 101;
+    }
+    const std::optional<RunParameters> parameters = ReadParameters();
+    if (!parameters) {
+        return RunOutcome::Refused;
+    }
 
-        writeLock = LockLayerForRun();
-        m_fzy.fzy_io_open(m_state.g_layer_path, m_state.g_layer_name);
-        fzyOpen = true;
-        m_fzy.fzy_io_valid(m_state.g_layer_name, m_state.g_layer_path);
-
-        if (!m_state.g_app) {
-            throw Error(error_number::kObjectRequired, kProcedureName,
-                        "Object required: no host application");
-        }
-        document = m_state.g_app->Document();
-        map = document->FocusMap();
-        layer = std::dynamic_pointer_cast<host::IFeatureLayer>(map->Layer(m_state.g_layer_index));
-        if (!layer) {
-            throw Error(error_number::kTypeMismatch, kProcedureName,
-                        "Type mismatch: the layer at position " +
-                            std::to_string(m_state.g_layer_index) + " is not a feature layer");
-        }
-        m_step = 102;
-        featureClass = layer->FeatureClass();
-        m_step = 2;
-        editor = std::dynamic_pointer_cast<host::IEditor>(
-            m_state.g_app->FindExtensionByCLSID(host::UID{host::kEditorExtensionId}));
-        if (!editor) {
-            throw Error(error_number::kObjectRequired, kProcedureName,
-                        "Object required: the host has no editor extension");
-        }
-        if (editor->EditState() == host::kEditStateEditing) {
-            tidyUp();
-            m_ui.MessageBox(m_texts.ResourceString(kTextEditing), util::MessageIcon::Critical);
-            return RunOutcome::Refused;
-        }
-        m_step = 3;
-        m_step = 4;
-
-        fields = featureClass->Fields();
-        const std::string selected = m_dialog.FieldListText();
-        const std::int32_t sourceIndex = featureClass->FindField(selected);
-        m_step = 41;
-        if (sourceIndex < 0) {
-            throw Error(error_number::kHostFailure, kProcedureName, "Field not found: " + selected);
-        }
-        const std::string sourceName = fields->Field(sourceIndex)->Name();
-        m_step = 42;
-        const std::string typed = m_dialog.NewNameText();
-        const FieldNameLimit limit = FieldNameLimit::Of(*featureClass);
-        // The proposal is cut to fit, as a long name is; a short name the user typed is used as
-        // typed, so it has to fit.
-        const bool proposed = typed == kProposedNamePrefix + selected;
-        if (!proposed && CharacterCount(typed) <= kMaxFieldNameLength && !limit.Fits(typed)) {
-            return refuse(m_texts.ResourceString(kTextNameTooManyBytes) + " " + typed + " (" +
-                          std::to_string(limit.byteLength(typed)) + " > " +
-                          std::to_string(limit.maxBytes.value_or(0)) + ")");
-        }
-        const std::string outputName = MakeOutputFieldName(typed, *fields, limit);
-        // The metadata file keeps its code page, for the files' exchange with Windows: a name
-        // it cannot hold would be recorded as another.
-        if (!fzy::CodePageHolds(outputName)) {
-            return refuse(m_texts.ResourceString(kTextNameOutsideCodePage) + " " + outputName);
-        }
-        // Once the field is added the description must follow: know now that it will fit.
-        if (!m_fzy.NumberEntryFits(outputName, outputName, m_state.g_layer_path,
-                                   m_state.g_layer_name)) {
-            return refuse(m_texts.ResourceString(kTextMetadataFull) + " " + m_fzy.OpenFilePath());
-        }
-
-        newField = m_state.g_app->Factory().NewField();
-        newField->SetName(outputName);
-        newField->SetType(host::kFieldTypeDouble);
-        newField->SetAliasName(outputName);
-        featureClass->AddField(*newField);
-        keptField = outputName;
-        m_step = 6;
-        m_step = 7;
-
-        calculator = m_state.g_app->Factory().NewCalculator();
-        m_step = 71;
-        cursor = featureClass->Search(true);
-        m_step = 8;
-
-        statusBar = m_state.g_app->StatusBar();
-        statusBar->Message(0, m_texts.ResourceString(kTextComputing));
-        calculator->SetCursor(cursor);
-        if (const auto script = BuildPreExpression(kind, sourceName, a, b, c, d)) {
-            calculator->SetPreExpression(*script);
-        }
-        calculator->SetExpression(kCalculatorExpression);
-        calculator->SetField(outputName);
-        calculator->Calculate();
-        statusBar->Message(0, "");
-
-        m_fzy.fzy_io_writenumber(outputName, outputName, static_cast<std::int16_t>(kind), a, b, c,
-                                 d, m_state.g_layer_path, m_state.g_layer_name);
-        fzyOpen = false;
-        m_fzy.fzy_io_close();
-
-        m_dialog.ClearFieldList();
-        fields = featureClass->Fields();
-        for (std::int32_t i = 0; i < fields->FieldCount(); ++i) {
-            m_step = 10;
-            const auto field = fields->Field(i);
-            if (field->Type() < host::kFieldTypeString) {
-                m_dialog.AddFieldListItem(field->Name());
+    std::optional<std::string> refusal;
+    std::optional<Error> failure;
+    {
+        // The normal pointer, the closed metadata file and the layer let go, however the run
+        // ends, before it says how it ended.
+        const util::ScopeGuard tidyUp([this] { TidyUp(); });
+        HostObjects host;
+        try {
+            OpenMetadata();
+            refusal = TakeLayer(host);
+            if (!refusal) {
+                refusal = ChooseOutputName(host);
             }
+            if (!refusal) {
+                AddOutputField(host);
+                Calculate(host, *parameters);
+                RecordCriterion(host, *parameters);
+                RefillFieldList(host);
+                ReleaseHostObjects(host);
+            }
+        } catch (const std::exception& caught) {
+            failure = ReportedError(caught, host.keptField);
         }
-    } catch (const std::exception& caught) {
-        tidyUp();
-        const auto* error = dynamic_cast<const Error*>(&caught);
-        Error reported =
-            error ? *error : Error(error_number::kHostFailure, kProcedureName, caught.what());
-        if (keptField) {
-            reported = Error(reported.Number(), reported.Source(),
-                             reported.Description() + "\r\n" +
-                                 m_texts.ResourceString(kTextFieldKept) + " " + *keptField);
-        }
-        m_log.ReportError(reported, kFormName, kProcedureName, true, 0,
+    }
+    if (refusal) {
+        m_ui.MessageBox(*refusal, util::MessageIcon::Critical);
+        return RunOutcome::Refused;
+    }
+    if (failure) {
+        m_log.ReportError(*failure, kFormName, kProcedureName, true, 0,
                           "Debug=" + std::to_string(m_step), true);
         return RunOutcome::Failed;
     }
-
-    // Let go of the host objects in turn, as the component released its references.
-    int step = 11;
-    auto release = [&](auto& object) {
-        m_step = step++;
-        object.reset();
-    };
-    release(cursor);
-    release(calculator);
-    release(newField);
-    release(fields);
-    release(editor);
-    release(featureClass);
-    release(layer);
-    release(map);
-    release(document);
-    release(statusBar);
-    tidyUp();
     m_ui.MessageBox(m_texts.ResourceString(kTextRunDone), util::MessageIcon::None);
     // Nothing is pending here: the report shows nothing.
     m_log.ReportError(Error(0, "", ""), kFormName, kProcedureName, true, 0,
                       "Debug=" + std::to_string(m_step), true);
     return RunOutcome::Done;
+}
+
+// The boxes' values completed for the kind; nullopt, the message shown, when out of order.
+std::optional<CriterionRun::RunParameters> CriterionRun::ReadParameters() {
+    RunParameters p;
+    p.kind = m_state.kind;
+    p.a = ParseNumberText(m_dialog.ParameterText(0), kDefaultA);
+    p.b = ParseNumberText(m_dialog.ParameterText(1), kDefaultBCD);
+    p.c = ParseNumberText(m_dialog.ParameterText(2), kDefaultBCD);
+    p.d = ParseNumberText(m_dialog.ParameterText(3), kDefaultBCD);
+    CompleteParameters(p.kind, p.a, p.b, p.c, p.d);
+    if (!CheckParameterOrder(p.a, p.b, p.c, p.d)) {
+        m_ui.MessageBox(ParameterOrderMessage(m_texts, p.a, p.b, p.c, p.d),
+                        util::MessageIcon::Critical);
+        return std::nullopt;
+    }
+    return p;
+}
+
+// The busy pointer, the layer locked, the metadata file opened and validated.
+void CriterionRun::OpenMetadata() {
+    m_ui.SetBusy(true);
+    m_busy = true;
+    m_step = 101;
+    m_writeLock = LockLayerForRun();
+    m_fzy.fzy_io_open(m_state.g_layer_path, m_state.g_layer_name);
+    m_metadataOpen = true;
+    m_fzy.fzy_io_valid(m_state.g_layer_name, m_state.g_layer_path);
+}
+
+// The chosen layer and its feature class; a refusal while the host's editor is editing.
+std::optional<std::string> CriterionRun::TakeLayer(HostObjects& host) {
+    if (!m_state.g_app) {
+        throw Error(error_number::kObjectRequired, kProcedureName,
+                    "Object required: no host application");
+    }
+    host.document = m_state.g_app->Document();
+    host.map = host.document->FocusMap();
+    host.layer =
+        std::dynamic_pointer_cast<host::IFeatureLayer>(host.map->Layer(m_state.g_layer_index));
+    if (!host.layer) {
+        throw Error(error_number::kTypeMismatch, kProcedureName,
+                    "Type mismatch: the layer at position " +
+                        std::to_string(m_state.g_layer_index) + " is not a feature layer");
+    }
+    m_step = 102;
+    host.featureClass = host.layer->FeatureClass();
+    m_step = 2;
+    host.editor = std::dynamic_pointer_cast<host::IEditor>(
+        m_state.g_app->FindExtensionByCLSID(host::UID{host::kEditorExtensionId}));
+    if (!host.editor) {
+        throw Error(error_number::kObjectRequired, kProcedureName,
+                    "Object required: the host has no editor extension");
+    }
+    if (host.editor->EditState() == host::kEditStateEditing) {
+        return m_texts.ResourceString(kTextEditing);
+    }
+    m_step = 4; // markers 3 and 4 both: the editing check has passed
+    return std::nullopt;
+}
+
+// The source field's name and the output name; a refusal when the output name cannot be used.
+std::optional<std::string> CriterionRun::ChooseOutputName(HostObjects& host) {
+    host.fields = host.featureClass->Fields();
+    const std::string selected = m_dialog.FieldListText();
+    const std::int32_t sourceIndex = host.featureClass->FindField(selected);
+    m_step = 41;
+    if (sourceIndex < 0) {
+        throw Error(error_number::kHostFailure, kProcedureName, "Field not found: " + selected);
+    }
+    host.sourceName = host.fields->Field(sourceIndex)->Name();
+    m_step = 42;
+    const std::string typed = m_dialog.NewNameText();
+    const FieldNameLimit limit = FieldNameLimit::Of(*host.featureClass);
+    // The proposal is cut to fit, as a long name is; a short name the user typed is used as
+    // typed, so it has to fit.
+    const bool proposed = typed == kProposedNamePrefix + selected;
+    if (!proposed && CharacterCount(typed) <= kMaxFieldNameLength && !limit.Fits(typed)) {
+        return m_texts.ResourceString(kTextNameTooManyBytes) + " " + typed + " (" +
+               std::to_string(limit.byteLength(typed)) + " > " +
+               std::to_string(limit.maxBytes.value_or(0)) + ")";
+    }
+    host.outputName = MakeOutputFieldName(typed, *host.fields, limit);
+    // The metadata file keeps its code page, for the files' exchange with Windows: a name it
+    // cannot hold would be recorded as another.
+    if (!fzy::CodePageHolds(host.outputName)) {
+        return m_texts.ResourceString(kTextNameOutsideCodePage) + " " + host.outputName;
+    }
+    // Once the field is added the description must follow: know now that it will fit.
+    if (!m_fzy.NumberEntryFits(host.outputName, host.outputName, m_state.g_layer_path,
+                               m_state.g_layer_name)) {
+        return m_texts.ResourceString(kTextMetadataFull) + " " + m_fzy.OpenFilePath();
+    }
+    return std::nullopt;
+}
+
+void CriterionRun::AddOutputField(HostObjects& host) {
+    host.newField = m_state.g_app->Factory().NewField();
+    host.newField->SetName(host.outputName);
+    host.newField->SetType(host::kFieldTypeDouble);
+    host.newField->SetAliasName(host.outputName);
+    host.featureClass->AddField(*host.newField);
+    host.keptField = host.outputName;
+    m_step = 7; // markers 6 and 7 both: the field is added
+}
+
+// The host's calculator fills the output field, the status bar saying so meanwhile.
+void CriterionRun::Calculate(HostObjects& host, const RunParameters& p) {
+    host.calculator = m_state.g_app->Factory().NewCalculator();
+    m_step = 71;
+    host.cursor = host.featureClass->Search(true);
+    m_step = 8;
+    host.statusBar = m_state.g_app->StatusBar();
+    host.statusBar->Message(0, m_texts.ResourceString(kTextComputing));
+    host.calculator->SetCursor(host.cursor);
+    if (const auto script = BuildPreExpression(p.kind, host.sourceName, p.a, p.b, p.c, p.d)) {
+        host.calculator->SetPreExpression(*script);
+    }
+    host.calculator->SetExpression(kCalculatorExpression);
+    host.calculator->SetField(host.outputName);
+    host.calculator->Calculate();
+    host.statusBar->Message(0, "");
+}
+
+void CriterionRun::RecordCriterion(const HostObjects& host, const RunParameters& p) {
+    m_fzy.fzy_io_writenumber(host.outputName, host.outputName, static_cast<std::int16_t>(p.kind),
+                             p.a, p.b, p.c, p.d, m_state.g_layer_path, m_state.g_layer_name);
+    m_metadataOpen = false;
+    m_fzy.fzy_io_close();
+}
+
+void CriterionRun::RefillFieldList(HostObjects& host) {
+    m_dialog.ClearFieldList();
+    host.fields = host.featureClass->Fields();
+    for (std::int32_t i = 0; i < host.fields->FieldCount(); ++i) {
+        m_step = 10;
+        const auto field = host.fields->Field(i);
+        if (field->Type() < host::kFieldTypeString) {
+            m_dialog.AddFieldListItem(field->Name());
+        }
+    }
+}
+
+// Let go of the host objects in turn, as the component released its references.
+void CriterionRun::ReleaseHostObjects(HostObjects& host) {
+    int step = 11;
+    auto release = [&](auto& object) {
+        m_step = step++;
+        object.reset();
+    };
+    release(host.cursor);
+    release(host.calculator);
+    release(host.newField);
+    release(host.fields);
+    release(host.editor);
+    release(host.featureClass);
+    release(host.layer);
+    release(host.map);
+    release(host.document);
+    release(host.statusBar);
+}
+
+void CriterionRun::TidyUp() noexcept {
+    if (m_metadataOpen) {
+        m_metadataOpen = false;
+        try {
+            m_fzy.fzy_io_close();
+        } catch (...) {
+            // closing is best effort; the error being reported matters more
+        }
+    }
+    m_writeLock.reset();
+    if (m_busy) {
+        m_busy = false;
+        m_ui.SetBusy(false);
+    }
+}
+
+// The error to report: the project's own as it is, any other as a host failure, and the kept
+// output field named after it.
+Error CriterionRun::ReportedError(const std::exception& caught,
+                                  const std::optional<std::string>& keptField) const {
+    const auto* error = dynamic_cast<const Error*>(&caught);
+    Error reported =
+        error ? *error : Error(error_number::kHostFailure, kProcedureName, caught.what());
+    if (keptField) {
+        reported = Error(reported.Number(), reported.Source(),
+                         reported.Description() + "\r\n" + m_texts.ResourceString(kTextFieldKept) +
+                             " " + *keptField);
+    }
+    return reported;
 }
 
 } // namespace quorel::criterion

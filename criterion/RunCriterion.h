@@ -8,11 +8,15 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <exception>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 
+namespace quorel {
+class Error;
+}
 namespace quorel::util {
 class IMessageUi;
 class ITextSource;
@@ -107,7 +111,27 @@ public:
     int StepMarker() const { return m_step; }
 
 private:
+    struct HostObjects;
+    struct RunParameters {
+        int kind = 0;
+        double a = 0, b = 0, c = 0, d = 0;
+    };
+
+    // The run's steps, in order. A step that refuses returns the message to show.
+    std::optional<RunParameters> ReadParameters();
+    void OpenMetadata();
     std::unique_ptr<host::ILayerWriteLock> LockLayerForRun();
+    std::optional<std::string> TakeLayer(HostObjects& host);
+    std::optional<std::string> ChooseOutputName(HostObjects& host);
+    void AddOutputField(HostObjects& host);
+    void Calculate(HostObjects& host, const RunParameters& p);
+    void RecordCriterion(const HostObjects& host, const RunParameters& p);
+    void RefillFieldList(HostObjects& host);
+    void ReleaseHostObjects(HostObjects& host);
+    // However the run ends: the metadata file closed, the layer unlocked, the normal pointer.
+    void TidyUp() noexcept;
+    Error ReportedError(const std::exception& caught,
+                        const std::optional<std::string>& keptField) const;
 
     ComponentState& m_state;
     IRunDialog& m_dialog;
@@ -116,6 +140,9 @@ private:
     fzy::IO_fzyext& m_fzy;
     errors::ErrorLog& m_log;
     int m_step = 0;
+    bool m_busy = false;
+    bool m_metadataOpen = false;
+    std::unique_ptr<host::ILayerWriteLock> m_writeLock;
 };
 
 } // namespace quorel::criterion

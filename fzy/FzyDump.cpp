@@ -36,55 +36,27 @@ std::string KindText(std::int16_t kind) {
 }
 
 // Each field is printed as soon as it is read, so that a corrupt entry shows how far it went.
-class FieldPrinter {
-public:
-    FieldPrinter(ByteReader& reader, std::ostream& out) : m_reader(reader), m_out(out) {}
-    void Text(const char* name) {
-        const std::string value = m_reader.ReadText();
-        m_out << "  " << name << ": \"" << value << "\"\n";
+bool PrintField(std::ostream& out, const FzyFieldRead& field) {
+    if (field.lengthOnly) {
+        return true;
     }
-    void Int16(const char* name) {
-        const std::int16_t value = m_reader.ReadInt16();
-        m_out << "  " << name << ": " << value << "\n";
+    out << "  " << field.name << ": ";
+    switch (field.type) {
+    case FzyFieldType::Text:
+        out << '"' << *field.text << '"';
+        break;
+    case FzyFieldType::Int16:
+        out << static_cast<std::int16_t>(field.number);
+        break;
+    case FzyFieldType::Double:
+        out << util::FormatNumber(field.number);
+        break;
+    case FzyFieldType::Date:
+        out << DateText(field.number);
+        break;
     }
-    void Double(const char* name) {
-        const double value = m_reader.ReadDouble();
-        m_out << "  " << name << ": " << util::FormatNumber(value) << "\n";
-    }
-    void Date(const char* name) {
-        const double value = m_reader.ReadDouble();
-        m_out << "  " << name << ": " << DateText(value) << "\n";
-    }
-
-private:
-    ByteReader& m_reader;
-    std::ostream& m_out;
-};
-
-void PrintNumber(ByteReader& reader, std::ostream& out) {
-    FieldPrinter print(reader, out);
-    print.Text("FieldName");
-    print.Int16("NumberKind");
-    print.Text("AliasName");
-    print.Double("A");
-    print.Double("B");
-    print.Double("C");
-    print.Double("D");
-    print.Text("Folder");
-    print.Text("ShapeName");
-    print.Date("Created");
-    print.Int16("EndMark");
-}
-
-void PrintRecord(ByteReader& reader, std::ostream& out) {
-    FieldPrinter print(reader, out);
-    print.Text("FieldName");
-    print.Int16("Code");
-    for (const char* name : {"AliasName", "Text3", "Text4", "Field1", "Folder1", "Shape1", "Field2",
-                             "Folder2", "Shape2"}) {
-        print.Text(name);
-    }
-    print.Date("Created");
+    out << "\n";
+    return true;
 }
 
 } // namespace
@@ -127,9 +99,11 @@ void DumpFzy(std::span<const std::uint8_t> bytes, std::ostream& out) {
                             std::to_string(position));
         }
         if (kind == kNumberEntryKind || kind == kNumberEntryKind + kDeletedKindStep) {
-            PrintNumber(reader, out);
+            ReadNumberBody(reader,
+                           [&out](const FzyFieldRead& field) { return PrintField(out, field); });
         } else if (kind == kRecordEntryKind || kind == kRecordEntryKind + kDeletedKindStep) {
-            PrintRecord(reader, out);
+            ReadRecordBody(reader,
+                           [&out](const FzyFieldRead& field) { return PrintField(out, field); });
         }
         if (reader.Offset() > position + length) {
             out << "  (the fields run " << reader.Offset() - position - length

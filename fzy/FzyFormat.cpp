@@ -187,36 +187,83 @@ FzyEntryFrame ReadFrame(ByteReader& reader) {
     return frame;
 }
 
-NumberEntry ReadNumberBody(ByteReader& reader) {
+namespace {
+
+// Reads the fields one after the other, telling the visit after each, until it says stop.
+class BodyDecoder {
+public:
+    BodyDecoder(ByteReader& reader, const FzyFieldVisit& visit)
+        : m_reader(reader), m_visit(visit) {}
+
+    void Text(const char* name, std::string& value) {
+        if (!m_reading) {
+            return;
+        }
+        const std::int16_t length = m_reader.ReadTextLength();
+        if (!Tell({name, FzyFieldType::Text, true})) {
+            return;
+        }
+        value = m_reader.ReadTextBytes(length);
+        Tell({name, FzyFieldType::Text, false, &value});
+    }
+    void Int16(const char* name, std::int16_t& value) {
+        if (m_reading) {
+            value = m_reader.ReadInt16();
+            Tell({name, FzyFieldType::Int16, false, nullptr, static_cast<double>(value)});
+        }
+    }
+    void Double(const char* name, double& value, FzyFieldType type = FzyFieldType::Double) {
+        if (m_reading) {
+            value = m_reader.ReadDouble();
+            Tell({name, type, false, nullptr, value});
+        }
+    }
+
+private:
+    bool Tell(const FzyFieldRead& field) {
+        m_reading = !m_visit || m_visit(field);
+        return m_reading;
+    }
+
+    ByteReader& m_reader;
+    const FzyFieldVisit& m_visit;
+    bool m_reading = true;
+};
+
+} // namespace
+
+NumberEntry ReadNumberBody(ByteReader& reader, const FzyFieldVisit& visit) {
     NumberEntry entry;
-    entry.FieldName = reader.ReadText();
-    entry.NumberKind = reader.ReadInt16();
-    entry.AliasName = reader.ReadText();
-    entry.A = reader.ReadDouble();
-    entry.B = reader.ReadDouble();
-    entry.C = reader.ReadDouble();
-    entry.D = reader.ReadDouble();
-    entry.Folder = reader.ReadText();
-    entry.ShapeName = reader.ReadText();
-    entry.Created = reader.ReadDouble();
-    entry.EndMark = reader.ReadInt16();
+    BodyDecoder read(reader, visit);
+    read.Text("FieldName", entry.FieldName);
+    read.Int16("NumberKind", entry.NumberKind);
+    read.Text("AliasName", entry.AliasName);
+    read.Double("A", entry.A);
+    read.Double("B", entry.B);
+    read.Double("C", entry.C);
+    read.Double("D", entry.D);
+    read.Text("Folder", entry.Folder);
+    read.Text("ShapeName", entry.ShapeName);
+    read.Double("Created", entry.Created, FzyFieldType::Date);
+    read.Int16("EndMark", entry.EndMark);
     return entry;
 }
 
-RecordEntry ReadRecordBody(ByteReader& reader) {
+RecordEntry ReadRecordBody(ByteReader& reader, const FzyFieldVisit& visit) {
     RecordEntry entry;
-    entry.FieldName = reader.ReadText();
-    entry.Code = reader.ReadInt16();
-    entry.AliasName = reader.ReadText();
-    entry.Text3 = reader.ReadText();
-    entry.Text4 = reader.ReadText();
-    entry.Field1 = reader.ReadText();
-    entry.Folder1 = reader.ReadText();
-    entry.Shape1 = reader.ReadText();
-    entry.Field2 = reader.ReadText();
-    entry.Folder2 = reader.ReadText();
-    entry.Shape2 = reader.ReadText();
-    entry.Created = reader.ReadDouble();
+    BodyDecoder read(reader, visit);
+    read.Text("FieldName", entry.FieldName);
+    read.Int16("Code", entry.Code);
+    read.Text("AliasName", entry.AliasName);
+    read.Text("Text3", entry.Text3);
+    read.Text("Text4", entry.Text4);
+    read.Text("Field1", entry.Field1);
+    read.Text("Folder1", entry.Folder1);
+    read.Text("Shape1", entry.Shape1);
+    read.Text("Field2", entry.Field2);
+    read.Text("Folder2", entry.Folder2);
+    read.Text("Shape2", entry.Shape2);
+    read.Double("Created", entry.Created, FzyFieldType::Date);
     return entry;
 }
 

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <span>
 #include <string>
 #include <vector>
@@ -130,8 +131,22 @@ std::vector<std::uint8_t> EncodeHeader(const FzyHeader& header);
 // (Error(kBadRecordLength)): the walk could never move on.
 FzyEntryFrame ReadFrame(ByteReader& reader);
 
-NumberEntry ReadNumberBody(ByteReader& reader);
-RecordEntry ReadRecordBody(ByteReader& reader);
+// The one decoder of the entry bodies. It reads the fields in file order into the entry and
+// tells `visit`, if given, after each: a text once its length is read (lengthOnly, no value
+// yet) and again once read, any other field once read. When visit returns false the read stops
+// there and the entry holds what was read; a damaged entry throws where its fields run out.
+enum class FzyFieldType { Text, Int16, Double, Date };
+struct FzyFieldRead {
+    const char* name; // as the entry's member: "FieldName", "Folder", "Created"...
+    FzyFieldType type;
+    bool lengthOnly = false;
+    const std::string* text = nullptr; // a text's value
+    double number = 0;                 // the value of any other field
+};
+using FzyFieldVisit = std::function<bool(const FzyFieldRead& field)>;
+
+NumberEntry ReadNumberBody(ByteReader& reader, const FzyFieldVisit& visit = {});
+RecordEntry ReadRecordBody(ByteReader& reader, const FzyFieldVisit& visit = {});
 
 // Whole entries, frame included, Length set to the true length.
 std::vector<std::uint8_t> EncodeNumberEntry(const NumberEntry& entry);

@@ -376,22 +376,19 @@ bool IO_fzyext::fzy_io_numberinfo(const std::string& fieldName) {
             const FzyEntryFrame frame = ReadFrame(reader);
             if (frame.EntryKind == kNumberEntryKind) {
                 step = 3;
-                NumberEntry entry;
-                entry.FieldName = reader.ReadText();
-                if (SameStoredName(fieldName, entry.FieldName)) {
-                    entry.NumberKind = reader.ReadInt16();
-                    entry.AliasName = reader.ReadText();
-                    entry.A = reader.ReadDouble();
-                    entry.B = reader.ReadDouble();
-                    entry.C = reader.ReadDouble();
-                    entry.D = reader.ReadDouble();
-                    const std::int16_t folderLength = reader.ReadTextLength();
-                    step = 4;
-                    entry.Folder = reader.ReadTextBytes(folderLength);
-                    const std::int16_t shapeLength = reader.ReadTextLength();
-                    step = 5;
-                    entry.ShapeName = reader.ReadTextBytes(shapeLength);
-                    entry.Created = reader.ReadDouble();
+                bool matches = false;
+                const NumberEntry entry = ReadNumberBody(reader, [&](const FzyFieldRead& field) {
+                    const std::string_view name = field.name;
+                    if (name == "FieldName" && !field.lengthOnly) {
+                        matches = SameStoredName(fieldName, *field.text);
+                        return matches;
+                    }
+                    if (field.lengthOnly) {
+                        step = name == "Folder" ? 4 : name == "ShapeName" ? 5 : step;
+                    }
+                    return name != "Created"; // the end mark is not read
+                });
+                if (matches) {
                     step = 6;
                     m_infoText = NumberDescription(entry);
                     m_numberFound = 1;
@@ -431,22 +428,20 @@ bool IO_fzyext::fzy_io_recordinfo(const std::string& fieldName, const std::strin
             const FzyEntryFrame frame = ReadFrame(reader);
             if (frame.EntryKind == kRecordEntryKind) {
                 step = 3;
-                RecordEntry entry;
-                entry.FieldName = reader.ReadText();
-                if (SameStoredName(fieldName, entry.FieldName)) {
-                    entry.Code = reader.ReadInt16();
-                    entry.AliasName = reader.ReadText();
-                    entry.Text3 = reader.ReadText();
-                    entry.Text4 = reader.ReadText();
-                    step = 4;
-                    entry.Field1 = reader.ReadText();
-                    entry.Folder1 = reader.ReadText();
-                    entry.Shape1 = reader.ReadText();
-                    step = 5;
-                    entry.Field2 = reader.ReadText();
-                    entry.Folder2 = reader.ReadText();
-                    entry.Shape2 = reader.ReadText();
-                    entry.Created = reader.ReadDouble();
+                bool matches = false;
+                const RecordEntry entry = ReadRecordBody(reader, [&](const FzyFieldRead& field) {
+                    const std::string_view name = field.name;
+                    if (field.lengthOnly) {
+                        return true;
+                    }
+                    if (name == "FieldName") {
+                        matches = SameStoredName(fieldName, *field.text);
+                        return matches;
+                    }
+                    step = name == "Text4" ? 4 : name == "Shape1" ? 5 : step;
+                    return true;
+                });
+                if (matches) {
                     found = true;
                     step = 6;
                     m_infoText = RecordDescription(entry);

@@ -2,14 +2,13 @@
 
 #include <optional>
 #include <string>
-#include <vector>
 
 namespace quorel::util {
 
 enum class MessageIcon { None, Critical, Exclamation, Information, Question };
 
 // Everything the component shows or sounds goes through this: a modal box with one OK button,
-// the system beep, and the busy pointer. Qt, console and recording implementations exist.
+// the system beep, and the busy pointer. Qt and console implementations exist (tests record).
 class IMessageUi {
 public:
     virtual ~IMessageUi() = default;
@@ -30,31 +29,6 @@ public:
                     const std::optional<std::string>& title = std::nullopt) override;
     void Beep() override;
     void SetBusy(bool busy) override;
-};
-
-// Keeps every box, beep and pointer change for the tests to examine.
-class RecordingMessageUi final : public IMessageUi {
-public:
-    struct Box {
-        std::string text;
-        MessageIcon icon;
-        std::optional<std::string> title;
-    };
-
-    void MessageBox(const std::string& text, MessageIcon icon,
-                    const std::optional<std::string>& title = std::nullopt) override {
-        boxes.push_back({text, icon, title});
-    }
-    void Beep() override { ++beeps; }
-    void SetBusy(bool on) override {
-        busy = on;
-        busyChanges.push_back(on);
-    }
-
-    std::vector<Box> boxes;
-    int beeps = 0;
-    bool busy = false;
-    std::vector<bool> busyChanges;
 };
 
 } // namespace quorel::util

@@ -95,7 +95,7 @@ int main(int argc, char** argv) {
     const std::string data = scratch.path().toStdString();
     quorel::tools::WriteSampleShapefile(data + "/parcels.shp", 400);
     quorel::lang::IniSettingsStore settings(data);
-    quorel::util::RecordingMessageUi ui;
+    quorel::util::ConsoleMessageUi ui; // the messages, if any, on standard error
     quorel::dialog::DialogSession session(ui, settings, QUOREL_TEXT_DB_FOLDER,
                                           {data, "quorel", "10.3.2"});
     const auto app = std::make_shared<quorel::host::shapefile::Application>();
@@ -136,9 +136,6 @@ int main(int argc, char** argv) {
         GrabNextModal(folder.filePath(QStringLiteral("frm_display_fzy") + suffix));
         dialog.sum_table_Click();
         session.state.g_layer_name = "parcels";
-    }
-    for (const auto& box : ui.boxes) {
-        std::cerr << "message: " << box.text << "\n";
     }
     return EXIT_SUCCESS;
 }

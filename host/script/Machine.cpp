@@ -239,6 +239,17 @@ bool Machine::Run(const std::vector<const Column*>& inputs, std::size_t offset, 
     std::int64_t* top = CurrentMask(0);
     std::fill_n(top, count, kAll);
     std::fill(top + count, top + lanes, 0);
+    LoadFields(inputs, offset, count, lanes);
+    ResetVariables(lanes);
+    if (!Execute(lanes, scalar)) {
+        return false;
+    }
+    SaveResult(offset, count, output);
+    return true;
+}
+
+void Machine::LoadFields(const std::vector<const Column*>& inputs, std::size_t offset,
+                         std::size_t count, std::size_t lanes) {
     for (std::uint32_t slot = 0; slot < m_script.slots.size(); ++slot) {
         const Slot& description = m_script.slots[slot];
         if (description.kind == SlotKind::kField) {
@@ -258,150 +269,29 @@ bool Machine::Run(const std::vector<const Column*>& inputs, std::size_t offset, 
             std::fill(target + count, target + lanes, 0.0);
         }
     }
+}
+
+void Machine::ResetVariables(std::size_t lanes) {
     // Each feature runs the script afresh: every variable starts Empty (only those where it
     // shows: the others are written whole before any read).
     for (const std::uint32_t slot : m_script.resetSlots) {
         std::fill_n(Values(slot), lanes, 0.0);
         std::fill_n(Empty(slot), lanes, kAll);
     }
+}
 
+bool Machine::Execute(std::size_t lanes, bool scalar) {
     std::size_t depth = 0;
     const std::vector<Instruction>& code = m_script.code;
     std::size_t pc = 0;
     while (pc < code.size()) {
         const Instruction& instruction = code[pc];
-        const std::int64_t* mask = CurrentMask(depth);
-        int failed = kNoError;
-        switch (instruction.op) {
-        case OpCode::kAdd:
-            failed = Vector<column::Add>(instruction, lanes, mask);
-            break;
-        case OpCode::kSubtract:
-            failed = Vector<column::Subtract>(instruction, lanes, mask);
-            break;
-        case OpCode::kMultiply:
-            failed = Vector<column::Multiply>(instruction, lanes, mask);
-            break;
-        case OpCode::kDivide:
-            failed = Vector<column::Divide>(instruction, lanes, mask);
-            break;
-        case OpCode::kEqual:
-            failed = Vector<column::Equal>(instruction, lanes, mask);
-            break;
-        case OpCode::kNotEqual:
-            failed = Vector<column::NotEqual>(instruction, lanes, mask);
-            break;
-        case OpCode::kLess:
-            failed = Vector<column::Less>(instruction, lanes, mask);
-            break;
-        case OpCode::kGreater:
-            failed = Vector<column::Greater>(instruction, lanes, mask);
-            break;
-        case OpCode::kLessOrEqual:
-            failed = Vector<column::LessOrEqual>(instruction, lanes, mask);
-            break;
-        case OpCode::kGreaterOrEqual:
-            failed = Vector<column::GreaterOrEqual>(instruction, lanes, mask);
-            break;
-        case OpCode::kLogicalAnd:
-            failed = Vector<column::LogicalAnd>(instruction, lanes, mask);
-            break;
-        case OpCode::kLogicalOr:
-            failed = Vector<column::LogicalOr>(instruction, lanes, mask);
-            break;
-        case OpCode::kLogicalNot:
-            failed = Vector<column::LogicalNot>(instruction, lanes, mask);
-            break;
-        case OpCode::kNegate:
-            failed = Vector<column::Negate>(instruction, lanes, mask);
-            break;
-        case OpCode::kIntegerDivide:
-            failed = PerFeature<IntegerDivideOp>(instruction, lanes, mask);
-            break;
-        case OpCode::kMod:
-            failed = PerFeature<ModOp>(instruction, lanes, mask);
-            break;
-        case OpCode::kPower:
-            failed = PerFeature<PowerOp>(instruction, lanes, mask);
-            break;
-        case OpCode::kAnd:
-            failed = PerFeature<AndOp>(instruction, lanes, mask);
-            break;
-        case OpCode::kOr:
-            failed = PerFeature<OrOp>(instruction, lanes, mask);
-            break;
-        case OpCode::kNot:
-            failed = PerFeature<NotOp>(instruction, lanes, mask);
-            break;
-        case OpCode::kStore:
-            Store(instruction, lanes, depth);
-            break;
-        case OpCode::kIfBegin: {
-            const double* condition = Values(instruction.a);
-            std::int64_t* current = CurrentMask(depth + 1);
-            std::int64_t* remaining = RemainingMask(depth + 1);
-            for (std::size_t i = 0; i < lanes; i += kLanes) {
-                const Bits taken = column::IsTrue(column::Load(condition + i));
-                const Bits open = column::LoadBits(mask + i);
-                column::SaveBits(current + i, open & taken);
-                column::SaveBits(remaining + i, open & ~taken);
-            }
-            ++depth;
-            if (!AnySet(current, lanes)) {
-                pc = instruction.jump;
-                continue;
-            }
-            break;
+        // The control op codes are the last ones.
+        if (instruction.op >= OpCode::kIfBegin) {
+            pc = SkipsBranch(instruction, lanes, depth) ? instruction.jump : pc + 1;
+            continue;
         }
-        case OpCode::kIfTest: {
-            std::int64_t* current = CurrentMask(depth + 1);
-            std::int64_t* remaining = RemainingMask(depth + 1);
-            if (instruction.test2 == OpCode::kIfTest) {
-                Test(instruction.test, instruction.a, instruction.b, lanes, mask, mask, current,
-                     remaining);
-            } else {
-                Test(instruction.test, instruction.a, instruction.b, lanes, mask, mask, current,
-                     nullptr);
-                Test(instruction.test2, instruction.c, instruction.d, lanes, mask, current, current,
-                     remaining);
-            }
-            ++depth;
-            if (!AnySet(current, lanes)) {
-                pc = instruction.jump;
-                continue;
-            }
-            break;
-        }
-        case OpCode::kElseIfPrep:
-        case OpCode::kElse: {
-            const std::int64_t* remaining = RemainingMask(depth);
-            if (!AnySet(remaining, lanes)) {
-                pc = instruction.jump;
-                continue;
-            }
-            std::copy_n(remaining, lanes, CurrentMask(depth));
-            break;
-        }
-        case OpCode::kElseIfTest: {
-            const double* condition = Values(instruction.a);
-            std::int64_t* current = CurrentMask(depth);
-            std::int64_t* remaining = RemainingMask(depth);
-            for (std::size_t i = 0; i < lanes; i += kLanes) {
-                const Bits taken = column::IsTrue(column::Load(condition + i));
-                const Bits open = column::LoadBits(remaining + i);
-                column::SaveBits(current + i, open & taken);
-                column::SaveBits(remaining + i, open & ~taken);
-            }
-            if (!AnySet(current, lanes)) {
-                pc = instruction.jump;
-                continue;
-            }
-            break;
-        }
-        case OpCode::kEndIf:
-            --depth;
-            break;
-        }
+        const int failed = Compute(instruction, lanes, depth);
         if (failed != kNoError) {
             if (scalar) {
                 ThrowRuntimeError(failed);
@@ -410,7 +300,121 @@ bool Machine::Run(const std::vector<const Column*>& inputs, std::size_t offset, 
         }
         ++pc;
     }
+    return true;
+}
 
+int Machine::Compute(const Instruction& instruction, std::size_t lanes, std::size_t depth) {
+    const std::int64_t* mask = CurrentMask(depth);
+    switch (instruction.op) {
+    case OpCode::kAdd:
+        return Vector<column::Add>(instruction, lanes, mask);
+    case OpCode::kSubtract:
+        return Vector<column::Subtract>(instruction, lanes, mask);
+    case OpCode::kMultiply:
+        return Vector<column::Multiply>(instruction, lanes, mask);
+    case OpCode::kDivide:
+        return Vector<column::Divide>(instruction, lanes, mask);
+    case OpCode::kEqual:
+        return Vector<column::Equal>(instruction, lanes, mask);
+    case OpCode::kNotEqual:
+        return Vector<column::NotEqual>(instruction, lanes, mask);
+    case OpCode::kLess:
+        return Vector<column::Less>(instruction, lanes, mask);
+    case OpCode::kGreater:
+        return Vector<column::Greater>(instruction, lanes, mask);
+    case OpCode::kLessOrEqual:
+        return Vector<column::LessOrEqual>(instruction, lanes, mask);
+    case OpCode::kGreaterOrEqual:
+        return Vector<column::GreaterOrEqual>(instruction, lanes, mask);
+    case OpCode::kLogicalAnd:
+        return Vector<column::LogicalAnd>(instruction, lanes, mask);
+    case OpCode::kLogicalOr:
+        return Vector<column::LogicalOr>(instruction, lanes, mask);
+    case OpCode::kLogicalNot:
+        return Vector<column::LogicalNot>(instruction, lanes, mask);
+    case OpCode::kNegate:
+        return Vector<column::Negate>(instruction, lanes, mask);
+    case OpCode::kIntegerDivide:
+        return PerFeature<IntegerDivideOp>(instruction, lanes, mask);
+    case OpCode::kMod:
+        return PerFeature<ModOp>(instruction, lanes, mask);
+    case OpCode::kPower:
+        return PerFeature<PowerOp>(instruction, lanes, mask);
+    case OpCode::kAnd:
+        return PerFeature<AndOp>(instruction, lanes, mask);
+    case OpCode::kOr:
+        return PerFeature<OrOp>(instruction, lanes, mask);
+    case OpCode::kNot:
+        return PerFeature<NotOp>(instruction, lanes, mask);
+    case OpCode::kStore:
+        Store(instruction, lanes, depth);
+        return kNoError;
+    default:
+        return kNoError;
+    }
+}
+
+bool Machine::SkipsBranch(const Instruction& instruction, std::size_t lanes, std::size_t& depth) {
+    const std::int64_t* mask = CurrentMask(depth);
+    switch (instruction.op) {
+    case OpCode::kIfBegin: {
+        const double* condition = Values(instruction.a);
+        std::int64_t* current = CurrentMask(depth + 1);
+        std::int64_t* remaining = RemainingMask(depth + 1);
+        for (std::size_t i = 0; i < lanes; i += kLanes) {
+            const Bits taken = column::IsTrue(column::Load(condition + i));
+            const Bits open = column::LoadBits(mask + i);
+            column::SaveBits(current + i, open & taken);
+            column::SaveBits(remaining + i, open & ~taken);
+        }
+        ++depth;
+        return !AnySet(current, lanes);
+    }
+    case OpCode::kIfTest: {
+        std::int64_t* current = CurrentMask(depth + 1);
+        std::int64_t* remaining = RemainingMask(depth + 1);
+        if (instruction.test2 == OpCode::kIfTest) {
+            Test(instruction.test, instruction.a, instruction.b, lanes, mask, mask, current,
+                 remaining);
+        } else {
+            Test(instruction.test, instruction.a, instruction.b, lanes, mask, mask, current,
+                 nullptr);
+            Test(instruction.test2, instruction.c, instruction.d, lanes, mask, current, current,
+                 remaining);
+        }
+        ++depth;
+        return !AnySet(current, lanes);
+    }
+    case OpCode::kElseIfPrep:
+    case OpCode::kElse: {
+        const std::int64_t* remaining = RemainingMask(depth);
+        if (!AnySet(remaining, lanes)) {
+            return true;
+        }
+        std::copy_n(remaining, lanes, CurrentMask(depth));
+        return false;
+    }
+    case OpCode::kElseIfTest: {
+        const double* condition = Values(instruction.a);
+        std::int64_t* current = CurrentMask(depth);
+        std::int64_t* remaining = RemainingMask(depth);
+        for (std::size_t i = 0; i < lanes; i += kLanes) {
+            const Bits taken = column::IsTrue(column::Load(condition + i));
+            const Bits open = column::LoadBits(remaining + i);
+            column::SaveBits(current + i, open & taken);
+            column::SaveBits(remaining + i, open & ~taken);
+        }
+        return !AnySet(current, lanes);
+    }
+    case OpCode::kEndIf:
+        --depth;
+        return false;
+    default:
+        return false;
+    }
+}
+
+void Machine::SaveResult(std::size_t offset, std::size_t count, Column& output) {
     const double* result = Values(m_script.resultSlot);
     const std::int64_t* empty = EmptyFlags(m_script.resultSlot);
     double* values = output.values.data() + offset;
@@ -429,7 +433,6 @@ bool Machine::Run(const std::vector<const Column*>& inputs, std::size_t offset, 
         isNull[i] = null ? 1 : 0;
         values[i] = null ? 0.0 : result[i];
     }
-    return true;
 }
 
 } // namespace quorel::host::script

@@ -28,6 +28,17 @@ private:
     // feature, as if each feature ran the script alone.
     bool Run(const std::vector<const Column*>& inputs, std::size_t offset, std::size_t count,
              bool scalar, Column& output);
+    // The steps of a run over one chunk: the fields' values into their slots, the variables
+    // Empty, the code, the result slot into the output.
+    void LoadFields(const std::vector<const Column*>& inputs, std::size_t offset, std::size_t count,
+                    std::size_t lanes);
+    void ResetVariables(std::size_t lanes);
+    bool Execute(std::size_t lanes, bool scalar);
+    void SaveResult(std::size_t offset, std::size_t count, Column& output);
+    // One computing instruction (or kStore) under the current mask: 0, or an error number.
+    int Compute(const Instruction& instruction, std::size_t lanes, std::size_t depth);
+    // One control instruction (kIfBegin to kEndIf, the last op codes): whether to jump.
+    bool SkipsBranch(const Instruction& instruction, std::size_t lanes, std::size_t& depth);
 
     // Run one instruction over `lanes` features (a multiple of the vector width); 0, or the
     // error number of a feature of the mask.

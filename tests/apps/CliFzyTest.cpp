@@ -1,26 +1,19 @@
-#include "fzy/FzyFormat.h"
+#include "RunProgram.h"
+#include "tests/fzy/FzyFiles.h"
 #include "tests/support/Unprivileged.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace quorel::cli {
 namespace {
 
 namespace fs = std::filesystem;
-using Bytes = std::vector<std::uint8_t>;
-
-struct RunResult {
-    int status;
-    std::string out;
-    std::string err;
-};
+using fzy::test::Bytes;
 
 std::string ReadText(const fs::path& path) {
     std::ifstream in(path, std::ios::binary);
@@ -36,32 +29,21 @@ protected:
                    ("quorel_cli_" + std::to_string(getpid()) + "_" +
                     testing::UnitTest::GetInstance()->current_test_info()->name());
         fs::remove_all(m_folder);
-        // Output goes where an unprivileged run can write it too.
-        fs::create_directories(m_folder / "io");
-        fs::permissions(m_folder / "io", fs::perms::all);
+        fs::create_directories(m_folder);
     }
     void TearDown() override { fs::remove_all(m_folder); }
 
-    RunResult Run(const std::string& arguments) {
-        const fs::path out = m_folder / "io" / "stdout";
-        const fs::path err = m_folder / "io" / "stderr";
-        // A scratch settings folder: the user's remembered language plays no part.
-        const std::string command = "env XDG_CONFIG_HOME=" + (m_folder / "config").string() +
-                                    " LC_ALL=C " + std::string(QUOREL_PROGRAM) + " " + arguments +
-                                    " >" + out.string() + " 2>" + err.string();
-        const int raw = std::system(command.c_str());
-        return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, ReadText(out), ReadText(err)};
+    // A scratch settings folder: the user's remembered language plays no part.
+    test::ProgramResult Run(const std::vector<std::string>& arguments) {
+        return test::RunProgram(
+            QUOREL_CLI, arguments, {},
+            {{"XDG_CONFIG_HOME", (m_folder / "config").string()}, {"LC_ALL", "C"}});
     }
+    std::string Path(const std::string& name) const { return (m_folder / name).string(); }
 
-    void WriteFzy(const std::string& name, const std::vector<Bytes>& entries, std::int16_t numbers,
-                  std::int16_t records = 0) {
-        fzy::FzyHeader header;
-        header.NumberCount = numbers;
-        header.RecordCount = records;
-        Bytes file = fzy::EncodeHeader(header);
-        for (const auto& entry : entries) {
-            file.insert(file.end(), entry.begin(), entry.end());
-        }
+    void WriteFzy(const std::string& name, const std::vector<Bytes>& entries,
+                  std::int16_t numbers) {
+        const Bytes file = fzy::test::MakeFile(0, numbers, 0, entries);
         std::ofstream out(m_folder / name, std::ios::binary);
         out.write(reinterpret_cast<const char*>(file.data()),
                   static_cast<std::streamsize>(file.size()));
@@ -77,7 +59,7 @@ protected:
 
 TEST_F(CliFzyTest, dumpShowsHeaderAndEveryEntry) {
     WriteFzy("PARC.fzy", {Number("FZY_A", 2.5), Number("FZY_B", 1)}, 2);
-    const RunResult result = Run("fzy dump " + (m_folder / "PARC.fzy").string());
+    const test::ProgramResult result = Run({"fzy", "dump", Path("PARC.fzy")});
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_NE(result.out.find("NumberCount: 2\n"), std::string::npos);
     EXPECT_NE(result.out.find("entry 1 at offset 23: length 81, kind 2 (number, live)\n"
@@ -91,7 +73,7 @@ TEST_F(CliFzyTest, dumpShowsHeaderAndEveryEntry) {
 
 TEST_F(CliFzyTest, dumpOfACorruptFileShowsWhatWasReadableAndFails) {
     WriteFzy("PARC.fzy", {Number("FZY_A", 2.5)}, 3);
-    const RunResult result = Run("fzy dump " + (m_folder / "PARC.fzy").string());
+    const test::ProgramResult result = Run({"fzy", "dump", Path("PARC.fzy")});
     EXPECT_EQ(result.status, 1);
     EXPECT_NE(result.out.find("  EndMark: 99\nentry 2 at offset 104: "), std::string::npos)
         << result.out;
@@ -99,9 +81,9 @@ TEST_F(CliFzyTest, dumpOfACorruptFileShowsWhatWasReadableAndFails) {
 }
 
 TEST_F(CliFzyTest, dumpNeedsItsWordAndOneFile) {
-    EXPECT_EQ(Run("fzy show x.fzy").status, 64);
-    EXPECT_EQ(Run("fzy dump").status, 64);
-    EXPECT_EQ(Run("fzy dump " + (m_folder / "missing.fzy").string()).status, 1);
+    EXPECT_EQ(Run({"fzy", "show", "x.fzy"}).status, 64);
+    EXPECT_EQ(Run({"fzy", "dump"}).status, 64);
+    EXPECT_EQ(Run({"fzy", "dump", Path("missing.fzy")}).status, 1);
 }
 
 const char* const kLastEntryOfFzyA = "Résultats FZY_A(alias :FZY_A) forme 3 forme :\n"
@@ -117,7 +99,7 @@ class CliMetaExtensionTest : public CliFzyTest, public testing::WithParamInterfa
 TEST_P(CliMetaExtensionTest, showsTheLastNumberEntryOfTheField) {
     WriteFzy("PARC.fzy", {Number("FZY_A", 2.5), Number("FZY_A", 7)}, 2);
     const std::string shapefile = std::string("PARC") + GetParam();
-    const RunResult result = Run("meta " + (m_folder / shapefile).string() + " FZY_A");
+    const test::ProgramResult result = Run({"meta", Path(shapefile), "FZY_A"});
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(result.out, kLastEntryOfFzyA);
     EXPECT_FALSE(fs::exists(m_folder / (shapefile + ".fzy")));
@@ -127,7 +109,7 @@ INSTANTIATE_TEST_SUITE_P(Extensions, CliMetaExtensionTest, testing::Values(".shp
 
 TEST_F(CliFzyTest, metaWithoutEntriesShowsText153AndWritesNothing) {
     // No metadata file: none is made.
-    RunResult result = Run("meta " + (m_folder / "NEW.shp").string() + " SLOPE");
+    test::ProgramResult result = Run({"meta", Path("NEW.shp"), "SLOPE"});
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(result.out, "Aucune métadonnée n'est enregistrée pour cet attribut.\n"); // text 153
     EXPECT_FALSE(fs::exists(m_folder / "NEW.fzy"));
@@ -137,7 +119,7 @@ TEST_F(CliFzyTest, metaWithoutEntriesShowsText153AndWritesNothing) {
         std::ofstream out(m_folder / "OLD.fzy", std::ios::binary);
         out << std::string(10, '\xAB');
     }
-    result = Run("meta " + (m_folder / "OLD.shp").string() + " SLOPE");
+    result = Run({"meta", Path("OLD.shp"), "SLOPE"});
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(result.out, "Aucune métadonnée n'est enregistrée pour cet attribut.\n");
     EXPECT_EQ(ReadText(m_folder / "OLD.fzy"), std::string(10, '\xAB'));
@@ -152,18 +134,18 @@ TEST_F(CliFzyTest, metaReadsAFolderItCannotWrite) {
     fs::permissions(folder, fs::perms::owner_read | fs::perms::owner_exec | fs::perms::group_read |
                                 fs::perms::group_exec | fs::perms::others_read |
                                 fs::perms::others_exec);
-    RunResult result;
+    test::ProgramResult result;
     const int child = test::RunUnprivileged([&] {
-        result = Run("meta " + (folder / "PARC.shp").string() + " FZY_A");
+        result = Run({"meta", (folder / "PARC.shp").string(), "FZY_A"});
         return result.status == 0 && result.out == kLastEntryOfFzyA ? 0 : 1;
     });
     fs::permissions(folder, fs::perms::owner_all);
-    EXPECT_EQ(child, 0) << ReadText(m_folder / "io" / "stderr");
+    EXPECT_EQ(child, 0);
     EXPECT_EQ(fs::directory_iterator(folder)->path().filename(), "PARC.fzy");
 }
 
 TEST_F(CliFzyTest, metaReportsAMissingFolderAsTheButtonDoes) {
-    const RunResult result = Run("meta " + (m_folder / "gone" / "A.shp").string() + " SLOPE");
+    const test::ProgramResult result = Run({"meta", Path("gone/A.shp"), "SLOPE"});
     EXPECT_EQ(result.status, 1);
     EXPECT_NE(result.err.find(" Sum_table Debug=1"), std::string::npos) << result.err;
 }

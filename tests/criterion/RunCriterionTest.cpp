@@ -9,7 +9,9 @@
 #include "fzy/IO_fzyext.h"
 #include "host/shapefile/Application.h"
 #include "host/shapefile/Shapefile.h"
+#include "tests/fzy/FzyFiles.h"
 #include "tests/host/shapefile/TestShapefiles.h"
+#include "tests/support/RecordingMessageUi.h"
 #include "util/Error.h"
 #include "util/MessageUi.h"
 
@@ -169,16 +171,6 @@ INSTANTIATE_TEST_SUITE_P(Kinds, RunKindTest,
                                            KindCase{4, {"2", "12.5", "", ""}},
                                            KindCase{5, {"0", "5", "15", "25"}}));
 
-TEST_F(RunCriterionTest, longNamesAreCutAndNumberedAgainstTheTablesFields) {
-    for (int run = 0; run < 3; ++run) {
-        ASSERT_EQ(Run(Trapezoid, {"0", "5", "15", "25"}, "POPULATION", "FZY_POPULATION"),
-                  RunOutcome::Done)
-            << LastBox();
-    }
-    EXPECT_EQ(FieldNames(), (std::vector<std::string>{"POPULATION", "SLOPE", "NAME", "FZY_POPULA",
-                                                      "FZY_POPUL1", "FZY_POPUL2"}));
-}
-
 TEST_F(RunCriterionTest, fromTheTenthNumberedCandidateTheNameKeepsTenCharacters) {
     class NamedFields final : public host::IFields {
     public:
@@ -287,13 +279,8 @@ TEST_F(RunCriterionTest, validationDropsTheEntryOfAFieldRemovedFromTheTable) {
 
 TEST_F(RunCriterionTest, aFullMetadataFileRefusesTheRunBeforeTheFieldIsAdded) {
     const auto file = [](std::int16_t numberCount, const std::vector<std::uint8_t>& entries) {
-        fzy::FzyHeader header;
-        header.NumberCount = numberCount;
-        std::string bytes;
-        for (const auto& part : {fzy::EncodeHeader(header), entries}) {
-            bytes.append(part.begin(), part.end());
-        }
-        return bytes;
+        const fzy::test::Bytes bytes = fzy::test::MakeFile(0, numberCount, 0, {entries});
+        return std::string(bytes.begin(), bytes.end());
     };
     // At the size limit, its one entry kept by validation; at the count limit, 32,767 entries
     // deleted but not yet counted so.

@@ -4,6 +4,7 @@
 #include "dialog/frm_back.h"
 #include "host/shapefile/Application.h"
 #include "lang/SettingsStore.h"
+#include "tests/support/RecordingMessageUi.h"
 #include "util/MessageUi.h"
 
 #include <QString>

@@ -1,6 +1,7 @@
 #include "errors/Component.h"
 #include "errors/ErrorLog.h"
 #include "tests/errors/ComponentProbe.h"
+#include "tests/support/RecordingMessageUi.h"
 
 #include <gtest/gtest.h>
 

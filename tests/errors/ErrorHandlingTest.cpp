@@ -1,4 +1,5 @@
 #include "errors/ErrorHandling.h"
+#include "tests/support/RecordingMessageUi.h"
 #include "tests/support/TextLines.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,5 @@
 #include "errors/ErrorLog.h"
+#include "tests/support/RecordingMessageUi.h"
 #include "tests/support/TextLines.h"
 
 #include <gtest/gtest.h>
@@ -76,14 +77,6 @@ TEST_F(ErrorLogTest, formatsTheReportLineByLine) {
     EXPECT_EQ(SplitLines(text), expected);
 }
 
-TEST_F(ErrorLogTest, lineZeroHasNoLinePart) {
-    ErrorLog log = MakeLog();
-    const auto lines = SplitLines(
-        log.FormatErrorText("6", "Overflow", "frm_back(Quorel)", "listLang1_Click", 0, ""));
-    ASSERT_GE(lines.size(), 3u);
-    EXPECT_EQ(lines[2], "Error#6 in frm_back(Quorel) - listLang1_Click");
-}
-
 TEST_F(ErrorLogTest, reportShowsCriticalBoxWithNumberAndSourceInTitle) {
     ErrorLog log = MakeLog();
     const std::string text = log.ReportError(Error(11, "Quorel", "Division by zero"), "frm_back",
@@ -92,7 +85,7 @@ TEST_F(ErrorLogTest, reportShowsCriticalBoxWithNumberAndSourceInTitle) {
     EXPECT_EQ(m_ui.boxes[0].icon, util::MessageIcon::Critical);
     EXPECT_EQ(m_ui.boxes[0].title, std::optional<std::string>("Error#11 - Quorel"));
     EXPECT_EQ(m_ui.boxes[0].text, text);
-    EXPECT_EQ(SplitLines(text)[2], "Error#11 in frm_back(Quorel) - cmd_go_Click");
+    EXPECT_EQ(SplitLines(text)[2], "Error#11 in frm_back(Quorel) - cmd_go_Click"); // line 0: none
 }
 
 TEST_F(ErrorLogTest, twoReportsGiveTwoEntriesInTheLogBesideTheComponent) {

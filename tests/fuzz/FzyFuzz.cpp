@@ -5,6 +5,7 @@
 #include "fzy/FzyFormat.h"
 #include "fzy/IO_fzyext.h"
 #include "host/memory/MemoryHost.h"
+#include "tests/support/RecordingMessageUi.h"
 #include "util/Error.h"
 #include "util/MessageUi.h"
 #include "util/TextSource.h"

@@ -1,6 +1,7 @@
-// Writes a seed corpus of valid metadata files for the fuzz target into the given folder.
+// Writes a seed corpus for the fuzz target into the given folder: valid metadata files and the
+// damaged ones the tests use.
 
-#include "fzy/FzyFormat.h"
+#include "tests/fzy/FzyFiles.h"
 
 #include <cstdio>
 #include <filesystem>
@@ -8,40 +9,8 @@
 #include <string>
 #include <vector>
 
-namespace {
-
 using namespace quorel::fzy;
-using Bytes = std::vector<std::uint8_t>;
-
-NumberEntry Number(const std::string& field, std::int16_t kind, const std::string& folder) {
-    return NumberEntry{field, kind,   field,       1.5,     2,       1e14,
-                       -3.25, folder, "PARCELLES", 45356.5, kEndMark};
-}
-
-RecordEntry Record(const std::string& field) {
-    return RecordEntry{field,           -7,     field + "_alias", "t3",        "t4",     "SLOPE",
-                       "C:\\SIG\\data", "PARC", "ALTI",           "/data/sig", "RELIEF", 45356.25};
-}
-
-Bytes File(std::int16_t records, std::int16_t numbers, std::int16_t deleted,
-           const std::vector<Bytes>& entries) {
-    FzyHeader header;
-    header.RecordCount = records;
-    header.NumberCount = numbers;
-    header.DeletedCount = deleted;
-    Bytes file = EncodeHeader(header);
-    for (const auto& entry : entries) {
-        file.insert(file.end(), entry.begin(), entry.end());
-    }
-    return file;
-}
-
-Bytes Deleted(Bytes entry) {
-    entry[2] = static_cast<std::uint8_t>(entry[2] + kDeletedKindStep);
-    return entry;
-}
-
-} // namespace
+using namespace quorel::fzy::test;
 
 int main(int argc, char** argv) {
     if (argc != 2) {
@@ -50,19 +19,29 @@ int main(int argc, char** argv) {
     }
     const std::filesystem::path folder = argv[1];
     std::filesystem::create_directories(folder);
-    const Bytes a = EncodeNumberEntry(Number("FZY_A", 2, "/data/sig"));
-    const Bytes b = EncodeNumberEntry(Number("FZY_B", 5, "C:\\SIG\\data"));
-    const Bytes r = EncodeRecordEntry(Record("REC"));
-    const std::vector<std::pair<std::string, Bytes>> seeds = {
-        {"new", {1, 0, 0, 0, 0, 0, 0, 0}},
-        {"header_only", File(0, 0, 0, {})},
-        {"one_number", File(0, 1, 0, {a})},
-        {"two_numbers", File(0, 2, 0, {a, b})},
-        {"same_name_twice", File(0, 2, 0, {a, a})},
-        {"record_and_numbers", File(1, 2, 0, {a, r, b})},
-        {"deleted_kinds", File(1, 2, 2, {Deleted(r), a, Deleted(b)})},
-        {"vanished_field", File(0, 2, 0, {b, a})},
+    NumberEntry other = MakeNumber("FZY_B");
+    other.NumberKind = 5;
+    other.Folder = "C:\\SIG\\data";
+    const Bytes a = EncodeNumberEntry(MakeNumber("FZY_A"));
+    const Bytes b = EncodeNumberEntry(other);
+    const Bytes r = EncodeRecordEntry(MakeRecord("REC"));
+    const auto deleted = [](const Bytes& entry, std::int16_t kind) {
+        return WithKind(entry, static_cast<std::int16_t>(kind + kDeletedKindStep));
     };
+    std::vector<std::pair<std::string, Bytes>> seeds = {
+        {"new", {1, 0, 0, 0, 0, 0, 0, 0}},
+        {"header_only", MakeFile(0, 0, 0, {})},
+        {"one_number", MakeFile(0, 1, 0, {a})},
+        {"two_numbers", MakeFile(0, 2, 0, {a, b})},
+        {"same_name_twice", MakeFile(0, 2, 0, {a, a})},
+        {"record_and_numbers", MakeFile(1, 2, 0, {a, r, b})},
+        {"deleted_kinds",
+         MakeFile(1, 2, 2, {deleted(r, kRecordEntryKind), a, deleted(b, kNumberEntryKind)})},
+        {"vanished_field", MakeFile(0, 2, 0, {b, a})},
+    };
+    for (const DamagedFzyFile& damaged : DamagedFzyFiles()) {
+        seeds.emplace_back(std::string("damaged_") + damaged.name, damaged.file);
+    }
     for (const auto& [name, bytes] : seeds) {
         std::ofstream out(folder / (name + ".fzy"), std::ios::binary | std::ios::trunc);
         out.write(reinterpret_cast<const char*>(bytes.data()),

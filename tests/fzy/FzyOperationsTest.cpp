@@ -1,5 +1,7 @@
 #include "tests/fzy/FzyTestSupport.h"
 
+#include "fzy/FzyDump.h"
+
 #include "util/AutomationDate.h"
 #include "util/Error.h"
 
@@ -242,78 +244,40 @@ TEST_F(FzyDescriptionTest, readTextReadsWindows1252Bytes) {
     EXPECT_EQ(m_io.fzy_io_readtext(0, 23), "");
 }
 
-// Corrupt files: each search ends in its own reported error, and nothing is written.
-struct CorruptCase {
-    const char* name;
-    Bytes file;
-    int numberStep;
-    bool recordSearchFails;
-};
+// Damaged files: the dump refuses each, each search that meets the damage reports its step,
+// and nothing is written.
+class FzyDamagedFileTest : public FzyFixture, public testing::WithParamInterface<DamagedFzyFile> {};
 
-void PrintTo(const CorruptCase& c, std::ostream* os) {
-    *os << c.name;
-}
-
-Bytes CorruptLength(std::int16_t length) {
-    Bytes entry = EncodeNumberEntry(MakeNumber("FZY_A"));
-    entry[0] = static_cast<std::uint8_t>(length & 0xFF);
-    entry[1] = static_cast<std::uint8_t>((length >> 8) & 0xFF);
-    return MakeFile(0, 2, 0, {entry, EncodeNumberEntry(MakeNumber("FZY_B"))});
-}
-
-Bytes TextPastEnd() {
-    Bytes entry = EncodeNumberEntry(MakeNumber("FZY_A"));
-    entry[4] = 0x00;
-    entry[5] = 0x10; // a 4096-byte name in a short file
-    return MakeFile(0, 1, 0, {entry});
-}
-
-Bytes Truncated() {
-    Bytes file = MakeFile(0, 1, 0, {EncodeNumberEntry(MakeNumber("FZY_A"))});
-    file.resize(file.size() - 10); // Created and the end mark
-    return file;
-}
-
-Bytes CountsLie() {
-    return MakeFile(0, 5, 0, {EncodeNumberEntry(MakeNumber("FZY_A"))});
-}
-
-class FzyCorruptTest : public FzyFixture, public testing::WithParamInterface<CorruptCase> {};
-
-TEST_P(FzyCorruptTest, searchesReportAndWriteNothing) {
-    WriteBytes(FzyPath(), GetParam().file);
+TEST_P(FzyDamagedFileTest, readersReportTheDamageAndWriteNothing) {
+    const DamagedFzyFile& c = GetParam();
+    std::ostringstream dump;
+    EXPECT_THROW(DumpFzy(c.file, dump), Error);
+    WriteBytes(FzyPath(), c.file);
     Open();
     EXPECT_FALSE(m_io.fzy_io_numberinfo("FZY_A"));
-    ASSERT_EQ(m_ui.boxes.size(), 1u);
-    EXPECT_NE(m_ui.boxes[0].text.find(" fzy_io_numberinfo Debug=" +
-                                      std::to_string(GetParam().numberStep)),
-              std::string::npos)
-        << m_ui.boxes[0].text;
-    EXPECT_EQ(m_ui.boxes[0].icon, util::MessageIcon::None);
-    EXPECT_FALSE(m_ui.boxes[0].title);
-
     EXPECT_FALSE(m_io.fzy_io_recordinfo("FZY_A", ""));
-    if (GetParam().recordSearchFails) {
-        ASSERT_EQ(m_ui.boxes.size(), 2u);
-        EXPECT_NE(m_ui.boxes[1].text.find(" fzy_io_recordinfo Debug=2"), std::string::npos);
-    } else {
-        EXPECT_EQ(m_ui.boxes.size(), 1u);
+    std::vector<std::string> expected;
+    if (c.numberStep != 0) {
+        expected.push_back(" fzy_io_numberinfo Debug=" + std::to_string(c.numberStep));
+    }
+    if (c.recordStep != 0) {
+        expected.push_back(" fzy_io_recordinfo Debug=" + std::to_string(c.recordStep));
+    }
+    ASSERT_EQ(m_ui.boxes.size(), expected.size());
+    for (std::size_t i = 0; i < expected.size(); ++i) {
+        EXPECT_NE(m_ui.boxes[i].text.find(expected[i]), std::string::npos) << m_ui.boxes[i].text;
+        EXPECT_EQ(m_ui.boxes[i].icon, util::MessageIcon::None);
+        EXPECT_FALSE(m_ui.boxes[i].title);
     }
     m_io.fzy_io_close();
-    EXPECT_EQ(ReadBytes(FzyPath()), GetParam().file);
+    EXPECT_EQ(ReadBytes(FzyPath()), c.file);
 }
 
-INSTANTIATE_TEST_SUITE_P(Files, FzyCorruptTest,
-                         testing::Values(CorruptCase{"zeroLength", CorruptLength(0), 2, true},
-                                         CorruptCase{"negativeLength", CorruptLength(-30), 2, true},
-                                         CorruptCase{"lengthPastEnd", CorruptLength(4000), 2, true},
-                                         CorruptCase{"textPastEnd", TextPastEnd(), 3, false},
-                                         CorruptCase{"truncated", Truncated(), 5, false},
-                                         CorruptCase{"countsLie", CountsLie(), 2, true}),
+INSTANTIATE_TEST_SUITE_P(Files, FzyDamagedFileTest, testing::ValuesIn(DamagedFzyFiles()),
                          [](const auto& testInfo) { return std::string(testInfo.param.name); });
 
 TEST_F(FzyDescriptionTest, localErrorTextHasNumberTwoBlanksDescriptionLabelAndStep) {
-    WriteBytes(FzyPath(), CountsLie());
+    WriteBytes(FzyPath(), MakeFile(0, 5, 0, {EncodeNumberEntry(MakeNumber("FZY_A"))}));
     Open();
     m_io.fzy_io_numberinfo("FZY_A");
     ASSERT_EQ(m_ui.boxes.size(), 1u);

@@ -2,6 +2,8 @@
 
 #include "fzy/FzyFormat.h"
 #include "fzy/IO_fzyext.h"
+#include "tests/fzy/FzyFiles.h"
+#include "tests/support/RecordingMessageUi.h"
 #include "tests/support/TextLines.h"
 #include "util/MessageUi.h"
 #include "util/TextSource.h"
@@ -17,7 +19,6 @@
 namespace quorel::fzy::test {
 
 namespace fs = std::filesystem;
-using Bytes = std::vector<std::uint8_t>;
 
 // Every text id reads "T" and the id, so that descriptions show which text went where.
 class IdTextSource final : public util::ITextSource {
@@ -42,62 +43,6 @@ inline void WriteBytes(const fs::path& path, const Bytes& bytes) {
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
     out.write(reinterpret_cast<const char*>(bytes.data()),
               static_cast<std::streamsize>(bytes.size()));
-}
-
-// A whole file: header with the given counts, then the entries back to back.
-inline Bytes MakeFile(std::int16_t recordCount, std::int16_t numberCount, std::int16_t deletedCount,
-                      const std::vector<Bytes>& entries) {
-    FzyHeader header;
-    header.RecordCount = recordCount;
-    header.NumberCount = numberCount;
-    header.DeletedCount = deletedCount;
-    Bytes file = EncodeHeader(header);
-    for (const auto& entry : entries) {
-        file.insert(file.end(), entry.begin(), entry.end());
-    }
-    return file;
-}
-
-inline NumberEntry MakeNumber(const std::string& field, double created = 45356.5) {
-    NumberEntry entry;
-    entry.FieldName = field;
-    entry.NumberKind = 2;
-    entry.AliasName = field;
-    entry.A = 1;
-    entry.B = 2;
-    entry.C = 3;
-    entry.D = 4;
-    entry.Folder = "/data/sig";
-    entry.ShapeName = "PARCELLES";
-    entry.Created = created;
-    return entry;
-}
-
-inline RecordEntry MakeRecord(const std::string& field) {
-    RecordEntry entry;
-    entry.FieldName = field;
-    entry.Code = -7;
-    entry.AliasName = field + "_alias";
-    entry.Text3 = "hidden3";
-    entry.Text4 = "hidden4";
-    entry.Field1 = "SLOPE";
-    entry.Folder1 = "C:\\SIG\\data";
-    entry.Shape1 = "PARC";
-    entry.Field2 = "ALTI";
-    entry.Folder2 = "/data/sig";
-    entry.Shape2 = "RELIEF";
-    entry.Created = 45356.25;
-    return entry;
-}
-
-inline Bytes WithKind(Bytes entry, std::int16_t kind) {
-    entry[2] = static_cast<std::uint8_t>(kind & 0xFF);
-    entry[3] = static_cast<std::uint8_t>((kind >> 8) & 0xFF);
-    return entry;
-}
-
-inline std::int16_t Int16At(const Bytes& bytes, std::size_t offset) {
-    return static_cast<std::int16_t>(bytes.at(offset) | (bytes.at(offset + 1) << 8));
 }
 
 // A scratch folder and a fresh component state per test.

@@ -4,6 +4,7 @@
 #include "lang/LanguageList.h"
 #include "lang/SelectStatement.h"
 #include "lang/SettingsStore.h"
+#include "tests/support/RecordingMessageUi.h"
 #include "util/Error.h"
 #include "util/MessageUi.h"
 

@@ -4,6 +4,7 @@
 #include "LangFixtures.h"
 #include "errors/ErrorLog.h"
 #include "lang/SettingsStore.h"
+#include "tests/support/RecordingMessageUi.h"
 #include "util/MessageUi.h"
 
 #include <gtest/gtest.h>

@@ -3,6 +3,7 @@
 #include "LangFixtures.h"
 #include "lang/Module1.h"
 #include "lang/SettingsStore.h"
+#include "tests/support/RecordingMessageUi.h"
 #include "util/Error.h"
 #include "util/MessageUi.h"
 

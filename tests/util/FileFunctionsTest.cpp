@@ -1,4 +1,5 @@
 #include "util/FileFunctions.h"
+#include "tests/support/RecordingMessageUi.h"
 #include "util/ListControl.h"
 #include "util/MessageUi.h"
 

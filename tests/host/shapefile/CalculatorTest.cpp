@@ -11,6 +11,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 
@@ -62,45 +63,6 @@ struct KindCase {
     int kind;
     double a, b, c, d;
 };
-
-void PrintTo(const KindCase& c, std::ostream* os) {
-    *os << "kind " << c.kind;
-}
-
-class CalculatorKindTest : public CalculatorTest, public ::testing::WithParamInterface<KindCase> {};
-
-TEST_P(CalculatorKindTest, storesEachFeaturesDegreeAsGdalReadsIt) {
-    const KindCase& k = GetParam();
-    const auto script = criterion::BuildPreExpression(k.kind, "SLOPE", k.a, k.b, k.c, k.d);
-    ASSERT_TRUE(script);
-    NewCalculator(*script, "OUT")->Calculate();
-
-    const testing::GdalTable table = testing::ReadWithGdal(m_folder.File("parcels.shp"));
-    ASSERT_EQ(table.rows.size(), 40u);
-    for (std::size_t i = 0; i < table.rows.size(); ++i) {
-        SCOPED_TRACE(i);
-        EXPECT_TRUE(table.geometryIsSet[i]);
-        if (IsNull(table.rows[i][0])) {
-            // A Null value makes every comparison Null: only the singleton's Else assigns.
-            if (k.kind == criterion::Singleton) {
-                EXPECT_EQ(table.rows[i][2], Value(1.0));
-            } else {
-                EXPECT_TRUE(IsNull(table.rows[i][2]));
-            }
-            continue;
-        }
-        const double x = std::get<double>(table.rows[i][0]);
-        EXPECT_EQ(table.rows[i][2],
-                  Value(Stored(criterion::Membership(k.kind, x, k.a, k.b, k.c, k.d))));
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(Kinds, CalculatorKindTest,
-                         ::testing::Values(KindCase{1, 3.0, 1e14, 1e15, 1e16},
-                                           KindCase{2, 0.0, 10.0, 20.0, 1e15},
-                                           KindCase{3, -2.0, 7.5, 1e14, 1e15},
-                                           KindCase{4, -1e16, -1e15, 0.0, 10.0},
-                                           KindCase{5, 0.0, 5.0, 15.0, 25.5}));
 
 TEST_F(CalculatorTest, reportsProgressToTheStatusBarThenHidesIt) {
     // On one thread every batch is reported; on several, those of the calling thread (the
@@ -177,6 +139,58 @@ TEST_F(CalculatorTest, withoutPreExpressionTheEmptyValIsStoredAsNull) {
     for (const auto& row : testing::ReadWithGdal(m_folder.File("parcels.shp")).rows) {
         EXPECT_TRUE(IsNull(row[2]));
     }
+}
+
+TEST_F(CalculatorTest, aScriptReadsTheRecordNumberAsFid) {
+    NewCalculator("Val = [FID] + 0.5", "OUT")->Calculate();
+    const testing::GdalTable table = testing::ReadWithGdal(m_folder.File("parcels.shp"));
+    ASSERT_EQ(table.rows.size(), 40u);
+    for (std::size_t i = 0; i < table.rows.size(); ++i) {
+        EXPECT_EQ(table.rows[i][2], Value(static_cast<double>(i) + 0.5)) << i;
+    }
+}
+
+// Deleted records keep their bytes and their flag, and get Null; the live ones around them get
+// their values.
+TEST_F(CalculatorTest, deletedRecordsKeepTheirBytesWhenTheColumnIsFilled) {
+    const std::string dbf = m_folder.File("parcels.dbf");
+    const std::vector<std::size_t> deleted = {0, 13, 39};
+    std::vector<std::string> kept;
+    {
+        DbfBatchFile file(dbf, true);
+        while (file.Next()) {
+            for (std::size_t r = 0; r < file.BatchSize(); ++r) {
+                const std::size_t index = file.BatchFirstRecord() + r;
+                if (std::find(deleted.begin(), deleted.end(), index) != deleted.end()) {
+                    file.Record(r)[0] = '*';
+                    kept.emplace_back(file.Record(r), file.Header().recordLength);
+                }
+            }
+            file.Write();
+        }
+    }
+    NewCalculator("Val = [SLOPE] * 2", "OUT")->Calculate();
+
+    DbfBatchFile file(dbf, false);
+    const DbfField slope = file.Header().fields[0];
+    const DbfField out = file.Header().fields[2];
+    std::size_t seenDeleted = 0;
+    while (file.Next()) {
+        for (std::size_t r = 0; r < file.BatchSize(); ++r) {
+            const char* record = file.Record(r);
+            if (DbfBatchFile::IsDeleted(record)) {
+                ASSERT_LT(seenDeleted, kept.size());
+                const std::string& before = kept[seenDeleted++];
+                EXPECT_EQ(std::string(record, before.size()), before);
+                EXPECT_FALSE(ParseDbfNumber(FieldBytes(record, out))); // Null, never computed
+                continue;
+            }
+            const std::optional<double> x = ParseDbfNumber(FieldBytes(record, slope));
+            const std::optional<double> value = ParseDbfNumber(FieldBytes(record, out));
+            EXPECT_EQ(value, x ? std::optional(Stored(*x * 2)) : std::nullopt);
+        }
+    }
+    EXPECT_EQ(seenDeleted, deleted.size());
 }
 
 // Tables repeat their values (classes, slopes to two decimals), and features with the same text

@@ -58,39 +58,13 @@ TEST_P(DbfNumberFormatTest, fillsTheFixedWidthOrRefuses) {
 
 INSTANTIATE_TEST_SUITE_P(
     Widths, DbfNumberFormatTest,
-    ::testing::Values(FormatCase{0.5, 19, 11, "      0.50000000000"},
-                      FormatCase{1.0, 19, 11, "      1.00000000000"},
-                      FormatCase{-0.25, 19, 11, "     -0.25000000000"},
-                      FormatCase{1.0 / 3.0, 19, 11, "      0.33333333333"},
-                      // Too wide for 11 decimals: as many as fit.
-                      FormatCase{12345678.5, 19, 11, "12345678.5000000000"},
+    // What the quick way leaves to the general one (the differential test below covers the rest):
+    // too wide for 11 decimals, as many as fit; the exponent form; Null; too wide for anything.
+    ::testing::Values(FormatCase{12345678.5, 19, 11, "12345678.5000000000"},
                       FormatCase{1e300, 19, 11, "1.000000000000e+300"},
                       FormatCase{std::nullopt, 19, 11, "*******************"},
                       FormatCase{std::numeric_limits<double>::quiet_NaN(), 5, 0, "*****"},
                       FormatCase{42.0, 4, 0, "  42"}, FormatCase{123456.0, 4, 0, std::nullopt}));
-
-struct ParseCase {
-    std::string text;
-    std::optional<double> value;
-};
-
-void PrintTo(const ParseCase& c, std::ostream* os) {
-    *os << ::testing::PrintToString(c.text);
-}
-
-class DbfNumberParseTest : public ::testing::TestWithParam<ParseCase> {};
-
-TEST_P(DbfNumberParseTest, readsBlankPaddedNumbersAndNulls) {
-    EXPECT_EQ(ParseDbfNumber(GetParam().text), GetParam().value);
-}
-
-INSTANTIATE_TEST_SUITE_P(Texts, DbfNumberParseTest,
-                         ::testing::Values(ParseCase{"   12.5", 12.5}, ParseCase{"-0.5 ", -0.5},
-                                           ParseCase{"+3", 3.0}, ParseCase{"1.5e3", 1500.0},
-                                           ParseCase{"", std::nullopt},
-                                           ParseCase{"      ", std::nullopt},
-                                           ParseCase{"*****", std::nullopt},
-                                           ParseCase{"12abc", std::nullopt}));
 
 // Numbers are read and written without the standard library's general routines where a quicker
 // exact way exists; the results must stay those of from_chars and to_chars, to the last bit and
@@ -459,14 +433,19 @@ INSTANTIATE_TEST_SUITE_P(
         RefusedName{"", "Invalid field name:  (a shapefile's field names have 1 to 10 "
                         "characters)"}));
 
-// A header that counts more records than the file holds, or fewer (the rewrite would drop those
-// behind), is a damaged table: nothing is written.
-class DbfMiscountTest : public DbfAddFieldTest,
-                        public ::testing::WithParamInterface<std::function<void(std::string&)>> {};
+// Damaged tables: adding a field refuses each, naming it, and writes nothing. A header that
+// counts fewer records than the file holds is among them: the rewrite would drop those behind.
+struct DamagedTable {
+    const char* name;
+    std::function<void(std::string&)> damage;
+};
 
-TEST_P(DbfMiscountTest, refusesTheTableAndLeavesItAsItWas) {
+class DbfDamagedTableTest : public DbfAddFieldTest,
+                            public ::testing::WithParamInterface<DamagedTable> {};
+
+TEST_P(DbfDamagedTableTest, refusesTheTableAndLeavesItAsItWas) {
     std::string bytes = ReadBytes(m_dbf);
-    GetParam()(bytes);
+    GetParam().damage(bytes);
     { std::ofstream(m_dbf, std::ios::binary | std::ios::trunc) << bytes; }
     try {
         AddDbfField(m_dbf, "NEW", 'N', 19, 11);
@@ -480,9 +459,18 @@ TEST_P(DbfMiscountTest, refusesTheTableAndLeavesItAsItWas) {
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Headers, DbfMiscountTest,
-    ::testing::Values([](std::string& bytes) { bytes.resize(bytes.size() - 20); },
-                      [](std::string& bytes) { bytes[4] = 1; }));
+    Tables, DbfDamagedTableTest,
+    ::testing::Values(
+        DamagedTable{"shorterThanItsHeaderSays",
+                     [](std::string& bytes) { bytes.resize(bytes.size() - 20); }},
+        DamagedTable{"headerCountsOneOfThree", [](std::string& bytes) { bytes[4] = 1; }},
+        DamagedTable{"headerLengthTooShort", [](std::string& bytes) { bytes[8] = bytes[9] = 0; }},
+        DamagedTable{"fieldsLongerThanRecords",
+                     [](std::string& bytes) {
+                         bytes[10] = 2;
+                         bytes[11] = 0;
+                     }}),
+    [](const auto& test) { return std::string(test.param.name); });
 
 TEST_F(DbfAddFieldTest, theNewTableKeepsTheOwnerAndModeOfTheOld) {
     ASSERT_EQ(::chmod(m_dbf.c_str(), 0604), 0);
