@@ -116,12 +116,7 @@ std::int32_t MemoryFeatureClass::FindField(const std::string& name) const {
 }
 
 void MemoryFeatureClass::AddField(const IField& field) {
-    if (m_failNumber != 0) {
-        const std::int32_t number = std::exchange(m_failNumber, 0);
-        throw Error(number, kSource, m_failDescription);
-    }
-    if (field.Name().empty() || m_fields->FindField(field.Name()) >= 0 ||
-        (m_nameByteLimit && FieldNameByteLength(field.Name()) > *m_nameByteLimit)) {
+    if (field.Name().empty() || m_fields->FindField(field.Name()) >= 0) {
         throw Error(error_number::kHostFailure, kSource, "Cannot add field '" + field.Name() + "'");
     }
     m_fields->Add(std::make_shared<MemoryField>(field.Name(), field.Type(), field.AliasName()));
@@ -162,11 +157,6 @@ void MemoryFeatureClass::DeleteField(const std::string& name) {
     for (auto& row : m_rows) {
         row.erase(row.begin() + index);
     }
-}
-
-void MemoryFeatureClass::FailNextAddField(std::int32_t number, const std::string& description) {
-    m_failNumber = number;
-    m_failDescription = description;
 }
 
 std::shared_ptr<IFeatureWorkspace> MemoryWorkspaceFactory::OpenFromFile(const std::string& path,

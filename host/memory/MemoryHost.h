@@ -112,11 +112,11 @@ public:
     std::shared_ptr<IWorkspace> Workspace() const override { return m_workspace.lock(); }
     std::shared_ptr<IFields> Fields() const override { return m_fields; }
     std::int32_t FindField(const std::string& name) const override;
-    // Adds a copy of the field; every row gets Null. An existing name, or one over the byte
-    // limit, throws.
+    // Adds a copy of the field; every row gets Null. An empty or existing name throws.
     void AddField(const IField& field) override;
     std::shared_ptr<ICursor> Search(bool recycling) override;
-    std::optional<std::size_t> FieldNameByteLimit() const override { return m_nameByteLimit; }
+    // No limit: names are held as given.
+    std::optional<std::size_t> FieldNameByteLimit() const override { return std::nullopt; }
     // Names are held as given, in UTF-8.
     std::size_t FieldNameByteLength(const std::string& name) const override { return name.size(); }
 
@@ -126,10 +126,6 @@ public:
     Value GetValue(std::size_t row, std::int32_t field) const;
     void SetValue(std::size_t row, std::int32_t field, const Value& value);
     void DeleteField(const std::string& name);
-    // The next AddField throws this error instead of adding (a locked table, a full disk).
-    void FailNextAddField(std::int32_t number, const std::string& description);
-    // Limits field names to so many bytes, as some sources do; none by default.
-    void LimitFieldNames(std::optional<std::size_t> bytes) { m_nameByteLimit = bytes; }
 
 private:
     MemoryFeatureClass(std::shared_ptr<MemoryWorkspace> workspace, std::string name,
@@ -141,9 +137,6 @@ private:
     std::int32_t m_shapeType;
     std::shared_ptr<MemoryFields> m_fields = std::make_shared<MemoryFields>();
     std::vector<std::vector<Value>> m_rows;
-    std::int32_t m_failNumber = 0;
-    std::string m_failDescription;
-    std::optional<std::size_t> m_nameByteLimit;
 };
 
 class MemoryWorkspaceFactory final : public IWorkspaceFactory {
