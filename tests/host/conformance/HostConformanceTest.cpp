@@ -33,6 +33,10 @@ struct HostFixture {
     std::optional<std::size_t> nameByteLimit;
 };
 
+void PrintTo(const HostFixture& host, std::ostream* os) {
+    *os << host.name;
+}
+
 const std::vector<std::string> kFields{"SLOPE", "AREA"};
 const Rows kRows{{-1.0, 10}, {2.5, 20}, {10.0, 30}, {20.0, 40}, {30.0, 50}};
 
