@@ -183,7 +183,8 @@ public:
 };
 
 // The field calculator: runs the pre-expression once per feature of the cursor and stores the
-// expression's value in the field.
+// expression's value in the field. A failing script stops the work and Calculate throws its
+// error (11 for a division by zero); a field just added then stays Null.
 class ICalculator {
 public:
     virtual ~ICalculator() = default;

@@ -243,6 +243,24 @@ TEST_P(HostConformanceTest, theCalculatorStoresTheScriptsDegrees) {
     }
 }
 
+TEST_P(HostConformanceTest, aFailingScriptThrowsItsErrorAndLeavesANewFieldNull) {
+    AddDouble("FZY");
+    const auto calculator = m_app->Factory().NewCalculator();
+    calculator->SetCursor(m_class->Search(true));
+    calculator->SetPreExpression("Val = 1 / ([SLOPE] - [SLOPE])");
+    calculator->SetExpression("Val");
+    calculator->SetField("FZY");
+    try {
+        calculator->Calculate();
+        FAIL() << "the script divides by zero";
+    } catch (const Error& error) {
+        EXPECT_EQ(error.Number(), error_number::kDivisionByZero);
+    }
+    for (const double value : Column("FZY")) {
+        EXPECT_TRUE(std::isnan(value));
+    }
+}
+
 TEST_P(HostConformanceTest, oneWriterPerLayerUntilItLetsGo) {
     testing::ScratchFolder elsewhere;
     const auto other = GetParam().make(m_folder.Path(), kFields, kRows);
