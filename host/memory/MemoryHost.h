@@ -115,7 +115,7 @@ public:
     // Adds a copy of the field; every row gets Null. An empty or existing name throws.
     void AddField(const IField& field) override;
     std::shared_ptr<ICursor> Search(bool recycling) override;
-    // No limit: names are held as given.
+    // No limit.
     std::optional<std::size_t> FieldNameByteLimit() const override { return std::nullopt; }
     // Names are held as given, in UTF-8.
     std::size_t FieldNameByteLength(const std::string& name) const override { return name.size(); }
