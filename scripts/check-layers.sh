@@ -1,11 +1,15 @@
 #!/usr/bin/env bash
 # Layers include only downward, in this order (a folder may include its own level and below):
 #   0 util  1 errors  2 host/api  3 lang, criterion, fzy (the core)
-#   4 the host implementations: every folder under host/ but api (shapefile, gdal, memory, script)
+#   4 the host implementations: every folder under host/ but api (map, shapefile, gdal, memory,
+#     script)
 #   5 dialog  6 component  7 apps
 # Within one level the folders keep out of one another, except where the code needs it:
 #   criterion -> fzy        the run records its criterion in the metadata file
 #   host/shapefile -> host/script the shapefile host's field calculator runs the script engine
+#   host/memory -> host/script    so does the in-memory host's
+#   host/shapefile -> host/map    both hosts build on the shared maps, layers and documents
+#   host/memory -> host/map
 # lang, criterion and fzy share no other includes (criterion reads texts through
 # util/TextSource.h, not lang). tools (dialog/tools too), tests and bench may include anything;
 # nothing layered includes them. Headers under component/include/ count as component; generated
@@ -45,6 +49,9 @@ function level(u) {
 BEGIN {
     allowed["criterion fzy"] = 1
     allowed["host/shapefile host/script"] = 1
+    allowed["host/memory host/script"] = 1
+    allowed["host/shapefile host/map"] = 1
+    allowed["host/memory host/map"] = 1
 }
 {
     # file:line:#include "path"

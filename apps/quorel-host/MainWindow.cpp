@@ -245,7 +245,7 @@ void MainWindow::BuildActions() {
                                                    QStringLiteral("Nom du groupe :"),
                                                    QLineEdit::Normal, QString(), &ok);
         if (ok && !name.isEmpty()) {
-            auto group = std::make_shared<host::shapefile::GroupLayer>();
+            auto group = std::make_shared<host::map::GroupLayer>();
             group->SetName(name.toStdString());
             m_app->Document()->FocusMap()->AddLayer(group);
             Refresh();
@@ -337,7 +337,7 @@ void MainWindow::ClickCommand(std::size_t index) {
 }
 
 void MainWindow::FollowFocusMap() {
-    const auto map = std::dynamic_pointer_cast<host::shapefile::Map>(m_app->Document()->FocusMap());
+    const auto map = std::dynamic_pointer_cast<host::map::Map>(m_app->Document()->FocusMap());
     if (map == m_listenedMap) {
         return;
     }
@@ -376,7 +376,7 @@ void MainWindow::OpenDocumentFile(const QString& path) {
 }
 
 void MainWindow::SaveDocumentFile(const QString& path) {
-    const auto document = std::dynamic_pointer_cast<host::shapefile::MxDocument>(m_app->Document());
+    const auto document = std::dynamic_pointer_cast<host::map::MxDocument>(m_app->Document());
     SaveMapDocument(*document, path.toStdString());
     m_documentPath = path;
     UpdateTitle();
@@ -395,8 +395,7 @@ void MainWindow::RemoveLayer(const std::shared_ptr<host::ILayer>& layer) {
             map->DeleteLayer(layer);
             break;
         }
-        if (const auto group =
-                std::dynamic_pointer_cast<host::shapefile::GroupLayer>(map->Layer(i));
+        if (const auto group = std::dynamic_pointer_cast<host::map::GroupLayer>(map->Layer(i));
             group && group->Remove(layer)) {
             m_listenedMap->RaiseContentsChanged();
             break;

@@ -111,7 +111,7 @@ private:
     std::unique_ptr<ComponentSet> m_components;
     std::unique_ptr<ComponentCommands> m_commands;
     std::unique_ptr<ViewListener> m_viewListener;
-    std::shared_ptr<host::shapefile::Map> m_listenedMap;
+    std::shared_ptr<host::map::Map> m_listenedMap;
 
     LayerTree* m_toc = nullptr;
     MapView* m_view = nullptr;

@@ -67,15 +67,15 @@ public:
     Reader(host::shapefile::Application& app, const std::string& path)
         : m_app(app), m_path(path), m_folder(fs::absolute(path).parent_path()) {}
 
-    std::shared_ptr<host::shapefile::MxDocument> Read() {
+    std::shared_ptr<host::map::MxDocument> Read() {
         std::ifstream in(m_path, std::ios::binary);
         if (!in) {
             throw FileError(errno, kSource, m_path);
         }
-        auto document = std::make_shared<host::shapefile::MxDocument>();
+        auto document = std::make_shared<host::map::MxDocument>();
         std::shared_ptr<host::IMap> focus;
-        std::shared_ptr<host::shapefile::Map> map;
-        std::vector<std::shared_ptr<host::shapefile::GroupLayer>> groups;
+        std::shared_ptr<host::map::Map> map;
+        std::vector<std::shared_ptr<host::map::GroupLayer>> groups;
         bool first = true;
         std::string line;
         while (std::getline(in, line)) {
@@ -99,10 +99,10 @@ public:
                 if (!groups.empty()) {
                     throw Fault("a map inside a group");
                 }
-                map = std::make_shared<host::shapefile::Map>(parts[1]);
+                map = std::make_shared<host::map::Map>(parts[1]);
                 if (m_maps++ == 0) {
                     // The document's own first map stands for the first one read.
-                    map = std::dynamic_pointer_cast<host::shapefile::Map>(document->FocusMap());
+                    map = std::dynamic_pointer_cast<host::map::Map>(document->FocusMap());
                     map->SetName(parts[1]);
                 } else {
                     document->AddMap(map);
@@ -116,7 +116,7 @@ public:
                 layer->SetSelectable(parts[3] == "selectable");
                 Place(layer, map, groups);
             } else if (kind == "group" && parts.size() == 2 && map) {
-                auto group = std::make_shared<host::shapefile::GroupLayer>();
+                auto group = std::make_shared<host::map::GroupLayer>();
                 group->SetName(parts[1]);
                 Place(group, map, groups);
                 groups.push_back(group);
@@ -166,8 +166,8 @@ private:
     }
 
     static void Place(const std::shared_ptr<host::ILayer>& layer,
-                      const std::shared_ptr<host::shapefile::Map>& map,
-                      const std::vector<std::shared_ptr<host::shapefile::GroupLayer>>& groups) {
+                      const std::shared_ptr<host::map::Map>& map,
+                      const std::vector<std::shared_ptr<host::map::GroupLayer>>& groups) {
         if (groups.empty()) {
             map->AddLayer(layer);
         } else {
@@ -184,7 +184,7 @@ private:
 
 } // namespace
 
-void SaveMapDocument(const host::shapefile::MxDocument& document, const std::string& path) {
+void SaveMapDocument(const host::map::MxDocument& document, const std::string& path) {
     const fs::path folder = fs::absolute(path).parent_path().lexically_normal();
     std::ostringstream out;
     out << kMagic << "\t1\n";
@@ -199,8 +199,8 @@ void SaveMapDocument(const host::shapefile::MxDocument& document, const std::str
     util::ReplaceFile(path, out.str(), kSource);
 }
 
-std::shared_ptr<host::shapefile::MxDocument> LoadMapDocument(host::shapefile::Application& app,
-                                                             const std::string& path) {
+std::shared_ptr<host::map::MxDocument> LoadMapDocument(host::shapefile::Application& app,
+                                                       const std::string& path) {
     return Reader(app, path).Read();
 }
 

@@ -4,6 +4,7 @@
 // and the shapefile facts behind a layer.
 
 #include "host/api/Host.h"
+#include "host/api/LayerWalk.h"
 
 #include <memory>
 #include <string>
@@ -11,12 +12,8 @@
 
 namespace quorel::host_app {
 
-// Every feature layer of the map, groups opened, in map order (top of the contents first).
-// The host's one layer walk: the contents, the map and the new-field watch all use it.
-std::vector<std::shared_ptr<host::IFeatureLayer>> FeatureLayersOf(const host::IMap& map);
-// The same walk from one layer: itself when it is a feature layer, a group's feature layers.
-std::vector<std::shared_ptr<host::IFeatureLayer>>
-FeatureLayersOf(const std::shared_ptr<host::ILayer>& layer);
+// The layer walk every host shares: the contents, the map and the new-field watch all use it.
+using host::FeatureLayersOf;
 
 // The layer's .shp, or "" when its data is not a shapefile.
 std::string ShpPathOf(const host::IFeatureLayer& layer);

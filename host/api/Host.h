@@ -32,6 +32,9 @@ public:
     virtual void SetAliasName(const std::string& alias) = 0;
 };
 
+// The data's own fields in the data's order, a field added last. A host may list fields of its
+// own before them: the shapefile host lists "FID" (object id) and "Shape" (geometry) first; the
+// in-memory host lists none.
 class IFields {
 public:
     virtual ~IFields() = default;
@@ -49,8 +52,10 @@ public:
     virtual Value GetValue(std::int32_t fieldIndex) const = 0;
 };
 
-// Walks the features of a feature class. NextRow gives nullptr at the end. A recycling cursor
-// may hand out the same row object again; a non-recycling one gives a fresh row each time.
+// Walks the features of a feature class in the data's order; records the data marks deleted are
+// never rows. NextRow gives nullptr at the end. A recycling cursor may hand out the same row
+// object again, so a row is read before the next is asked for; a non-recycling one gives a fresh
+// row each time, which keeps its values.
 class ICursor {
 public:
     virtual ~ICursor() = default;
@@ -73,6 +78,9 @@ public:
     virtual std::shared_ptr<IWorkspace> Workspace() const = 0;
     virtual std::shared_ptr<IFields> Fields() const = 0;
     virtual std::int32_t FindField(const std::string& name) const = 0;
+    // Appends the field (see IFields), Null in every row. An empty name, a name already there
+    // (exact case) or one over FieldNameByteLimit throws quorel::Error, as does any failure of
+    // the data; a failed add changes nothing: the fields and the rows stay as they were.
     virtual void AddField(const IField& field) = 0;
     // All features, no filter.
     virtual std::shared_ptr<ICursor> Search(bool recycling) = 0;
@@ -118,6 +126,7 @@ class IGroupLayer : public ILayer {
 public:
     virtual std::int32_t Count() const = 0;
     virtual std::shared_ptr<ILayer> Layer(std::int32_t index) const = 0;
+    // Appends, as IMap::AddLayer does.
     virtual void Add(std::shared_ptr<ILayer> layer) = 0;
 };
 
@@ -136,10 +145,14 @@ public:
     virtual std::int32_t LayerCount() const = 0;
     // The top-level layer at a 0-based position; out of range throws.
     virtual std::shared_ptr<ILayer> Layer(std::int32_t index) const = 0;
+    // Appends the layer at the bottom of the contents (position LayerCount()); nullptr throws.
     virtual void AddLayer(std::shared_ptr<ILayer> layer) = 0;
+    // A layer that is not one of the map's top-level layers is left alone.
     virtual void DeleteLayer(const std::shared_ptr<ILayer>& layer) = 0;
-    // Layers implementing the interface named by uid (the feature-layer id lists feature
-    // layers); recursive also visits the layers inside group layers.
+    // A snapshot of the layers implementing the interface uid names, in map order, each group
+    // before the layers inside it: kLayerInterfaceId (or empty) every layer, groups included;
+    // kFeatureLayerInterfaceId feature layers; kGroupLayerInterfaceId group layers. recursive
+    // also visits the layers inside groups. Another id throws. host/api/LayerWalk.h is the walk.
     virtual std::unique_ptr<IEnumLayer> Layers(const UID& uid, bool recursive) const = 0;
 };
 
@@ -170,7 +183,8 @@ public:
 };
 
 // The field calculator: runs the pre-expression once per feature of the cursor and stores the
-// expression's value in the field.
+// expression's value in the field. A failing script stops the work and Calculate throws its
+// error (11 for a division by zero); a field just added then stays Null.
 class ICalculator {
 public:
     virtual ~ICalculator() = default;

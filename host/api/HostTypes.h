@@ -39,9 +39,13 @@ struct UID {
     std::string Value;
 };
 
-// Identifiers the component passes to the host.
+// Interface ids IMap::Layers understands: every layer, feature layers, group layers.
+inline constexpr const char* kLayerInterfaceId = "{34C20002-4D3C-11D0-92D8-00805F7C28B0}";
 inline constexpr const char* kFeatureLayerInterfaceId = "{40A9E885-5533-11D0-98BE-00805F7CED21}";
+inline constexpr const char* kGroupLayerInterfaceId = "{EDAD6644-1810-11D1-86AE-0000F8751720}";
+// The editor extension, by its ProgID (what the component passes) or its class id.
 inline constexpr const char* kEditorExtensionId = "esriEditor.Editor";
+inline constexpr const char* kEditorClassId = "{F8842F20-BB23-11D0-802B-0000F8037368}";
 
 // Edit states of the editor extension.
 inline constexpr std::int32_t kEditStateNotEditing = 0;

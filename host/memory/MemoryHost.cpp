@@ -1,6 +1,7 @@
 #include "host/memory/MemoryHost.h"
-#include "host/api/LayerList.h"
 
+#include "host/map/DataStatistics.h"
+#include "host/script/ScriptEngine.h"
 #include "util/Error.h"
 
 #include <algorithm>
@@ -14,46 +15,9 @@ namespace quorel::host::memory {
 namespace {
 
 constexpr const char* kSource = "MemoryHost";
-// The group-layer interface id, for listing group layers.
-constexpr const char* kGroupLayerInterfaceId = "{EDAD6644-1810-11D1-86AE-0000F8751720}";
-
 [[noreturn]] void ThrowInvalidIndex(std::int32_t index) {
     throw Error(error_number::kHostInvalidIndex, kSource, "Invalid index " + std::to_string(index));
 }
-
-class MemoryStatisticsResults final : public IStatisticsResults {
-public:
-    explicit MemoryStatisticsResults(const std::vector<double>& numbers) {
-        m_count = static_cast<std::int32_t>(numbers.size());
-        if (numbers.empty()) {
-            return;
-        }
-        m_minimum = *std::min_element(numbers.begin(), numbers.end());
-        m_maximum = *std::max_element(numbers.begin(), numbers.end());
-        double sum = 0;
-        for (double number : numbers) {
-            sum += number;
-        }
-        m_mean = sum / static_cast<double>(numbers.size());
-        double squares = 0;
-        for (double number : numbers) {
-            squares += (number - m_mean) * (number - m_mean);
-        }
-        m_deviation = std::sqrt(squares / static_cast<double>(numbers.size()));
-    }
-    std::int32_t Count() const override { return m_count; }
-    double Minimum() const override { return m_minimum; }
-    double Maximum() const override { return m_maximum; }
-    double Mean() const override { return m_mean; }
-    double StandardDeviation() const override { return m_deviation; }
-
-private:
-    std::int32_t m_count = 0;
-    double m_minimum = 0;
-    double m_maximum = 0;
-    double m_mean = 0;
-    double m_deviation = 0;
-};
 
 } // namespace
 
@@ -152,12 +116,7 @@ std::int32_t MemoryFeatureClass::FindField(const std::string& name) const {
 }
 
 void MemoryFeatureClass::AddField(const IField& field) {
-    if (m_failNumber != 0) {
-        const std::int32_t number = std::exchange(m_failNumber, 0);
-        throw Error(number, kSource, m_failDescription);
-    }
-    if (field.Name().empty() || m_fields->FindField(field.Name()) >= 0 ||
-        (m_nameByteLimit && FieldNameByteLength(field.Name()) > *m_nameByteLimit)) {
+    if (field.Name().empty() || m_fields->FindField(field.Name()) >= 0) {
         throw Error(error_number::kHostFailure, kSource, "Cannot add field '" + field.Name() + "'");
     }
     m_fields->Add(std::make_shared<MemoryField>(field.Name(), field.Type(), field.AliasName()));
@@ -200,11 +159,6 @@ void MemoryFeatureClass::DeleteField(const std::string& name) {
     }
 }
 
-void MemoryFeatureClass::FailNextAddField(std::int32_t number, const std::string& description) {
-    m_failNumber = number;
-    m_failDescription = description;
-}
-
 std::shared_ptr<IFeatureWorkspace> MemoryWorkspaceFactory::OpenFromFile(const std::string& path,
                                                                         std::intptr_t /*window*/) {
     const auto it = m_workspaces.find(path);
@@ -222,129 +176,48 @@ std::shared_ptr<MemoryWorkspace> MemoryWorkspaceFactory::Workspace(const std::st
     return workspace;
 }
 
-std::shared_ptr<ICursor> MemoryFeatureLayer::Search(bool recycling) {
-    if (!m_class) {
-        throw Error(error_number::kObjectRequired, kSource, "Layer has no feature class");
-    }
-    return m_class->Search(recycling);
-}
-
-std::shared_ptr<ILayer> MemoryGroupLayer::Layer(std::int32_t index) const {
-    if (index < 0 || index >= Count()) {
-        ThrowInvalidIndex(index);
-    }
-    return m_layers[static_cast<std::size_t>(index)];
-}
-
-std::shared_ptr<ILayer> MemoryMap::Layer(std::int32_t index) const {
-    if (index < 0 || index >= LayerCount()) {
-        ThrowInvalidIndex(index);
-    }
-    return m_layers[static_cast<std::size_t>(index)];
-}
-
-void MemoryMap::AddLayer(std::shared_ptr<ILayer> layer) {
-    m_layers.push_back(std::move(layer));
-    std::rotate(m_layers.rbegin(), m_layers.rbegin() + 1, m_layers.rend());
-}
-
-void MemoryMap::DeleteLayer(const std::shared_ptr<ILayer>& layer) {
-    std::erase(m_layers, layer);
-}
-
-std::unique_ptr<IEnumLayer> MemoryMap::Layers(const UID& uid, bool recursive) const {
-    auto wanted = [&](const std::shared_ptr<ILayer>& layer) {
-        if (uid.Value == kFeatureLayerInterfaceId) {
-            return std::dynamic_pointer_cast<IFeatureLayer>(layer) != nullptr;
-        }
-        if (uid.Value == kGroupLayerInterfaceId) {
-            return std::dynamic_pointer_cast<IGroupLayer>(layer) != nullptr;
-        }
-        return true;
-    };
-    std::vector<std::shared_ptr<ILayer>> found;
-    std::function<void(const std::shared_ptr<ILayer>&)> visit =
-        [&](const std::shared_ptr<ILayer>& layer) {
-            if (wanted(layer)) {
-                found.push_back(layer);
-            }
-            const auto group = std::dynamic_pointer_cast<IGroupLayer>(layer);
-            if (recursive && group) {
-                for (std::int32_t i = 0; i < group->Count(); ++i) {
-                    visit(group->Layer(i));
-                }
-            }
-        };
-    for (const auto& layer : m_layers) {
-        visit(layer);
-    }
-    return std::make_unique<LayerList>(std::move(found));
-}
-
-void MemoryStatusBar::Message(std::int32_t pane, const std::string& text) {
-    m_panes[pane] = text;
-    history.emplace_back(pane, text);
-}
-
-std::string MemoryStatusBar::MessageText(std::int32_t pane) const {
-    const auto it = m_panes.find(pane);
-    return it == m_panes.end() ? std::string() : it->second;
-}
-
 void MemoryCalculator::Calculate() {
-    if (!m_engine) {
-        throw Error(error_number::kHostFailure, kSource, "No calculation engine");
-    }
-    m_engine(*this);
-}
-
-void MemoryDataStatistics::SetCursor(std::shared_ptr<ICursor> cursor) {
-    m_cursor = std::move(cursor);
-    m_collected = false;
-}
-
-void MemoryDataStatistics::Collect() {
-    if (m_collected) {
-        return;
-    }
     if (!m_cursor) {
-        throw Error(error_number::kObjectRequired, kSource, "No cursor");
+        throw Error(error_number::kObjectRequired, kSource, "The calculator has no cursor");
     }
-    const std::int32_t index = m_cursor->Fields()->FindField(m_field);
-    if (index < 0) {
+    const auto fields = m_cursor->Fields();
+    const std::int32_t output = fields->FindField(m_field);
+    if (output < 0) {
         throw Error(error_number::kHostFailure, kSource, "No field '" + m_field + "'");
     }
-    m_values.clear();
+    const auto program = script::Program::Compile(m_preExpression, m_expression);
+    std::vector<std::int32_t> inputFields;
+    for (const auto& name : program.FieldNames()) {
+        const std::int32_t index = fields->FindField(name);
+        if (index < 0) {
+            throw Error(error_number::kHostFailure, kSource, "No field '" + name + "'");
+        }
+        inputFields.push_back(index);
+    }
+    // Every row is read before any is written, so a failing script leaves the field as it was.
+    std::vector<std::pair<MemoryFeatureClass*, std::size_t>> rows;
+    std::vector<script::Column> inputs(inputFields.size());
     while (const auto row = m_cursor->NextRow()) {
-        m_values.push_back(row->GetValue(index));
-    }
-    m_collected = true;
-}
-
-std::vector<Value> MemoryDataStatistics::UniqueValues() {
-    Collect();
-    std::vector<Value> unique;
-    for (const auto& value : m_values) {
-        if (!IsNull(value) && std::find(unique.begin(), unique.end(), value) == unique.end()) {
-            unique.push_back(value);
+        const auto& memoryRow = dynamic_cast<const MemoryRow&>(*row);
+        rows.emplace_back(&memoryRow.Class(), memoryRow.Index());
+        for (std::size_t k = 0; k < inputFields.size(); ++k) {
+            const Value value = row->GetValue(inputFields[k]);
+            const auto* number = std::get_if<double>(&value);
+            inputs[k].values.push_back(number ? *number : 0);
+            inputs[k].isNull.push_back(number ? 0 : 1);
         }
     }
-    return unique;
-}
-
-std::int32_t MemoryDataStatistics::UniqueValueCount() {
-    return static_cast<std::int32_t>(UniqueValues().size());
-}
-
-std::shared_ptr<IStatisticsResults> MemoryDataStatistics::Statistics() {
-    Collect();
-    std::vector<double> numbers;
-    for (const auto& value : m_values) {
-        if (const auto* number = std::get_if<double>(&value)) {
-            numbers.push_back(*number);
-        }
+    std::vector<const script::Column*> inputPointers;
+    for (const auto& column : inputs) {
+        inputPointers.push_back(&column);
     }
-    return std::make_shared<MemoryStatisticsResults>(numbers);
+    script::Column result;
+    result.resize(rows.size());
+    program.Evaluate(inputPointers, result);
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        rows[i].first->SetValue(rows[i].second, output,
+                                result.isNull[i] ? Value() : Value(result.values[i]));
+    }
 }
 
 std::shared_ptr<IFieldEdit> MemoryObjectFactory::NewField() {
@@ -352,13 +225,11 @@ std::shared_ptr<IFieldEdit> MemoryObjectFactory::NewField() {
 }
 
 std::shared_ptr<ICalculator> MemoryObjectFactory::NewCalculator() {
-    auto calculator = std::make_shared<MemoryCalculator>(m_application.CalculatorEngine());
-    m_application.calculators.push_back(calculator);
-    return calculator;
+    return std::make_shared<MemoryCalculator>();
 }
 
 std::shared_ptr<IDataStatistics> MemoryObjectFactory::NewDataStatistics() {
-    return std::make_shared<MemoryDataStatistics>();
+    return std::make_shared<map::DataStatistics>();
 }
 
 std::shared_ptr<IWorkspaceFactory> MemoryObjectFactory::NewShapefileWorkspaceFactory() {
@@ -366,49 +237,28 @@ std::shared_ptr<IWorkspaceFactory> MemoryObjectFactory::NewShapefileWorkspaceFac
 }
 
 std::shared_ptr<IFeatureLayer> MemoryObjectFactory::NewFeatureLayer() {
-    return std::make_shared<MemoryFeatureLayer>();
+    return std::make_shared<map::FeatureLayer>();
 }
 
-MemoryApplication::MemoryApplication() {
-    m_extensions[kEditorExtensionId] = m_editor;
-}
-
-std::shared_ptr<IExtension> MemoryApplication::FindExtensionByCLSID(const UID& uid) const {
-    const auto it = m_extensions.find(uid.Value);
-    return it == m_extensions.end() ? nullptr : it->second;
-}
-
-std::shared_ptr<MemoryMap> MemoryApplication::FocusMemoryMap() const {
-    return std::dynamic_pointer_cast<MemoryMap>(m_document->FocusMap());
-}
-
-void MemoryApplication::RegisterExtension(const std::string& id,
-                                          std::shared_ptr<IExtension> extension) {
-    m_extensions[id] = std::move(extension);
-}
-
-std::shared_ptr<MemoryFeatureLayer>
+std::shared_ptr<IFeatureLayer>
 MemoryApplication::AddFeatureLayer(const std::string& folder, const std::string& name,
                                    std::int32_t shapeType,
                                    const std::vector<MemoryFeatureClass::FieldSpec>& fields) {
-    auto featureClass =
-        MemoryFeatureClass::Create(m_workspaces->Workspace(folder), name, shapeType, fields);
-    auto layer = std::make_shared<MemoryFeatureLayer>(name, featureClass);
-    m_document->FocusMap()->AddLayer(layer);
+    auto layer = m_factory.NewFeatureLayer();
+    layer->SetName(name);
+    layer->SetFeatureClass(
+        MemoryFeatureClass::Create(m_workspaces->Workspace(folder), name, shapeType, fields));
+    Document()->FocusMap()->AddLayer(layer);
     return layer;
+}
+
+MemoryFeatureClass& MemoryApplication::MemoryClass(const IFeatureLayer& layer) {
+    return dynamic_cast<MemoryFeatureClass&>(*layer.FeatureClass());
 }
 
 } // namespace quorel::host::memory
 
 namespace quorel::host::memory {
-
-void MemoryDocument::SetFocusMap(std::shared_ptr<IMap> map) {
-    const auto old = m_map;
-    m_map = std::move(map);
-    if (auto* source = dynamic_cast<MemoryMap*>(old.get())) {
-        source->ViewHandlers().Raise([](IMapActiveViewEvents& h) { h.FocusMapChanged(); });
-    }
-}
 
 namespace {
 

@@ -125,41 +125,41 @@ TEST_F(ComponentTest, applicationHookConnectsTheDocumentAndTheFocusMap) {
     auto command = NewCommand();
     command->OnCreate(hook.get());
 
-    auto firstMap = app->FocusMemoryMap();
-    EXPECT_EQ(app->MemDocument()->Handlers().Count(), 1u);
-    EXPECT_EQ(firstMap->ViewHandlers().Count(), 1u);
-    EXPECT_EQ(firstMap->ViewActiveSets(), 1);
+    auto firstMap = app->FocusMapObject();
+    EXPECT_EQ(app->ActiveDocument()->Handlers().Count(), 1u);
+    EXPECT_EQ(firstMap->Handlers().Count(), 1u);
+    EXPECT_TRUE(firstMap->ViewActive());
 
     // The view connection follows the focus map, once per change.
-    auto secondMap = std::make_shared<host::memory::MemoryMap>("Second");
-    app->MemDocument()->SetFocusMap(secondMap);
-    EXPECT_EQ(firstMap->ViewHandlers().Count(), 0u);
-    EXPECT_EQ(secondMap->ViewHandlers().Count(), 1u);
-    EXPECT_EQ(secondMap->ViewActiveSets(), 1);
-    secondMap->ViewHandlers().Raise([](host::IMapActiveViewEvents& h) { h.FocusMapChanged(); });
-    EXPECT_EQ(secondMap->ViewHandlers().Count(), 1u);
-    EXPECT_EQ(secondMap->ViewActiveSets(), 1);
+    auto secondMap = std::make_shared<host::map::Map>("Second");
+    app->ActiveDocument()->AddMap(secondMap);
+    app->ActiveDocument()->SetFocusMap(secondMap);
+    EXPECT_EQ(firstMap->Handlers().Count(), 0u);
+    EXPECT_EQ(secondMap->Handlers().Count(), 1u);
+    EXPECT_TRUE(secondMap->ViewActive());
+    secondMap->RaiseFocusMapChanged();
+    EXPECT_EQ(secondMap->Handlers().Count(), 1u);
 
     // A new document reconnects the document handlers only when the document changed.
-    app->MemDocument()->Handlers().Raise([](host::IDocumentEvents& h) { h.NewDocument(); });
-    EXPECT_EQ(app->MemDocument()->Handlers().Count(), 1u);
+    app->ActiveDocument()->Handlers().Raise([](host::IDocumentEvents& h) { h.NewDocument(); });
+    EXPECT_EQ(app->ActiveDocument()->Handlers().Count(), 1u);
 
     // Releasing the command disconnects everything.
     command.Reset();
-    EXPECT_EQ(app->MemDocument()->Handlers().Count(), 0u);
-    EXPECT_EQ(secondMap->ViewHandlers().Count(), 0u);
+    EXPECT_EQ(app->ActiveDocument()->Handlers().Count(), 0u);
+    EXPECT_EQ(secondMap->Handlers().Count(), 0u);
 }
 
 TEST_F(ComponentTest, mapControlHookFollowsTheControlsMapAndNoDocument) {
     auto app = std::make_shared<host::memory::MemoryApplication>();
-    auto controlMap = std::make_shared<host::memory::MemoryMap>("Control");
+    auto controlMap = std::make_shared<host::map::Map>("Control");
     auto hook = ComPtr<com::IUnknown>::Adopt(component::MapControlHook::Create(controlMap));
     auto command = NewCommand();
     command->OnCreate(hook.get());
-    EXPECT_EQ(controlMap->ViewHandlers().Count(), 1u);
-    EXPECT_EQ(controlMap->ViewActiveSets(), 1);
-    EXPECT_EQ(app->MemDocument()->Handlers().Count(), 0u);
-    EXPECT_EQ(app->FocusMemoryMap()->ViewHandlers().Count(), 0u);
+    EXPECT_EQ(controlMap->Handlers().Count(), 1u);
+    EXPECT_TRUE(controlMap->ViewActive());
+    EXPECT_EQ(app->ActiveDocument()->Handlers().Count(), 0u);
+    EXPECT_EQ(app->FocusMapObject()->Handlers().Count(), 0u);
 }
 
 TEST_F(ComponentTest, hookOfAnotherKindConnectsNothing) {
@@ -168,8 +168,8 @@ TEST_F(ComponentTest, hookOfAnotherKindConnectsNothing) {
     auto plainApp = ComPtr<com::IUnknown>::Adopt(component::ApplicationHook::Create(app, false));
     auto command = NewCommand();
     command->OnCreate(plainApp.get());
-    EXPECT_EQ(app->MemDocument()->Handlers().Count(), 0u);
-    EXPECT_EQ(app->FocusMemoryMap()->ViewHandlers().Count(), 0u);
+    EXPECT_EQ(app->ActiveDocument()->Handlers().Count(), 0u);
+    EXPECT_EQ(app->FocusMapObject()->Handlers().Count(), 0u);
 
     auto other = NewCommand();
     other->OnCreate(command.get()); // a command is neither an application nor a map control

@@ -58,8 +58,7 @@ protected:
     void AddLayer(const std::vector<double>& values) {
         const auto layer = m_app.AddFeatureLayer("/data", "parcels", host::kGeometryPolygon,
                                                  {{"V", host::kFieldTypeDouble}});
-        auto& featureClass =
-            dynamic_cast<host::memory::MemoryFeatureClass&>(*layer->FeatureClass());
+        auto& featureClass = host::memory::MemoryApplication::MemoryClass(*layer);
         for (const double value : values) {
             featureClass.AddRow({value});
         }

@@ -36,7 +36,7 @@ TEST_F(FrmBackTest, loadListsSelectableTopLevelPolygonLayersOutsideMdbFolders) {
     const auto inner = AddLayer(WritePolygons("data", "inner", {{"SLOPE", {1}}}));
     const auto map = m_app->Document()->FocusMap();
     map->DeleteLayer(inner);
-    auto group = std::make_shared<host::shapefile::GroupLayer>();
+    auto group = std::make_shared<host::map::GroupLayer>();
     group->SetName("group");
     group->Add(inner);
     map->AddLayer(group);

@@ -1,5 +1,6 @@
 #include "tests/fzy/FzyTestSupport.h"
 
+#include "host/map/Map.h"
 #include "host/memory/MemoryHost.h"
 #include "tests/support/Unprivileged.h"
 
@@ -38,7 +39,7 @@ protected:
     }
 
     std::shared_ptr<MemoryApplication> m_app = std::make_shared<MemoryApplication>();
-    std::shared_ptr<host::memory::MemoryFeatureLayer> m_layer;
+    std::shared_ptr<host::IFeatureLayer> m_layer;
 };
 
 TEST_F(FzyValidationTest, vanishedFieldIsDeletedAndCompactedAway) {
@@ -189,10 +190,13 @@ class FzyCheckTest : public FzyValidationTest, public testing::WithParamInterfac
 
 TEST_P(FzyCheckTest, answersForTheTopLevelLayerOfThatName) {
     // A group holding a layer of another name, which must not be looked into.
-    auto group = std::make_shared<host::memory::MemoryGroupLayer>("GROUP");
-    group->Add(
-        std::make_shared<host::memory::MemoryFeatureLayer>("INNER", m_layer->FeatureClass()));
-    m_app->FocusMemoryMap()->AppendLayer(group);
+    auto group = std::make_shared<host::map::GroupLayer>();
+    group->SetName("GROUP");
+    auto inner = m_app->Factory().NewFeatureLayer();
+    inner->SetName("INNER");
+    inner->SetFeatureClass(m_layer->FeatureClass());
+    group->Add(inner);
+    m_app->Document()->FocusMap()->AddLayer(group);
     EXPECT_EQ(m_io.fzy_io_check(GetParam().field, GetParam().layer), GetParam().expected);
     EXPECT_TRUE(m_ui.boxes.empty());
 }
@@ -211,7 +215,7 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& testInfo) { return std::string(testInfo.param.name); });
 
 TEST_F(FzyValidationTest, emptyMapKeepsTheEntry) {
-    m_app->FocusMemoryMap()->DeleteLayer(m_layer);
+    m_app->Document()->FocusMap()->DeleteLayer(m_layer);
     const Bytes file = MakeFile(0, 1, 0, {EncodeNumberEntry(MakeNumber("FZY_A"))});
     WriteBytes(FzyPath(), file);
     EXPECT_EQ(Validate(), 1);
@@ -221,8 +225,9 @@ TEST_F(FzyValidationTest, emptyMapKeepsTheEntry) {
 
 TEST_F(FzyValidationTest, errorInsideTheCheckIsShownAndKeepsTheEntry) {
     // A layer of that name that is not a feature layer.
-    m_app->FocusMemoryMap()->DeleteLayer(m_layer);
-    m_app->FocusMemoryMap()->AddLayer(std::make_shared<host::memory::MemoryLayer>("PARCELLES"));
+    m_app->Document()->FocusMap()->DeleteLayer(m_layer);
+    m_app->Document()->FocusMap()->AddLayer(
+        std::make_shared<host::memory::MemoryLayer>("PARCELLES"));
     const Bytes file = MakeFile(0, 1, 0, {EncodeNumberEntry(MakeNumber("FZY_A"))});
     WriteBytes(FzyPath(), file);
     EXPECT_EQ(Validate(), 1);

@@ -177,10 +177,10 @@ TEST_F(HostWindowTest, theCommandStandsInItsCategorysToolbarWithItsTextsAndPictu
 
     // The document was opened after the command was created: its handlers followed it there.
     const auto document =
-        std::dynamic_pointer_cast<host::shapefile::MxDocument>(m_window->Application()->Document());
+        std::dynamic_pointer_cast<host::map::MxDocument>(m_window->Application()->Document());
     ASSERT_TRUE(document);
     EXPECT_EQ(document->Handlers().Count(), 1u);
-    const auto map = std::dynamic_pointer_cast<host::shapefile::Map>(document->FocusMap());
+    const auto map = std::dynamic_pointer_cast<host::map::Map>(document->FocusMap());
     ASSERT_TRUE(map);
     EXPECT_EQ(map->Handlers().Count(), 2u); // the command's and the window's
     EXPECT_TRUE(map->ViewActive());

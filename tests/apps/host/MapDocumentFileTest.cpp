@@ -42,10 +42,10 @@ protected:
 TEST_F(MapDocumentFileTest, aSavedDocumentOpensWithTheSameMapsLayersGroupsAndFocus) {
     host::shapefile::Application app;
     const auto shp = (m_folder / "data" / "parcels.shp").string();
-    auto document = std::dynamic_pointer_cast<host::shapefile::MxDocument>(app.Document());
+    auto document = std::dynamic_pointer_cast<host::map::MxDocument>(app.Document());
     auto top = app.AddShapefileLayer(shp);
     top->SetName("Parcelles à l'étude");
-    auto group = std::make_shared<host::shapefile::GroupLayer>();
+    auto group = std::make_shared<host::map::GroupLayer>();
     group->SetName("Référence");
     auto inner = app.AddShapefileLayer(shp);
     document->FocusMap()->DeleteLayer(inner);
@@ -53,7 +53,7 @@ TEST_F(MapDocumentFileTest, aSavedDocumentOpensWithTheSameMapsLayersGroupsAndFoc
     inner->SetSelectable(false);
     group->Add(inner);
     document->FocusMap()->AddLayer(group);
-    auto second = std::make_shared<host::shapefile::Map>("Second map");
+    auto second = std::make_shared<host::map::Map>("Second map");
     document->AddMap(second);
     document->SetFocusMap(second);
 

@@ -39,7 +39,7 @@ class MapNavigationTest : public ::testing::Test {
 protected:
     void SetUp() override {
         m_view.resize(480, 320);
-        m_view.SetLayers({{std::make_shared<host::shapefile::FeatureLayer>(), Grid(), Qt::white}});
+        m_view.SetLayers({{std::make_shared<host::map::FeatureLayer>(), Grid(), Qt::white}});
         m_view.show();
         QApplication::processEvents();
     }

@@ -46,7 +46,7 @@ INSTANTIATE_TEST_SUITE_P(
                       ScaleCase{"belowZero", {-0.25, 0.5}, -0.25, 0.5}));
 
 TEST(ShadingStateTest, eachFeatureFallsInTheClassItsValueLiesIn) {
-    const auto layer = std::make_shared<host::shapefile::FeatureLayer>();
+    const auto layer = std::make_shared<host::map::FeatureLayer>();
     const ShadingState shading(layer, "FZY_SLOPE",
                                {0.0, 0.19, 0.2, 0.5, 0.79, 0.8, 1.0, std::nullopt});
     EXPECT_EQ(shading.FeatureClasses(),
@@ -60,7 +60,7 @@ TEST(ShadingStateTest, eachFeatureFallsInTheClassItsValueLiesIn) {
               (std::vector<std::uint8_t>{4, 4}));
 
     // The shading belongs to the layer object, not to a name.
-    const auto namesake = std::make_shared<host::shapefile::FeatureLayer>();
+    const auto namesake = std::make_shared<host::map::FeatureLayer>();
     layer->SetName("parcels");
     namesake->SetName("parcels");
     EXPECT_TRUE(shading.Shades(*layer));

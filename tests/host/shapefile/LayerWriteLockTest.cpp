@@ -1,4 +1,3 @@
-#include "host/memory/MemoryHost.h"
 #include "host/shapefile/Application.h"
 #include "tests/host/shapefile/TestShapefiles.h"
 #include "tests/support/Unprivileged.h"
@@ -28,50 +27,6 @@ std::int32_t LockError(IApplication& app, const std::string& folder, const std::
     }
     return 0;
 }
-
-// Both hosts keep the one contract: one writer per layer at a time, whoever asks, and the name
-// with or without ".shp" means the same layer.
-struct HostCase {
-    const char* name;
-    std::function<std::shared_ptr<IApplication>(const std::string& folder)> make;
-};
-
-class LayerWriteLockContractTest : public ::testing::TestWithParam<HostCase> {};
-
-TEST_P(LayerWriteLockContractTest, oneWriterPerLayerUntilItLetsGo) {
-    ScratchFolder folder;
-    const auto app = GetParam().make(folder.Path());
-    const auto other = GetParam().make(folder.Path());
-
-    auto held = app->LockLayerForWriting(folder.Path(), "parcels");
-    ASSERT_NE(held, nullptr);
-    EXPECT_EQ(LockError(*app, folder.Path(), "parcels"), error_number::kHostLayerLocked);
-    EXPECT_EQ(LockError(*other, folder.Path(), "parcels.shp"), error_number::kHostLayerLocked);
-    EXPECT_EQ(LockError(*other, folder.Path(), "roads"), 0);
-    held.reset();
-    EXPECT_EQ(LockError(*other, folder.Path(), "parcels"), 0);
-}
-
-std::shared_ptr<IApplication> GdalHost(const std::string& folder) {
-    for (const char* name : {"parcels", "roads"}) {
-        if (!fs::exists(folder + "/" + name + ".shp")) {
-            testing::MakeShapefile(folder, name, {{"POP", 'N', 9, 0}}, {{1.0}, {2.0}});
-        }
-    }
-    auto app = std::make_shared<shapefile::Application>();
-    app->SetWriteLockWait(std::chrono::milliseconds(0));
-    app->AddShapefileLayer(folder + "/parcels.shp");
-    return app;
-}
-
-std::shared_ptr<IApplication> MemoryHost(const std::string&) {
-    return std::make_shared<memory::MemoryApplication>();
-}
-
-INSTANTIATE_TEST_SUITE_P(Hosts, LayerWriteLockContractTest,
-                         ::testing::Values(HostCase{"shapefiles", GdalHost},
-                                           HostCase{"memory", MemoryHost}),
-                         [](const auto& test) { return std::string(test.param.name); });
 
 class ShapefileWriteLockTest : public ::testing::Test {
 protected:

@@ -1,26 +1,17 @@
-#include "host/shapefile/Application.h"
+#include "host/map/Application.h"
+#include "host/memory/MemoryHost.h"
 
-#include "tests/host/shapefile/TestShapefiles.h"
 #include "util/Error.h"
 
 #include <gtest/gtest.h>
 
-namespace quorel::host::shapefile {
+namespace quorel::host::map {
 namespace {
 
 std::shared_ptr<FeatureLayer> NamedFeatureLayer(const std::string& name) {
     auto layer = std::make_shared<FeatureLayer>();
     layer->SetName(name);
     return layer;
-}
-
-std::vector<std::string> Names(IEnumLayer& layers) {
-    std::vector<std::string> names;
-    layers.Reset();
-    while (const auto layer = layers.Next()) {
-        names.push_back(layer->Name());
-    }
-    return names;
 }
 
 class MapLayersTest : public ::testing::Test {
@@ -37,16 +28,6 @@ protected:
     Map m_map;
 };
 
-TEST_F(MapLayersTest, featureLayersWithoutRecursionAreTheTopLevelOnesInMapOrder) {
-    EXPECT_EQ(Names(*m_map.Layers(UID{kFeatureLayerInterfaceId}, false)),
-              (std::vector<std::string>{"roads", "parcels"}));
-    EXPECT_EQ(Names(*m_map.Layers(UID{kFeatureLayerInterfaceId}, true)),
-              (std::vector<std::string>{"roads", "inner", "parcels"}));
-    EXPECT_EQ(Names(*m_map.Layers(UID{kLayerInterfaceId}, false)),
-              (std::vector<std::string>{"roads", "group", "parcels"}));
-    EXPECT_THROW(m_map.Layers(UID{"{00000000-0000-0000-0000-000000000000}"}, false), Error);
-}
-
 TEST_F(MapLayersTest, layerByPositionOutOfRangeSaysWhatTheMapHolds) {
     EXPECT_EQ(m_map.Layer(2)->Name(), "parcels");
     try {
@@ -58,7 +39,7 @@ TEST_F(MapLayersTest, layerByPositionOutOfRangeSaysWhatTheMapHolds) {
 }
 
 TEST(ApplicationTest, editorExtensionIsFoundByItsIdAndReportsTheEditState) {
-    Application app;
+    memory::MemoryApplication app;
     const auto editor =
         std::dynamic_pointer_cast<IEditor>(app.FindExtensionByCLSID(UID{kEditorExtensionId}));
     ASSERT_NE(editor, nullptr);
@@ -69,7 +50,7 @@ TEST(ApplicationTest, editorExtensionIsFoundByItsIdAndReportsTheEditState) {
 }
 
 TEST(ApplicationTest, statusBarKeepsPaneTextsAndTellsItsListeners) {
-    Application app;
+    memory::MemoryApplication app;
     std::vector<std::string> shown;
     std::vector<double> progress;
     app.Bar()->SetMessageListener([&](std::int32_t pane, const std::string& text) {
@@ -87,7 +68,7 @@ TEST(ApplicationTest, statusBarKeepsPaneTextsAndTellsItsListeners) {
 }
 
 TEST(ApplicationTest, documentsHaveAFocusMapAndTheActiveOneIsTheDocument) {
-    Application app;
+    memory::MemoryApplication app;
     const auto first = app.Documents().front();
     const auto second = app.NewDocument();
     EXPECT_EQ(app.Document(), second);
@@ -100,19 +81,5 @@ TEST(ApplicationTest, documentsHaveAFocusMapAndTheActiveOneIsTheDocument) {
     EXPECT_THROW(second->SetFocusMap(std::make_shared<Map>()), Error);
 }
 
-TEST(ApplicationTest, addsAShapefileAsALayerNamedAfterIt) {
-    testing::ScratchFolder folder;
-    testing::MakeShapefile(folder.Path(), "slopes", {{"SLOPE", 'N', 7, 2}}, {{3.5}});
-    Application app;
-    const auto layer = app.AddShapefileLayer(folder.File("slopes.shp"));
-    EXPECT_EQ(layer->Name(), "slopes");
-    EXPECT_TRUE(layer->Selectable());
-    EXPECT_EQ(app.Document()->FocusMap()->LayerCount(), 1);
-    EXPECT_EQ(layer->FeatureClass()->Workspace()->PathName(), folder.Path());
-    const auto row = layer->Search(false)->NextRow();
-    ASSERT_NE(row, nullptr);
-    EXPECT_EQ(row->GetValue(2), Value(3.5));
-}
-
 } // namespace
-} // namespace quorel::host::shapefile
+} // namespace quorel::host::map

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-namespace quorel::host::shapefile {
+namespace quorel::host::map {
 
 // Statistics of one field over the rows of a cursor, read in one pass when first asked for.
 // Nulls are not values: they are left out of the distinct values and of every figure.
@@ -40,4 +40,4 @@ private:
     double m_sumOfSquares = 0; // of the deviations from the running mean (Welford)
 };
 
-} // namespace quorel::host::shapefile
+} // namespace quorel::host::map

@@ -1,4 +1,4 @@
-#include "host/shapefile/DataStatistics.h"
+#include "host/map/DataStatistics.h"
 
 #include "util/Error.h"
 
@@ -11,7 +11,7 @@
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
 #endif
 
-namespace quorel::host::shapefile {
+namespace quorel::host::map {
 namespace {
 
 constexpr const char* kSource = "DataStatistics";
@@ -113,4 +113,4 @@ void DataStatistics::Compute() {
     m_computed = true;
 }
 
-} // namespace quorel::host::shapefile
+} // namespace quorel::host::map

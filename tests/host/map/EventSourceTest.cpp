@@ -1,6 +1,7 @@
-// The GDAL host's documents and maps as event sources: which handlers hear what, and when.
+// The hosts' documents and maps as event sources: which handlers hear what, and when.
 
-#include "host/shapefile/Application.h"
+#include "host/map/Application.h"
+#include "host/memory/MemoryHost.h"
 #include "util/Error.h"
 
 #include <gtest/gtest.h>
@@ -8,7 +9,7 @@
 #include <string>
 #include <vector>
 
-namespace quorel::host::shapefile {
+namespace quorel::host::map {
 namespace {
 
 // Writes every event it hears to a shared journal, prefixed with its own name.
@@ -103,7 +104,7 @@ TEST(DocumentEventsTest, focusMapChangeIsHeardByTheOldFocusMapsHandlersOnce) {
 TEST(DocumentEventsTest, newAndOpenedDocumentsAreAnnouncedToThePreviousDocumentsHandlers) {
     Journal journal;
     Recorder handler("h", journal);
-    Application app;
+    memory::MemoryApplication app;
     const auto original = std::dynamic_pointer_cast<MxDocument>(app.Document());
     ASSERT_TRUE(original);
     original->Advise(&handler);
@@ -158,4 +159,4 @@ TEST(DocumentEventsTest, aHandlerMayDisconnectItselfWhileItHearsAnEvent) {
 }
 
 } // namespace
-} // namespace quorel::host::shapefile
+} // namespace quorel::host::map

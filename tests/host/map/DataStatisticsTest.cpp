@@ -1,4 +1,4 @@
-#include "host/shapefile/DataStatistics.h"
+#include "host/map/DataStatistics.h"
 
 #include "util/Error.h"
 
@@ -6,7 +6,7 @@
 
 #include <cmath>
 
-namespace quorel::host::shapefile {
+namespace quorel::host::map {
 namespace {
 
 // Rows of one field "V" (index 0), from a list of values.
@@ -114,4 +114,4 @@ TEST(DataStatisticsTest, unknownFieldIsNamed) {
 }
 
 } // namespace
-} // namespace quorel::host::shapefile
+} // namespace quorel::host::map
