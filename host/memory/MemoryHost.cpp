@@ -21,9 +21,6 @@ constexpr const char* kSource = "MemoryHost";
 
 } // namespace
 
-MemoryField::MemoryField(std::string name, std::int32_t type, std::string alias)
-    : m_name(std::move(name)), m_type(type), m_alias(std::move(alias)) {}
-
 std::int32_t MemoryFields::FieldCount() const {
     return static_cast<std::int32_t>(m_fields.size());
 }
@@ -103,7 +100,7 @@ MemoryFeatureClass::Create(std::shared_ptr<MemoryWorkspace> workspace, const std
     std::shared_ptr<MemoryFeatureClass> featureClass(
         new MemoryFeatureClass(workspace, name, shapeType));
     for (const auto& field : fields) {
-        featureClass->m_fields->Add(std::make_shared<MemoryField>(field.name, field.type));
+        featureClass->m_fields->Add(std::make_shared<map::Field>(field.name, field.type));
     }
     if (workspace) {
         workspace->Register(name, featureClass);
@@ -119,7 +116,7 @@ void MemoryFeatureClass::AddField(const IField& field) {
     if (field.Name().empty() || m_fields->FindField(field.Name()) >= 0) {
         throw Error(error_number::kHostFailure, kSource, "Cannot add field '" + field.Name() + "'");
     }
-    m_fields->Add(std::make_shared<MemoryField>(field.Name(), field.Type(), field.AliasName()));
+    m_fields->Add(std::make_shared<map::Field>(field.Name(), field.Type(), field.AliasName()));
     for (auto& row : m_rows) {
         row.emplace_back();
     }
@@ -221,7 +218,7 @@ void MemoryCalculator::Calculate() {
 }
 
 std::shared_ptr<IFieldEdit> MemoryObjectFactory::NewField() {
-    return std::make_shared<MemoryField>();
+    return std::make_shared<map::Field>();
 }
 
 std::shared_ptr<ICalculator> MemoryObjectFactory::NewCalculator() {

@@ -6,6 +6,7 @@
 
 #include "host/api/Host.h"
 #include "host/map/Application.h"
+#include "host/map/Field.h"
 
 #include <chrono>
 #include <map>
@@ -16,35 +17,17 @@
 
 namespace quorel::host::memory {
 
-class MemoryField final : public IFieldEdit {
-public:
-    MemoryField() = default;
-    MemoryField(std::string name, std::int32_t type, std::string alias = {});
-
-    std::string Name() const override { return m_name; }
-    std::string AliasName() const override { return m_alias.empty() ? m_name : m_alias; }
-    std::int32_t Type() const override { return m_type; }
-    void SetName(const std::string& name) override { m_name = name; }
-    void SetType(std::int32_t type) override { m_type = type; }
-    void SetAliasName(const std::string& alias) override { m_alias = alias; }
-
-private:
-    std::string m_name;
-    std::int32_t m_type = kFieldTypeDouble;
-    std::string m_alias;
-};
-
 class MemoryFields final : public IFields {
 public:
     std::int32_t FieldCount() const override;
     std::shared_ptr<IField> Field(std::int32_t index) const override;
     std::int32_t FindField(const std::string& name) const override;
 
-    void Add(std::shared_ptr<MemoryField> field) { m_fields.push_back(std::move(field)); }
+    void Add(std::shared_ptr<map::Field> field) { m_fields.push_back(std::move(field)); }
     void Remove(std::int32_t index);
 
 private:
-    std::vector<std::shared_ptr<MemoryField>> m_fields;
+    std::vector<std::shared_ptr<map::Field>> m_fields;
 };
 
 class MemoryFeatureClass;

@@ -10,7 +10,7 @@
 namespace quorel::host::shapefile {
 
 std::shared_ptr<IFieldEdit> ObjectFactory::NewField() {
-    return std::make_shared<HostField>();
+    return std::make_shared<map::Field>();
 }
 
 std::shared_ptr<ICalculator> ObjectFactory::NewCalculator() {

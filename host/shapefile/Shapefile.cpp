@@ -198,10 +198,10 @@ std::int32_t HostFieldType(const DbfField& field) {
 }
 
 ShapefileFields::ShapefileFields(const DbfHeader& header) {
-    m_fields.push_back(std::make_shared<HostField>("FID", kFieldTypeOID));
-    m_fields.push_back(std::make_shared<HostField>("Shape", kFieldTypeGeometry));
+    m_fields.push_back(std::make_shared<map::Field>("FID", kFieldTypeOID));
+    m_fields.push_back(std::make_shared<map::Field>("Shape", kFieldTypeGeometry));
     for (const DbfField& field : header.fields) {
-        m_fields.push_back(std::make_shared<HostField>(field.name, HostFieldType(field)));
+        m_fields.push_back(std::make_shared<map::Field>(field.name, HostFieldType(field)));
     }
 }
 

@@ -5,6 +5,7 @@
 // that a field is added and a column filled without touching the geometry.
 
 #include "host/api/Host.h"
+#include "host/map/Field.h"
 #include "host/shapefile/DbfTable.h"
 
 #include <chrono>
@@ -19,25 +20,6 @@ namespace quorel::host::shapefile {
 
 // The host's field types for a .dbf column: integers by width, numbers with decimals as double.
 std::int32_t HostFieldType(const DbfField& field);
-
-class HostField final : public IFieldEdit {
-public:
-    HostField() = default;
-    HostField(std::string name, std::int32_t type)
-        : m_name(name), m_alias(std::move(name)), m_type(type) {}
-
-    std::string Name() const override { return m_name; }
-    std::string AliasName() const override { return m_alias; }
-    std::int32_t Type() const override { return m_type; }
-    void SetName(const std::string& name) override { m_name = name; }
-    void SetType(std::int32_t type) override { m_type = type; }
-    void SetAliasName(const std::string& alias) override { m_alias = alias; }
-
-private:
-    std::string m_name;
-    std::string m_alias;
-    std::int32_t m_type = kFieldTypeDouble;
-};
 
 // A snapshot of a shapefile's fields: "FID" (object id) and "Shape" (geometry) first, as the
 // host lists them, then the table's columns in order.
@@ -56,7 +38,7 @@ public:
     }
 
 private:
-    std::vector<std::shared_ptr<HostField>> m_fields;
+    std::vector<std::shared_ptr<map::Field>> m_fields;
 };
 
 class ShapefileFeatureClass;

@@ -177,8 +177,8 @@ TEST_F(RunCriterionTest, fromTheTenthNumberedCandidateTheNameKeepsTenCharacters)
         std::vector<std::string> names;
         std::int32_t FieldCount() const override { return static_cast<std::int32_t>(names.size()); }
         std::shared_ptr<host::IField> Field(std::int32_t i) const override {
-            return std::make_shared<host::shapefile::HostField>(
-                names.at(static_cast<std::size_t>(i)), host::kFieldTypeDouble);
+            return std::make_shared<host::map::Field>(names.at(static_cast<std::size_t>(i)),
+                                                      host::kFieldTypeDouble);
         }
         std::int32_t FindField(const std::string&) const override { return -1; }
     } table;

@@ -111,7 +111,7 @@ TEST_F(ShapefileTest, cursorSkipsDeletedRecords) {
 
 TEST_F(ShapefileTest, addFieldMakesADoubleN19_11AndRefusesHostNames) {
     const auto featureClass = Open();
-    HostField field("FZY_POP", kFieldTypeDouble);
+    host::map::Field field("FZY_POP", kFieldTypeDouble);
     featureClass->AddField(field);
     // Listed at once; written at the latest when the records are read.
     EXPECT_EQ(featureClass->FindField("FZY_POP"), 6);
@@ -125,7 +125,7 @@ TEST_F(ShapefileTest, addFieldMakesADoubleN19_11AndRefusesHostNames) {
 
     for (const char* name : {"FID", "Shape", "FZY_POP"}) {
         try {
-            featureClass->AddField(HostField(name, kFieldTypeDouble));
+            featureClass->AddField(host::map::Field(name, kFieldTypeDouble));
             ADD_FAILURE() << name << " was accepted";
         } catch (const Error& e) {
             EXPECT_EQ(e.Description(), std::string("Field already exists: ") + name);
@@ -134,7 +134,7 @@ TEST_F(ShapefileTest, addFieldMakesADoubleN19_11AndRefusesHostNames) {
 }
 
 TEST_F(ShapefileTest, aFieldNotYetWrittenIsWrittenNullWhenTheObjectEnds) {
-    Open()->AddField(HostField("LATER", kFieldTypeDouble));
+    Open()->AddField(host::map::Field("LATER", kFieldTypeDouble));
     const testing::GdalTable table = testing::ReadWithGdal(m_folder.File("parcels.shp"));
     ASSERT_EQ(table.fields.size(), 5u);
     EXPECT_EQ(table.fields[4].name, "LATER");
@@ -145,7 +145,7 @@ TEST_F(ShapefileTest, aFieldNotYetWrittenIsWrittenNullWhenTheObjectEnds) {
 
 TEST_F(ShapefileTest, aFieldWhoseWriteFailedStaysPendingAndFailsAgain) {
     const auto featureClass = std::dynamic_pointer_cast<ShapefileFeatureClass>(Open());
-    featureClass->AddField(HostField("LATER", kFieldTypeDouble));
+    featureClass->AddField(host::map::Field("LATER", kFieldTypeDouble));
     const std::string dbf = m_folder.File("parcels.dbf");
     const std::string whole = testing::ReadBytes(dbf);
     // A table cut short takes no field.
@@ -162,7 +162,7 @@ TEST_F(ShapefileTest, aFieldWhoseWriteFailedStaysPendingAndFailsAgain) {
 
 TEST_F(ShapefileTest, whenNeitherValuesNorNullCanBeWrittenTheErrorSaysTheFieldIsMissing) {
     const auto featureClass = std::dynamic_pointer_cast<ShapefileFeatureClass>(Open());
-    featureClass->AddField(HostField("LATER", kFieldTypeDouble));
+    featureClass->AddField(host::map::Field("LATER", kFieldTypeDouble));
     const std::string dbf = m_folder.File("parcels.dbf");
     const std::string whole = testing::ReadBytes(dbf);
     try {
