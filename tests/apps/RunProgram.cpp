@@ -13,6 +13,26 @@
 
 namespace quorel::test {
 
+namespace {
+
+// In a forked child: sets the environment and becomes the program; never returns.
+[[noreturn]] void ExecInChild(const std::string& program, const std::vector<std::string>& arguments,
+                              const std::map<std::string, std::string>& environment) {
+    for (const auto& [name, value] : environment) {
+        setenv(name.c_str(), value.c_str(), 1);
+    }
+    std::vector<char*> argv;
+    argv.push_back(const_cast<char*>(program.c_str()));
+    for (const auto& arg : arguments) {
+        argv.push_back(const_cast<char*>(arg.c_str()));
+    }
+    argv.push_back(nullptr);
+    execv(program.c_str(), argv.data());
+    _exit(127);
+}
+
+} // namespace
+
 ProgramResult RunProgram(const std::string& program, const std::vector<std::string>& arguments,
                          const std::string& input,
                          const std::map<std::string, std::string>& environment) {
@@ -31,17 +51,7 @@ ProgramResult RunProgram(const std::string& program, const std::vector<std::stri
         for (int fd : {inPipe[0], inPipe[1], outPipe[0], outPipe[1], errPipe[0], errPipe[1]}) {
             close(fd);
         }
-        for (const auto& [name, value] : environment) {
-            setenv(name.c_str(), value.c_str(), 1);
-        }
-        std::vector<char*> argv;
-        argv.push_back(const_cast<char*>(program.c_str()));
-        for (const auto& arg : arguments) {
-            argv.push_back(const_cast<char*>(arg.c_str()));
-        }
-        argv.push_back(nullptr);
-        execv(program.c_str(), argv.data());
-        _exit(127);
+        ExecInChild(program, arguments, environment);
     }
     close(inPipe[0]);
     close(outPipe[1]);
@@ -109,17 +119,7 @@ pid_t StartProgram(const std::string& program, const std::vector<std::string>& a
         dup2(out, 2);
         close(in);
         close(out);
-        for (const auto& [name, value] : environment) {
-            setenv(name.c_str(), value.c_str(), 1);
-        }
-        std::vector<char*> argv;
-        argv.push_back(const_cast<char*>(program.c_str()));
-        for (const auto& arg : arguments) {
-            argv.push_back(const_cast<char*>(arg.c_str()));
-        }
-        argv.push_back(nullptr);
-        execv(program.c_str(), argv.data());
-        _exit(127);
+        ExecInChild(program, arguments, environment);
     }
     return pid;
 }
