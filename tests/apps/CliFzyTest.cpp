@@ -1,12 +1,12 @@
 #include "RunProgram.h"
 #include "tests/fzy/FzyFiles.h"
+#include "tests/support/ScratchFolder.h"
 #include "tests/support/Unprivileged.h"
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <unistd.h>
 
 namespace quorel::cli {
@@ -15,24 +15,8 @@ namespace {
 namespace fs = std::filesystem;
 using fzy::test::Bytes;
 
-std::string ReadText(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream content;
-    content << in.rdbuf();
-    return content.str();
-}
-
 class CliFzyTest : public testing::Test {
 protected:
-    void SetUp() override {
-        m_folder = fs::temp_directory_path() /
-                   ("quorel_cli_" + std::to_string(getpid()) + "_" +
-                    testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::remove_all(m_folder);
-        fs::create_directories(m_folder);
-    }
-    void TearDown() override { fs::remove_all(m_folder); }
-
     // A scratch settings folder: the user's remembered language plays no part.
     test::ProgramResult Run(const std::vector<std::string>& arguments) {
         return test::RunProgram(
@@ -54,7 +38,8 @@ protected:
             {field, 3, field, a, 10, 1e14, 1e14, "C:\\SIG\\data", "PARC", 45356.25, 99});
     }
 
-    fs::path m_folder;
+    test::ScratchFolder m_scratch;
+    fs::path m_folder{m_scratch.Path()};
 };
 
 TEST_F(CliFzyTest, dumpShowsHeaderAndEveryEntry) {
@@ -122,7 +107,7 @@ TEST_F(CliFzyTest, metaWithoutEntriesShowsText153AndWritesNothing) {
     result = Run({"meta", Path("OLD.shp"), "SLOPE"});
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(result.out, "Aucune métadonnée n'est enregistrée pour cet attribut.\n");
-    EXPECT_EQ(ReadText(m_folder / "OLD.fzy"), std::string(10, '\xAB'));
+    EXPECT_EQ(test::ReadBytes(m_folder / "OLD.fzy"), std::string(10, '\xAB'));
 }
 
 TEST_F(CliFzyTest, metaReadsAFolderItCannotWrite) {

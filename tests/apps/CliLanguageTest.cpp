@@ -1,19 +1,21 @@
 #include "RunProgram.h"
 
 #include "lang/TextSource.h"
+#include "tests/support/ScratchFolder.h"
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <unistd.h>
 
 namespace {
 
 namespace fs = std::filesystem;
 using quorel::test::ProgramResult;
+using quorel::test::ReadBytes;
 using quorel::test::RunProgram;
+using quorel::test::ScratchFolder;
 
 // The shipped texts, as the database beside the program holds them.
 const quorel::lang::TextSourceTable& ShippedTexts() {
@@ -38,27 +40,15 @@ std::string Text(std::int16_t id, const std::string& language) {
 // Each test remembers its language in a settings folder of its own.
 class CliLanguageTest : public ::testing::Test {
 protected:
-    CliLanguageTest()
-        : m_config(fs::temp_directory_path() /
-                   ("quorel_cli_lang_" + std::to_string(getpid()) + "_" +
-                    ::testing::UnitTest::GetInstance()->current_test_info()->name())) {
-        fs::remove_all(m_config);
-    }
-    ~CliLanguageTest() override { fs::remove_all(m_config); }
-
     ProgramResult Quorel(const std::vector<std::string>& arguments) {
         return RunProgram(QUOREL_CLI, arguments, {},
                           {{"XDG_CONFIG_HOME", m_config.string()}, {"LC_ALL", "C"}});
     }
 
-    std::string Settings() const {
-        std::ifstream in(m_config / "Ombrel_Brumalis.ini");
-        std::stringstream content;
-        content << in.rdbuf();
-        return content.str();
-    }
+    std::string Settings() const { return ReadBytes(m_config / "Ombrel_Brumalis.ini"); }
 
-    fs::path m_config;
+    ScratchFolder m_scratch;
+    fs::path m_config{m_scratch.Path()};
 };
 
 const std::vector<std::string> kOutOfOrder = {"script", "--kind", "3", "-a", "5", "-b", "2"};

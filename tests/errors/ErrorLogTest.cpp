@@ -1,12 +1,11 @@
 #include "errors/ErrorLog.h"
 #include "tests/support/RecordingMessageUi.h"
+#include "tests/support/ScratchFolder.h"
 #include "tests/support/TextLines.h"
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
@@ -30,33 +29,15 @@ std::time_t LocalMoment(int year, int month, int day, int hour, int minute, int 
     return std::mktime(&local);
 }
 
-std::string ReadFile(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream content;
-    content << in.rdbuf();
-    return content.str();
-}
-
 class ErrorLogTest : public testing::Test {
 protected:
-    void SetUp() override {
-        m_folder = fs::temp_directory_path() /
-                   ("quorel_errorlog_" + std::to_string(getpid()) + "_" +
-                    testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::remove_all(m_folder);
-        fs::create_directories(m_folder);
-    }
-    void TearDown() override {
-        fs::permissions(m_folder, fs::perms::owner_all, fs::perm_options::add);
-        fs::remove_all(m_folder);
-    }
-
     ErrorLog MakeLog() {
         return ErrorLog(m_ui, ComponentIdentity{m_folder.string(), "Quorel", "10.3.2"},
                         [] { return LocalMoment(2024, 3, 5, 14, 7, 9); });
     }
 
-    fs::path m_folder;
+    test::ScratchFolder m_scratch;
+    fs::path m_folder{m_scratch.Path()};
     util::RecordingMessageUi m_ui;
 };
 
@@ -96,7 +77,7 @@ TEST_F(ErrorLogTest, twoReportsGiveTwoEntriesInTheLogBesideTheComponent) {
     log.ReportError(Error(6, "Quorel", "Overflow"), "frm_back", "cmd_go_Click", true, 0, "Debug=5",
                     true);
 
-    const auto lines = SplitLines(ReadFile(m_folder / "Quorel.log"));
+    const auto lines = SplitLines(test::ReadBytes(m_folder / "Quorel.log"));
     const std::vector<std::string> expected = {
         "",
         "05/03/2024 14:07:09 Quorel v10.3.2",
@@ -124,7 +105,7 @@ TEST_F(ErrorLogTest, twoReportsGiveTwoEntriesInTheLogBesideTheComponent) {
 TEST_F(ErrorLogTest, logIsWrittenInTheSystemsCodePage) {
     ErrorLog log = MakeLog();
     log.AppendErrorLog("Exe:/données/Карты/Quorel");
-    EXPECT_EQ(ReadFile(m_folder / "Quorel.log"), "Exe:/données/Карты/Quorel\r\n");
+    EXPECT_EQ(test::ReadBytes(m_folder / "Quorel.log"), "Exe:/données/Карты/Quorel\r\n");
 }
 
 TEST_F(ErrorLogTest, errorNumberZeroDoesNothing) {

@@ -4,6 +4,7 @@
 #include "fzy/IO_fzyext.h"
 #include "tests/fzy/FzyFiles.h"
 #include "tests/support/RecordingMessageUi.h"
+#include "tests/support/ScratchFolder.h"
 #include "tests/support/TextLines.h"
 #include "util/MessageUi.h"
 #include "util/TextSource.h"
@@ -48,15 +49,7 @@ inline void WriteBytes(const fs::path& path, const Bytes& bytes) {
 // A scratch folder and a fresh component state per test.
 class FzyFixture : public testing::Test {
 protected:
-    void SetUp() override {
-        m_folder = fs::temp_directory_path() /
-                   ("quorel_fzy_" + std::to_string(getpid()) + "_" +
-                    testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::remove_all(m_folder);
-        fs::create_directories(m_folder);
-        m_io.SetDecimalMark('.');
-    }
-    void TearDown() override { fs::remove_all(m_folder); }
+    void SetUp() override { m_io.SetDecimalMark('.'); }
 
     std::string Folder() const { return m_folder.string(); }
     fs::path FzyPath(const std::string& name = "PARCELLES") const {
@@ -69,7 +62,8 @@ protected:
         m_io.fzy_io_open(Folder(), shape);
     }
 
-    fs::path m_folder;
+    quorel::test::ScratchFolder m_scratch;
+    fs::path m_folder{m_scratch.Path()};
     util::RecordingMessageUi m_ui;
     IdTextSource m_texts;
     RecordingInfoWindow m_window;

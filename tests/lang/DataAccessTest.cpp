@@ -80,13 +80,13 @@ TEST_F(DataAccessTest, unreadableDatabaseRaisesOrReturnsTheEnginesDescription) {
 }
 
 TEST_F(DataAccessTest, sharedFolderPrefixIsRewrittenEverywhereInThePath) {
-    DataAccess dao(m_ui, SharedFolderRewrite{"//server/share", m_scratch.Path().string()});
+    DataAccess dao(m_ui, SharedFolderRewrite{"//server/share", m_scratch.Path()});
     EXPECT_EQ(dao.RewriteSharedFolder("//server/share/texts/text.mdb"),
-              m_scratch.Path().string() + "/texts/text.mdb");
+              m_scratch.Path() + "/texts/text.mdb");
     EXPECT_EQ(dao.RewriteSharedFolder("/local/text.mdb"), "/local/text.mdb");
     EXPECT_EQ(dao.RewriteSharedFolder("//SERVER/share/text.mdb"), "//SERVER/share/text.mdb");
     EXPECT_EQ(dao.RewriteSharedFolder("a//server/share//server/share"),
-              "a" + m_scratch.Path().string() + m_scratch.Path().string());
+              "a" + m_scratch.Path() + m_scratch.Path());
 
     SqliteFile();
     std::shared_ptr<IDatabase> db;
@@ -100,7 +100,7 @@ TEST_F(DataAccessTest, sharedFolderPrefixIsRewrittenEverywhereInThePath) {
 }
 
 TEST_F(DataAccessTest, sharedFolderPrefixComesFromTheSiteSettings) {
-    IniSettingsStore settings(m_scratch.Path() / "config");
+    IniSettingsStore settings(m_scratch.Dir() / "config");
     EXPECT_EQ(SharedFolderRewriteFromSettings(settings), std::nullopt);
     settings.SaveSetting(kSettingsApplication, "site", "SharedFolderPrefix", "//srv/gis");
     // Without its replacement the prefix would only be stripped from paths.

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tests/support/ScratchFolder.h"
+
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
@@ -9,34 +11,7 @@
 
 namespace quorel::lang::testing_support {
 
-// A folder of its own for each test, removed afterwards.
-class ScratchFolder {
-public:
-    ScratchFolder() {
-        const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
-        std::string name = std::string("quorel_lang_") + std::to_string(getpid()) + "_" +
-                           info->test_suite_name() + "_" + info->name();
-        for (char& c : name) {
-            if (c == '/') {
-                c = '_';
-            }
-        }
-        m_path = std::filesystem::temp_directory_path() / name;
-        std::filesystem::remove_all(m_path);
-        std::filesystem::create_directories(m_path);
-    }
-    ScratchFolder(const ScratchFolder&) = delete;
-    ScratchFolder& operator=(const ScratchFolder&) = delete;
-    ~ScratchFolder() {
-        std::error_code ec;
-        std::filesystem::remove_all(m_path, ec);
-    }
-    const std::filesystem::path& Path() const { return m_path; }
-    std::string File(const std::string& name) const { return (m_path / name).string(); }
-
-private:
-    std::filesystem::path m_path;
-};
+using ScratchFolder = quorel::test::ScratchFolder;
 
 // Makes a real SQLite database file by running sql in it.
 inline void MakeSqliteDatabase(const std::string& path, const std::string& sql) {

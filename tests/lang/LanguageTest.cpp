@@ -92,11 +92,10 @@ protected:
     clsResourceMDB& Texts() { return *m_module.gResource(); }
 
     ScratchFolder m_scratch;
-    IniSettingsStore m_settings{m_scratch.Path() / "config"};
+    IniSettingsStore m_settings{m_scratch.Dir() / "config"};
     util::RecordingMessageUi m_ui;
-    Module1 m_module{m_ui, m_settings, m_scratch.Path().string()};
-    errors::ErrorLog m_log{
-        m_ui, errors::ComponentIdentity{m_scratch.Path().string(), "Quorel", "10.3.2"}};
+    Module1 m_module{m_ui, m_settings, m_scratch.Path()};
+    errors::ErrorLog m_log{m_ui, errors::ComponentIdentity{m_scratch.Path(), "Quorel", "10.3.2"}};
     TestDialog m_dialog;
 };
 
@@ -289,13 +288,11 @@ TEST_F(LanguageTest, sharedFolderPrefixWithoutReplacementIsRefusedInTheUsersLang
     MakeDatabase("CREATE TABLE tblText (id INTEGER, fr TEXT, en TEXT);"
                  "INSERT INTO tblText VALUES (190, 'Préfixe refusé', 'Prefix refused');");
     // The prefix names the component's own folder: stripping it would lose the database.
-    m_settings.SaveSetting("Ombrel_Brumalis", "site", "SharedFolderPrefix",
-                           m_scratch.Path().string());
-    Module1 module(m_ui, m_settings, m_scratch.Path().string());
+    m_settings.SaveSetting("Ombrel_Brumalis", "site", "SharedFolderPrefix", m_scratch.Path());
+    Module1 module(m_ui, m_settings, m_scratch.Path());
     module.InitLanguage();
     ASSERT_EQ(m_ui.boxes.size(), 1u);
-    EXPECT_EQ(m_ui.boxes[0].text,
-              "Préfixe refusé\r\nSharedFolderPrefix=" + m_scratch.Path().string());
+    EXPECT_EQ(m_ui.boxes[0].text, "Préfixe refusé\r\nSharedFolderPrefix=" + m_scratch.Path());
     EXPECT_EQ(m_ui.boxes[0].icon, util::MessageIcon::Critical);
     EXPECT_EQ(module.gResource()->ResourceString(190), "Préfixe refusé");
 }
@@ -305,14 +302,14 @@ TEST_F(LanguageTest, failingToRememberTheLanguageIsReportedAndLogged) {
     LoadDialog();
     m_ui.boxes.clear();
     // A file where the settings folder should be makes the store unwritable.
-    std::filesystem::remove_all(m_scratch.Path() / "config");
-    std::ofstream(m_scratch.Path() / "config") << "in the way";
+    std::filesystem::remove_all(m_scratch.Dir() / "config");
+    std::ofstream(m_scratch.Dir() / "config") << "in the way";
 
     m_dialog.list.SetListIndex(1);
     ASSERT_EQ(m_ui.boxes.size(), 1u);
     EXPECT_NE(m_ui.boxes[0].text.find("listLang1_Click"), std::string::npos);
     EXPECT_NE(m_ui.boxes[0].text.find("frm_back"), std::string::npos);
-    EXPECT_TRUE(std::filesystem::exists(m_scratch.Path() / "Quorel.log"));
+    EXPECT_TRUE(std::filesystem::exists(m_scratch.Dir() / "Quorel.log"));
     // The new language was loaded and applied before the failure.
     EXPECT_EQ(m_dialog.At("cmd_go").caption, "Compute");
 }

@@ -30,7 +30,7 @@ TEST(SettingsStoreTest, missingSettingGivesTheDefault) {
 
 TEST(SettingsStoreTest, savedSettingIsReadBackAndReplacedInPlace) {
     ScratchFolder scratch;
-    IniSettingsStore store(scratch.Path() / "new" / "folder");
+    IniSettingsStore store(scratch.Dir() / "new" / "folder");
     store.SaveSetting("Ombrel_Brumalis", "params", "lang", "en");
     EXPECT_EQ(store.GetSetting("Ombrel_Brumalis", "params", "lang", "fr"), "en");
     store.SaveSetting("Ombrel_Brumalis", "params", "lang", "fr");

@@ -37,7 +37,7 @@ protected:
     ScratchFolder m_scratch;
     IniSettingsStore m_settings{m_scratch.Path()};
     util::RecordingMessageUi m_ui;
-    Module1 m_module{m_ui, m_settings, m_scratch.Path().string()};
+    Module1 m_module{m_ui, m_settings, m_scratch.Path()};
 };
 
 TEST_P(ShippedTextsTest, everyUsedIdHasAText) {

@@ -1,5 +1,6 @@
 #include "util/FileFunctions.h"
 #include "tests/support/RecordingMessageUi.h"
+#include "tests/support/ScratchFolder.h"
 #include "util/ListControl.h"
 #include "util/MessageUi.h"
 
@@ -16,16 +17,9 @@ using namespace quorel::util;
 
 class FileFunctionsTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        m_dir =
-            fs::temp_directory_path() /
-            ("quorel-files-" + std::to_string(::testing::UnitTest::GetInstance()->random_seed()) +
-             "-" + ::testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::create_directories(m_dir);
-        std::ofstream(m_dir / "roads.shp") << "x";
-    }
-    void TearDown() override { fs::remove_all(m_dir); }
-    fs::path m_dir;
+    void SetUp() override { std::ofstream(m_dir / "roads.shp") << "x"; }
+    quorel::test::ScratchFolder m_scratch;
+    fs::path m_dir{m_scratch.Path()};
 };
 
 TEST_F(FileFunctionsTest, findsFilesFoldersAndWildcardMatches) {

@@ -1,4 +1,5 @@
 #include "util/FileReplacement.h"
+#include "tests/support/ScratchFolder.h"
 
 #include <gtest/gtest.h>
 
@@ -7,7 +8,6 @@
 #include <fstream>
 #include <iterator>
 #include <set>
-#include <sstream>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -18,26 +18,7 @@ namespace fs = std::filesystem;
 
 class FileReplacementTest : public testing::Test {
 protected:
-    void SetUp() override {
-        m_folder = fs::temp_directory_path() /
-                   ("quorel_replace_" + std::to_string(getpid()) + "_" +
-                    testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::remove_all(m_folder);
-        fs::create_directories(m_folder);
-    }
-    void TearDown() override { fs::remove_all(m_folder); }
-
-    std::string Path(const std::string& name) const { return (m_folder / name).string(); }
-
-    static void Write(const std::string& path, const std::string& content) {
-        std::ofstream(path, std::ios::binary) << content;
-    }
-    static std::string Read(const std::string& path) {
-        std::ifstream in(path, std::ios::binary);
-        std::ostringstream content;
-        content << in.rdbuf();
-        return content.str();
-    }
+    std::string Path(const std::string& name) const { return m_scratch.File(name); }
     std::set<std::string> Names() const {
         std::set<std::string> names;
         for (const auto& entry : fs::directory_iterator(m_folder)) {
@@ -46,11 +27,12 @@ protected:
         return names;
     }
 
-    fs::path m_folder;
+    test::ScratchFolder m_scratch;
+    fs::path m_folder{m_scratch.Path()};
 };
 
 TEST_F(FileReplacementTest, replacesTheTargetKeepingItsModeAndOwnerAndNothingElse) {
-    Write(Path("t.dbf"), "old");
+    test::WriteBytes(Path("t.dbf"), "old");
     ASSERT_EQ(::chmod(Path("t.dbf").c_str(), 0640), 0);
     const bool root = ::geteuid() == 0;
     if (root) {
@@ -58,14 +40,14 @@ TEST_F(FileReplacementTest, replacesTheTargetKeepingItsModeAndOwnerAndNothingEls
     }
     // Names that an earlier writer with fixed scratch names would have used: never touched.
     for (const char* other : {"t.dbf.tmp", "t.tmp", "t.dbf.quorel-tmp"}) {
-        Write(Path(other), "mine");
+        test::WriteBytes(Path(other), "mine");
     }
 
     ReplaceFile(Path("t.dbf"), "new content", "Test");
 
-    EXPECT_EQ(Read(Path("t.dbf")), "new content");
+    EXPECT_EQ(test::ReadBytes(Path("t.dbf")), "new content");
     for (const char* other : {"t.dbf.tmp", "t.tmp", "t.dbf.quorel-tmp"}) {
-        EXPECT_EQ(Read(Path(other)), "mine") << other;
+        EXPECT_EQ(test::ReadBytes(Path(other)), "mine") << other;
     }
     EXPECT_EQ(Names().size(), 4u);
     struct stat status {};
@@ -84,13 +66,13 @@ TEST_F(FileReplacementTest, aNewFileTakesTheModeLessTheUmask) {
 }
 
 TEST_F(FileReplacementTest, aReplacementNotCommittedLeavesTheTargetAndNoTemporary) {
-    Write(Path("t.fzy"), "old");
+    test::WriteBytes(Path("t.fzy"), "old");
     {
         FileReplacement replacement(Path("t.fzy"), "Test");
         replacement.Write("half");
         EXPECT_TRUE(fs::exists(replacement.TemporaryPath()));
     }
-    EXPECT_EQ(Read(Path("t.fzy")), "old");
+    EXPECT_EQ(test::ReadBytes(Path("t.fzy")), "old");
     EXPECT_EQ(Names(), std::set<std::string>{"t.fzy"});
 }
 
@@ -102,7 +84,7 @@ TEST_F(FileReplacementTest, twoReplacementsAtOnceHaveTemporariesOfTheirOwn) {
     second.Write("second");
     first.Commit();
     second.Commit();
-    EXPECT_EQ(Read(Path("t.fzy")), "second");
+    EXPECT_EQ(test::ReadBytes(Path("t.fzy")), "second");
     EXPECT_EQ(Names(), std::set<std::string>{"t.fzy"});
 }
 
@@ -115,10 +97,10 @@ TEST_F(FileReplacementTest, staleTemporariesOfTheTargetGoAndNothingElse) {
                                            "t.dbf.quorel-Ab3xZ9x",
                                            "t.fzy.quorel-Ab3xZ9"};
     for (const auto& name : stale) {
-        Write(Path(name), "x");
+        test::WriteBytes(Path(name), "x");
     }
     for (const auto& name : kept) {
-        Write(Path(name), "x");
+        test::WriteBytes(Path(name), "x");
     }
     EXPECT_EQ(RemoveStaleReplacements(Path("t.dbf")), 2);
     EXPECT_EQ(Names(), std::set<std::string>(kept.begin(), kept.end()));

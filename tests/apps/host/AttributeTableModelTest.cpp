@@ -2,6 +2,7 @@
 // table holds it; deleted records are no rows, and the rows keep their records' FIDs.
 
 #include "apps/quorel-host/AttributeTableModel.h"
+#include "tests/support/ScratchFolder.h"
 
 #include <QApplication>
 #include <QHeaderView>
@@ -72,18 +73,12 @@ void PutNumber(char* field, std::size_t width, std::string_view text) {
 
 class AttributeTableModelTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        m_folder =
-            fs::path(::testing::TempDir()) / ("quorel-table-model-" + std::to_string(getpid()));
-        fs::create_directories(m_folder);
-    }
-    void TearDown() override { fs::remove_all(m_folder); }
-
     static QString Cell(const AttributeTableModel& model, int row, int column) {
         return model.data(model.index(row, column), Qt::DisplayRole).toString();
     }
 
-    fs::path m_folder;
+    test::ScratchFolder m_scratch;
+    fs::path m_folder{m_scratch.Path()};
 };
 
 TEST_F(AttributeTableModelTest, aMillionRowsOpenAtOnceAndAnyRowReadsOnDemand) {

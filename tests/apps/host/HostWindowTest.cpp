@@ -5,6 +5,7 @@
 #include "apps/quorel-host/MainWindow.h"
 #include "component/hostside/ComponentLoader.h"
 #include "component/registry/ClassRegistry.h"
+#include "tests/support/ScratchFolder.h"
 
 #include <QAbstractButton>
 #include <QAction>
@@ -68,9 +69,6 @@ void ReleaseMouseOn(QListWidget& list, const QString& text) {
 class HostWindowTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        m_folder =
-            fs::path(::testing::TempDir()) / ("quorel-host-window-" + std::to_string(getpid()));
-        fs::remove_all(m_folder);
         fs::create_directories(m_folder / "config");
         setenv("XDG_CONFIG_HOME", (m_folder / "config").c_str(), 1);
         const auto library = component::ComponentLibrary::Open(QUOREL_COMPONENT);
@@ -86,10 +84,7 @@ protected:
         m_window->OpenDocumentFile(QString::fromStdString((m_folder / "demo.qmap").string()));
         m_window->show();
     }
-    void TearDown() override {
-        m_window.reset();
-        fs::remove_all(m_folder);
-    }
+    void TearDown() override { m_window.reset(); }
 
     // Clicks the command; while its dialog is up, closes every message box (recording its
     // text) and runs drive on the dialog once, then closes the dialog.
@@ -159,7 +154,8 @@ protected:
         }
     }
 
-    fs::path m_folder;
+    test::ScratchFolder m_scratch;
+    fs::path m_folder{m_scratch.Path()};
     std::unique_ptr<MainWindow> m_window;
 };
 

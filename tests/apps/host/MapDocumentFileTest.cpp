@@ -1,6 +1,7 @@
 // Map documents written and read back: layers, names, order, groups, flags and the focus map.
 
 #include "apps/quorel-host/MapDocumentFile.h"
+#include "tests/support/ScratchFolder.h"
 #include "util/Error.h"
 
 #include <gtest/gtest.h>
@@ -19,16 +20,12 @@ namespace fs = std::filesystem;
 class MapDocumentFileTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        m_folder =
-            fs::path(::testing::TempDir()) / ("quorel-qmap-test-" + std::to_string(getpid()));
-        fs::remove_all(m_folder);
         fs::create_directories(m_folder / "data");
         for (const char* ext : {".shp", ".shx", ".dbf", ".prj", ".cpg"}) {
             fs::copy_file(fs::path(QUOREL_SOURCE_DIR) / "samples" / (std::string("parcels") + ext),
                           m_folder / "data" / (std::string("parcels") + ext));
         }
     }
-    void TearDown() override { fs::remove_all(m_folder); }
 
     std::string Write(const std::string& text) const {
         const fs::path path = m_folder / "doc.qmap";
@@ -36,7 +33,8 @@ protected:
         return path.string();
     }
 
-    fs::path m_folder;
+    test::ScratchFolder m_scratch;
+    fs::path m_folder{m_scratch.Path()};
 };
 
 TEST_F(MapDocumentFileTest, aSavedDocumentOpensWithTheSameMapsLayersGroupsAndFocus) {
@@ -59,10 +57,9 @@ TEST_F(MapDocumentFileTest, aSavedDocumentOpensWithTheSameMapsLayersGroupsAndFoc
 
     const std::string path = (m_folder / "saved.qmap").string();
     SaveMapDocument(*document, path);
-    std::ostringstream text;
-    text << std::ifstream(path).rdbuf();
+    const std::string text = test::ReadBytes(path);
     // Relative to the document, so the folder can move as a whole.
-    EXPECT_NE(text.str().find("\tdata/parcels.shp\t"), std::string::npos) << text.str();
+    EXPECT_NE(text.find("\tdata/parcels.shp\t"), std::string::npos) << text;
 
     host::shapefile::Application other;
     const auto read = LoadMapDocument(other, path);

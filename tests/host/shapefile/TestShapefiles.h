@@ -4,6 +4,7 @@
 // them to check what we wrote.
 
 #include "host/api/HostTypes.h"
+#include "tests/support/ScratchFolder.h"
 #include "tools/sample/PolygonShapefile.h"
 
 #include <cstdint>
@@ -13,22 +14,8 @@
 
 namespace quorel::testing {
 
-// A fresh folder under the system's temporary folder, removed with everything in it.
-class ScratchFolder {
-public:
-    ScratchFolder();
-    ~ScratchFolder();
-    ScratchFolder(const ScratchFolder&) = delete;
-    ScratchFolder& operator=(const ScratchFolder&) = delete;
-
-    const std::string& Path() const { return m_path; }
-    std::string File(const std::string& name) const { return m_path + "/" + name; }
-
-private:
-    std::string m_path;
-};
-
-std::string ReadBytes(const std::string& path);
+using test::ReadBytes;
+using test::ScratchFolder;
 bool FileExists(const std::string& path);
 
 // Writes folder/name.shp with the fields and rows given (one Value per field).
