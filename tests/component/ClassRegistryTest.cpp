@@ -1,11 +1,11 @@
 #include "component/registry/ClassRegistry.h"
+#include "tests/support/ScratchFolder.h"
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <sstream>
 
 namespace {
 
@@ -14,24 +14,11 @@ using quorel::component::ClassRegistry;
 
 class ClassRegistryTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        m_dir = fs::path(::testing::TempDir()) /
-                ("registry-" +
-                 std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()));
-        fs::remove_all(m_dir);
-        m_path = (m_dir / "quorel" / "classes.ini").string();
-    }
-    void TearDown() override { fs::remove_all(m_dir); }
+    std::string Content() const { return quorel::test::ReadBytes(m_path); }
 
-    std::string Content() const {
-        std::ifstream in(m_path);
-        std::stringstream text;
-        text << in.rdbuf();
-        return text.str();
-    }
-
-    fs::path m_dir;
-    std::string m_path;
+    quorel::test::ScratchFolder m_scratch;
+    fs::path m_dir{m_scratch.Path()};
+    std::string m_path{(m_dir / "quorel" / "classes.ini").string()};
 };
 
 TEST_F(ClassRegistryTest, keepsOtherComponentsEntriesAcrossSaves) {

@@ -193,10 +193,7 @@ TEST_F(DataAccessTest, maxValueOfAnEmptyTableIsNullOnBothEngines) {
 // A copy of the genuine Access sample whose second row of Table1 holds a Null in A and an empty
 // text in B, as Access writes them: the null mask's bit cleared for A; both values zero bytes long.
 std::string AccessSampleWithNullAndEmptyText(const ScratchFolder& scratch) {
-    std::ifstream in(kAccessSample, std::ios::binary);
-    std::stringstream content;
-    content << in.rdbuf();
-    std::string bytes = content.str();
+    std::string bytes = quorel::test::ReadBytes(kAccessSample);
     // The row ends with A and B ("a", "b" in UTF-16), the end of its data (37), the offsets of
     // B (35) and A (33), the number of variable columns (2) and the null mask.
     const std::string tail("a\0b\0\x25\0\x23\0\x21\0\x02\0\xFF\0", 14);

@@ -7,19 +7,13 @@
 
 #include <cstdlib>
 #include <fstream>
-#include <sstream>
 
 namespace quorel::lang {
 namespace {
 
 using testing_support::ScratchFolder;
 
-std::string ReadAll(const std::filesystem::path& file) {
-    std::ifstream in(file);
-    std::stringstream content;
-    content << in.rdbuf();
-    return content.str();
-}
+using quorel::test::ReadBytes;
 
 TEST(SettingsStoreTest, missingSettingGivesTheDefault) {
     ScratchFolder scratch;
@@ -34,7 +28,7 @@ TEST(SettingsStoreTest, savedSettingIsReadBackAndReplacedInPlace) {
     store.SaveSetting("Ombrel_Brumalis", "params", "lang", "en");
     EXPECT_EQ(store.GetSetting("Ombrel_Brumalis", "params", "lang", "fr"), "en");
     store.SaveSetting("Ombrel_Brumalis", "params", "lang", "fr");
-    EXPECT_EQ(ReadAll(store.FileFor("Ombrel_Brumalis")), "[params]\nlang=fr\n");
+    EXPECT_EQ(ReadBytes(store.FileFor("Ombrel_Brumalis")), "[params]\nlang=fr\n");
     // Sections and applications are separate.
     EXPECT_EQ(store.GetSetting("Ombrel_Brumalis", "other", "lang", "x"), "x");
     EXPECT_EQ(store.GetSetting("Other_App", "params", "lang", "x"), "x");
@@ -52,15 +46,15 @@ TEST(SettingsStoreTest, keepsOtherSectionsKeysAndComments) {
                                                        "\n";
     store.SaveSetting("Ombrel_Brumalis", "params", "lang", "en");
     store.SaveSetting("Ombrel_Brumalis", "site", "SharedFolderReplacement", "/mnt/gis");
-    EXPECT_EQ(ReadAll(store.FileFor("Ombrel_Brumalis")), "; site settings\n"
-                                                         "[site]\n"
-                                                         "SharedFolderPrefix = //srv/gis\n"
-                                                         "SharedFolderReplacement=/mnt/gis\n"
-                                                         "\n"
-                                                         "[params]\n"
-                                                         "other=1\n"
-                                                         "lang=en\n"
-                                                         "\n");
+    EXPECT_EQ(ReadBytes(store.FileFor("Ombrel_Brumalis")), "; site settings\n"
+                                                           "[site]\n"
+                                                           "SharedFolderPrefix = //srv/gis\n"
+                                                           "SharedFolderReplacement=/mnt/gis\n"
+                                                           "\n"
+                                                           "[params]\n"
+                                                           "other=1\n"
+                                                           "lang=en\n"
+                                                           "\n");
     EXPECT_EQ(store.GetSetting("Ombrel_Brumalis", "site", "SharedFolderPrefix"), "//srv/gis");
 }
 

@@ -44,14 +44,19 @@ private:
     std::size_t m_next = 0;
 };
 
+// Statistics of field V over these values.
+std::unique_ptr<DataStatistics> Over(std::vector<Value> values, const std::string& field = "V") {
+    auto statistics = std::make_unique<DataStatistics>();
+    statistics->SetField(field);
+    statistics->SetCursor(std::make_shared<ListCursor>(std::move(values)));
+    return statistics;
+}
+
 TEST(DataStatisticsTest, distinctValuesInFoundOrderAndFiguresOfNonNullValues) {
-    DataStatistics statistics;
-    statistics.SetField("V");
-    statistics.SetCursor(
-        std::make_shared<ListCursor>(std::vector<Value>{3.0, -2.0, Value{}, 7.5, 3.0, -0.0, 0.0}));
-    EXPECT_EQ(statistics.UniqueValues(), (std::vector<Value>{3.0, -2.0, 7.5, -0.0}));
-    EXPECT_EQ(statistics.UniqueValueCount(), 4);
-    const auto results = statistics.Statistics();
+    const auto statistics = Over({3.0, -2.0, Value{}, 7.5, 3.0, -0.0, 0.0});
+    EXPECT_EQ(statistics->UniqueValues(), (std::vector<Value>{3.0, -2.0, 7.5, -0.0}));
+    EXPECT_EQ(statistics->UniqueValueCount(), 4);
+    const auto results = statistics->Statistics();
     EXPECT_EQ(results->Count(), 6);
     EXPECT_EQ(results->Minimum(), -2.0);
     EXPECT_EQ(results->Maximum(), 7.5);
@@ -66,47 +71,34 @@ TEST(DataStatisticsTest, distinctValuesInFoundOrderAndFiguresOfNonNullValues) {
 }
 
 TEST(DataStatisticsTest, aNewCursorStartsAfresh) {
-    DataStatistics statistics;
-    statistics.SetField("V");
-    statistics.SetCursor(std::make_shared<ListCursor>(std::vector<Value>{1.0, 2.0}));
-    EXPECT_EQ(statistics.UniqueValueCount(), 2);
-    statistics.SetCursor(std::make_shared<ListCursor>(std::vector<Value>{5.0}));
-    EXPECT_EQ(statistics.Statistics()->Count(), 1);
-    EXPECT_EQ(statistics.Statistics()->Mean(), 5.0);
-    EXPECT_EQ(statistics.Statistics()->StandardDeviation(), 0.0);
+    const auto statistics = Over({1.0, 2.0});
+    EXPECT_EQ(statistics->UniqueValueCount(), 2);
+    statistics->SetCursor(std::make_shared<ListCursor>(std::vector<Value>{5.0}));
+    EXPECT_EQ(statistics->Statistics()->Count(), 1);
+    EXPECT_EQ(statistics->Statistics()->Mean(), 5.0);
+    EXPECT_EQ(statistics->Statistics()->StandardDeviation(), 0.0);
 }
 
 TEST(DataStatisticsTest, noValuesGivesZeroCountAndZeroFigures) {
-    DataStatistics statistics;
-    statistics.SetField("V");
-    statistics.SetCursor(std::make_shared<ListCursor>(std::vector<Value>{Value{}, Value{}}));
-    EXPECT_TRUE(statistics.UniqueValues().empty());
-    const auto results = statistics.Statistics();
+    const auto statistics = Over({Value{}, Value{}});
+    EXPECT_TRUE(statistics->UniqueValues().empty());
+    const auto results = statistics->Statistics();
     EXPECT_EQ(results->Count(), 0);
     EXPECT_EQ(results->Mean(), 0.0);
     EXPECT_EQ(results->StandardDeviation(), 0.0);
 }
 
-TEST(DataStatisticsTest, textFieldHasDistinctValuesButNoFigures) {
-    DataStatistics statistics;
-    statistics.SetField("V");
-    statistics.SetCursor(std::make_shared<ListCursor>(
-        std::vector<Value>{std::string("b"), std::string("a"), std::string("b")}));
-    EXPECT_EQ(statistics.UniqueValues(), (std::vector<Value>{std::string("b"), std::string("a")}));
+TEST(DataStatisticsTest, textFieldHasDistinctValuesButNoFiguresAndAnUnknownFieldIsNamed) {
+    const auto statistics = Over({std::string("b"), std::string("a"), std::string("b")});
+    EXPECT_EQ(statistics->UniqueValues(), (std::vector<Value>{std::string("b"), std::string("a")}));
     try {
-        statistics.Statistics();
+        statistics->Statistics();
         FAIL();
     } catch (const Error& e) {
         EXPECT_EQ(e.Number(), error_number::kTypeMismatch);
     }
-}
-
-TEST(DataStatisticsTest, unknownFieldIsNamed) {
-    DataStatistics statistics;
-    statistics.SetField("POP");
-    statistics.SetCursor(std::make_shared<ListCursor>(std::vector<Value>{}));
     try {
-        statistics.UniqueValues();
+        Over({}, "POP")->UniqueValues();
         FAIL();
     } catch (const Error& e) {
         EXPECT_EQ(e.Description(), "Field not found: POP");

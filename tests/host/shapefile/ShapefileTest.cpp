@@ -60,9 +60,6 @@ TEST_F(ShapefileTest, listsObjectIdAndShapeThenTheTablesColumnsWithHostTypes) {
         EXPECT_EQ(field->AliasName(), expected[i].first);
         EXPECT_EQ(field->Type(), expected[i].second);
     }
-    EXPECT_EQ(fields->FindField("SLOPE"), 4);
-    EXPECT_EQ(fields->FindField("slope"), -1);
-    EXPECT_THROW(fields->Field(6), Error);
 }
 
 TEST_F(ShapefileTest, cursorReadsValuesNullsAndRecordNumbers) {
