@@ -1,9 +1,12 @@
 #include "tests/fzy/FzyTestSupport.h"
+#include "tests/support/Thrown.h"
 
 #include "util/Error.h"
 
 namespace quorel::fzy::test {
 namespace {
+
+using quorel::test::Thrown;
 
 TEST(FzyFormatTest, numberEntryOfTheWorkedExampleIs85Bytes) {
     NumberEntry entry = MakeNumber("FZY_PEN");
@@ -49,12 +52,7 @@ TEST(FzyFormatTest, sixteenBitPositionsOverflowBeyond32767) {
     Bytes bytes(40000, 0);
     MemorySource source(bytes);
     ByteReader reader(source, 32766, true);
-    try {
-        reader.ReadDouble();
-        FAIL() << "no overflow";
-    } catch (const Error& e) {
-        EXPECT_EQ(e.Number(), error_number::kOverflow);
-    }
+    EXPECT_EQ(Thrown([&] { reader.ReadDouble(); }).Number(), error_number::kOverflow);
 }
 
 TEST(FzyFormatTest, walkedEntryCountIsSixteenBit) {

@@ -1,4 +1,5 @@
 #include "tests/fzy/FzyTestSupport.h"
+#include "tests/support/Thrown.h"
 
 #include "fzy/FzyDump.h"
 
@@ -7,6 +8,8 @@
 
 namespace quorel::fzy::test {
 namespace {
+
+using quorel::test::Thrown;
 
 using FzyOpenTest = FzyFixture;
 
@@ -86,12 +89,11 @@ TEST_F(FzyAppendTest, appendPastTheLimitFailsUncountedAndNextGoesBehindLeftovers
     WriteBytes(FzyPath(), file);
 
     Open();
-    try {
-        m_io.fzy_io_writenumber("FZY_BIG", "FZY_BIG", 2, 1, 2, 3, 4, longFolder, "PARCELLES");
-        FAIL() << "no overflow";
-    } catch (const Error& e) {
-        EXPECT_EQ(e.Number(), error_number::kOverflow);
-    }
+    EXPECT_EQ(Thrown([&] {
+                  m_io.fzy_io_writenumber("FZY_BIG", "FZY_BIG", 2, 1, 2, 3, 4, longFolder,
+                                          "PARCELLES");
+              }).Number(),
+              error_number::kOverflow);
     m_io.fzy_io_close();
     const Bytes afterFailure = ReadBytes(FzyPath());
     EXPECT_EQ(Int16At(afterFailure, 4), 1);

@@ -7,6 +7,8 @@
 #include "util/Error.h"
 #include "util/MessageUi.h"
 
+#include "tests/support/Thrown.h"
+
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -14,6 +16,8 @@
 
 namespace quorel::lang {
 namespace {
+
+using quorel::test::Thrown;
 
 using testing_support::ScratchFolder;
 
@@ -100,12 +104,8 @@ class BadSourceTest : public testing::TestWithParam<BadSource> {};
 
 TEST_P(BadSourceTest, isRefusedWithTheLine) {
     std::istringstream in(GetParam().text);
-    try {
-        ReadTextSource(in, "texts.tsv");
-        FAIL() << "accepted";
-    } catch (const Error& e) {
-        EXPECT_NE(e.Description().find(GetParam().fault), std::string::npos) << e.Description();
-    }
+    const Error e = Thrown([&] { ReadTextSource(in, "texts.tsv"); });
+    EXPECT_NE(e.Description().find(GetParam().fault), std::string::npos) << e.Description();
 }
 
 INSTANTIATE_TEST_SUITE_P(

@@ -1,6 +1,8 @@
 #include "util/AutomationDate.h"
 #include "util/Error.h"
 
+#include "tests/support/Thrown.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -8,6 +10,8 @@
 
 namespace quorel::util {
 namespace {
+
+using quorel::test::Thrown;
 
 struct DateCase {
     double value;
@@ -35,12 +39,7 @@ INSTANTIATE_TEST_SUITE_P(
 class BadDateTest : public testing::TestWithParam<double> {};
 
 TEST_P(BadDateTest, outOfRangeIsAnOverflow) {
-    try {
-        FormatGeneralDate(GetParam());
-        FAIL() << "no error";
-    } catch (const Error& e) {
-        EXPECT_EQ(e.Number(), error_number::kOverflow);
-    }
+    EXPECT_EQ(Thrown([&] { FormatGeneralDate(GetParam()); }).Number(), error_number::kOverflow);
 }
 
 INSTANTIATE_TEST_SUITE_P(Dates, BadDateTest,

@@ -4,6 +4,8 @@
 #include "tests/support/ScratchFolder.h"
 #include "util/Error.h"
 
+#include "tests/support/Thrown.h"
+
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -14,6 +16,8 @@
 
 namespace quorel::host_app {
 namespace {
+
+using quorel::test::Thrown;
 
 namespace fs = std::filesystem;
 
@@ -100,12 +104,8 @@ class BadMapDocumentTest : public MapDocumentFileTest,
 TEST_P(BadMapDocumentTest, isRefusedNamingTheLine) {
     host::shapefile::Application app;
     const std::string path = Write(GetParam().text);
-    try {
-        LoadMapDocument(app, path);
-        FAIL() << "accepted";
-    } catch (const Error& e) {
-        EXPECT_NE(e.Description().find(GetParam().says), std::string::npos) << e.Description();
-    }
+    const Error e = Thrown([&] { LoadMapDocument(app, path); });
+    EXPECT_NE(e.Description().find(GetParam().says), std::string::npos) << e.Description();
 }
 
 INSTANTIATE_TEST_SUITE_P(

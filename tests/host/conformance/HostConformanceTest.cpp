@@ -10,6 +10,8 @@
 #include "tests/host/shapefile/TestShapefiles.h"
 #include "util/Error.h"
 
+#include "tests/support/Thrown.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -18,6 +20,8 @@
 
 namespace quorel::host {
 namespace {
+
+using quorel::test::Thrown;
 
 using Rows = std::vector<std::vector<double>>;
 
@@ -250,12 +254,7 @@ TEST_P(HostConformanceTest, aFailingScriptThrowsItsErrorAndLeavesANewFieldNull) 
     calculator->SetPreExpression("Val = 1 / ([SLOPE] - [SLOPE])");
     calculator->SetExpression("Val");
     calculator->SetField("FZY");
-    try {
-        calculator->Calculate();
-        FAIL() << "the script divides by zero";
-    } catch (const Error& error) {
-        EXPECT_EQ(error.Number(), error_number::kDivisionByZero);
-    }
+    EXPECT_EQ(Thrown([&] { calculator->Calculate(); }).Number(), error_number::kDivisionByZero);
     for (const double value : Column("FZY")) {
         EXPECT_TRUE(std::isnan(value));
     }

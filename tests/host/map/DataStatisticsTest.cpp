@@ -2,12 +2,16 @@
 
 #include "util/Error.h"
 
+#include "tests/support/Thrown.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
 
 namespace quorel::host::map {
 namespace {
+
+using quorel::test::Thrown;
 
 // Rows of one field "V" (index 0), from a list of values.
 class ListCursor final : public ICursor {
@@ -91,18 +95,9 @@ TEST(DataStatisticsTest, noValuesGivesZeroCountAndZeroFigures) {
 TEST(DataStatisticsTest, textFieldHasDistinctValuesButNoFiguresAndAnUnknownFieldIsNamed) {
     const auto statistics = Over({std::string("b"), std::string("a"), std::string("b")});
     EXPECT_EQ(statistics->UniqueValues(), (std::vector<Value>{std::string("b"), std::string("a")}));
-    try {
-        statistics->Statistics();
-        FAIL();
-    } catch (const Error& e) {
-        EXPECT_EQ(e.Number(), error_number::kTypeMismatch);
-    }
-    try {
-        Over({}, "POP")->UniqueValues();
-        FAIL();
-    } catch (const Error& e) {
-        EXPECT_EQ(e.Description(), "Field not found: POP");
-    }
+    EXPECT_EQ(Thrown([&] { statistics->Statistics(); }).Number(), error_number::kTypeMismatch);
+    EXPECT_EQ(Thrown([&] { Over({}, "POP")->UniqueValues(); }).Description(),
+              "Field not found: POP");
 }
 
 } // namespace

@@ -3,10 +3,14 @@
 
 #include "util/Error.h"
 
+#include "tests/support/Thrown.h"
+
 #include <gtest/gtest.h>
 
 namespace quorel::host::map {
 namespace {
+
+using quorel::test::Thrown;
 
 std::shared_ptr<FeatureLayer> NamedFeatureLayer(const std::string& name) {
     auto layer = std::make_shared<FeatureLayer>();
@@ -30,12 +34,8 @@ protected:
 
 TEST_F(MapLayersTest, layerByPositionOutOfRangeSaysWhatTheMapHolds) {
     EXPECT_EQ(m_map.Layer(2)->Name(), "parcels");
-    try {
-        m_map.Layer(3);
-        FAIL();
-    } catch (const Error& e) {
-        EXPECT_EQ(e.Description(), "No layer at position 3 (the map has 3 layers)");
-    }
+    EXPECT_EQ(Thrown([&] { m_map.Layer(3); }).Description(),
+              "No layer at position 3 (the map has 3 layers)");
 }
 
 TEST(ApplicationTest, editorExtensionIsFoundByItsIdAndReportsTheEditState) {

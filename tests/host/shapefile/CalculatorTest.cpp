@@ -9,6 +9,8 @@
 #include "tests/host/shapefile/TestShapefiles.h"
 #include "util/Error.h"
 
+#include "tests/support/Thrown.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -17,6 +19,8 @@
 
 namespace quorel::host::shapefile {
 namespace {
+
+using quorel::test::Thrown;
 
 // What an N(19,11) column holds for a double: the value printed with 11 decimals.
 double Stored(double value) {
@@ -92,12 +96,8 @@ TEST_F(CalculatorTest, reportsProgressToTheStatusBarThenHidesIt) {
 
 // Over several batches; the progress is hidden and GDAL reads the whole table, OUT Null.
 TEST_F(CalculatorTest, divisionByZeroStopsTheWorkAndLeavesTheTableWhole) {
-    try {
-        NewCalculator("Val = [SLOPE] / [ZERO]", "OUT")->Calculate();
-        FAIL();
-    } catch (const Error& e) {
-        EXPECT_EQ(e.Number(), error_number::kDivisionByZero);
-    }
+    EXPECT_EQ(Thrown([&] { NewCalculator("Val = [SLOPE] / [ZERO]", "OUT")->Calculate(); }).Number(),
+              error_number::kDivisionByZero);
     EXPECT_EQ(m_app.Bar()->CurrentProgress(), -1);
     const testing::GdalTable table = testing::ReadWithGdal(m_folder.File("parcels.shp"));
     EXPECT_EQ(table.featureCount, 40);
@@ -110,22 +110,14 @@ TEST_F(CalculatorTest, divisionByZeroStopsTheWorkAndLeavesTheTableWhole) {
 TEST_F(CalculatorTest, unknownFieldsAreNamed) {
     for (const auto& [pre, field, missing] :
          {std::tuple{"Val = [POP]", "OUT", "POP"}, std::tuple{"Val = 1", "NONE", "NONE"}}) {
-        try {
-            NewCalculator(pre, field)->Calculate();
-            ADD_FAILURE() << pre;
-        } catch (const Error& e) {
-            EXPECT_EQ(e.Description(), std::string("Field not found: ") + missing);
-        }
+        EXPECT_EQ(Thrown([&] { NewCalculator(pre, field)->Calculate(); }).Description(),
+                  std::string("Field not found: ") + missing);
     }
 }
 
 TEST_F(CalculatorTest, aValueTooWideForTheFieldIsAnOverflow) {
-    try {
-        NewCalculator("Val = 1E+300", "ZERO")->Calculate();
-        FAIL();
-    } catch (const Error& e) {
-        EXPECT_EQ(e.Number(), error_number::kOverflow);
-    }
+    EXPECT_EQ(Thrown([&] { NewCalculator("Val = 1E+300", "ZERO")->Calculate(); }).Number(),
+              error_number::kOverflow);
 }
 
 TEST_F(CalculatorTest, withoutPreExpressionTheEmptyValIsStoredAsNull) {
@@ -246,12 +238,8 @@ TEST(CalculatorRepeatsTest, featuresSharingATextGetItsValue) {
     }
 
     // A text that fails fails wherever it first comes.
-    try {
-        calculate("Val = 1 / ([SLOPE] - 50)");
-        FAIL();
-    } catch (const Error& e) {
-        EXPECT_EQ(e.Number(), error_number::kDivisionByZero);
-    }
+    EXPECT_EQ(Thrown([&] { calculate("Val = 1 / ([SLOPE] - 50)"); }).Number(),
+              error_number::kDivisionByZero);
 }
 
 } // namespace

@@ -3,6 +3,8 @@
 #include "tests/host/shapefile/TestShapefiles.h"
 #include "util/Error.h"
 
+#include "tests/support/Thrown.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -24,6 +26,8 @@
 
 namespace quorel::host::shapefile {
 namespace {
+
+using quorel::test::Thrown;
 
 using testing::GdalTable;
 using testing::ReadBytes;
@@ -375,12 +379,10 @@ TEST_F(DbfAddFieldTest, theEarliestFailingBatchGivesTheErrorAndTheTableStaysAsIt
     NumberingFiller filler(plan.field, plan.layout.recordLength);
     filler.m_earlyFailure = 0; // first batch (one record per batch)
     filler.m_lateFailure = 1;  // fails first when another core takes it
-    try {
-        WriteDbfColumn(m_dbf, plan, &filler, {}, DbfWorkSharing{1, 2});
-        FAIL();
-    } catch (const Error& e) {
-        EXPECT_EQ(e.Description(), "early");
-    }
+    EXPECT_EQ(Thrown([&] {
+                  WriteDbfColumn(m_dbf, plan, &filler, {}, DbfWorkSharing{1, 2});
+              }).Description(),
+              "early");
     EXPECT_EQ(ReadBytes(m_dbf), before);
     EXPECT_FALSE(HoldsTemporary(m_folder.Path()));
 }
@@ -413,12 +415,8 @@ class DbfRefusedNameTest : public DbfAddFieldTest,
 
 TEST_P(DbfRefusedNameTest, leavesTheTableUntouched) {
     const std::string before = ReadBytes(m_dbf);
-    try {
-        AddDbfField(m_dbf, GetParam().name, 'N', 19, 11);
-        FAIL() << "the name was accepted";
-    } catch (const Error& e) {
-        EXPECT_EQ(e.Description(), GetParam().description);
-    }
+    EXPECT_EQ(Thrown([&] { AddDbfField(m_dbf, GetParam().name, 'N', 19, 11); }).Description(),
+              GetParam().description);
     EXPECT_EQ(ReadBytes(m_dbf), before);
 }
 

@@ -8,6 +8,8 @@
 
 #include <fstream>
 
+#include "tests/support/Thrown.h"
+
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -15,6 +17,8 @@
 
 namespace quorel::host::shapefile {
 namespace {
+
+using quorel::test::Thrown;
 
 using testing::ScratchFolder;
 
@@ -121,12 +125,10 @@ TEST_F(ShapefileTest, addFieldMakesADoubleN19_11AndRefusesHostNames) {
     EXPECT_EQ(featureClass->FindField("FZY_POP"), 6);
 
     for (const char* name : {"FID", "Shape", "FZY_POP"}) {
-        try {
-            featureClass->AddField(host::map::Field(name, kFieldTypeDouble));
-            ADD_FAILURE() << name << " was accepted";
-        } catch (const Error& e) {
-            EXPECT_EQ(e.Description(), std::string("Field already exists: ") + name);
-        }
+        EXPECT_EQ(Thrown([&] {
+                      featureClass->AddField(host::map::Field(name, kFieldTypeDouble));
+                  }).Description(),
+                  std::string("Field already exists: ") + name);
     }
 }
 
@@ -191,23 +193,14 @@ TEST_F(ShapefileTest, openingFailuresSayWhatAndWhy) {
     }
     const std::string shx = m_folder.File("parcels.shx");
     std::filesystem::rename(shx, shx + ".away");
-    try {
-        Open();
-        FAIL();
-    } catch (const Error& e) {
-        EXPECT_EQ(e.Description(), "Cannot open " + shx + ": no such file or directory");
-    }
+    EXPECT_EQ(Thrown([&] { Open(); }).Description(),
+              "Cannot open " + shx + ": no such file or directory");
     std::filesystem::rename(shx + ".away", shx);
     const std::string shp = m_folder.File("parcels.shp");
     std::string bytes = testing::ReadBytes(shp);
     bytes[3] = 0; // the file code
     std::ofstream(shp, std::ios::binary | std::ios::trunc) << bytes;
-    try {
-        Open();
-        FAIL();
-    } catch (const Error& e) {
-        EXPECT_EQ(e.Description(), "Cannot open " + shp + ": not a shapefile");
-    }
+    EXPECT_EQ(Thrown([&] { Open(); }).Description(), "Cannot open " + shp + ": not a shapefile");
     std::filesystem::remove(m_folder.File("parcels.dbf"));
     EXPECT_THROW(Open(), Error);
     ShapefileWorkspaceFactory factory;
