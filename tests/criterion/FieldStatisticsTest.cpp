@@ -5,12 +5,16 @@
 #include "host/memory/MemoryHost.h"
 #include "util/Error.h"
 
+#include "tests/support/Thrown.h"
+
 #include <gtest/gtest.h>
 
 #include <ostream>
 
 namespace quorel::criterion {
 namespace {
+
+using quorel::test::Thrown;
 
 struct SortCase {
     const char* name;
@@ -73,21 +77,13 @@ protected:
 };
 
 TEST_F(ComputeStatisticsTest, failuresCarryTheStepMarker) {
-    try {
-        ComputeFieldStatistics(nullptr, "parcels", "V", m_texts, '.', m_marker);
-        FAIL() << "no host";
-    } catch (const Error& error) {
-        EXPECT_EQ(error.Number(), error_number::kObjectVariableNotSet);
-        EXPECT_EQ(m_marker, -1);
-    }
+    const Error error =
+        Thrown([&] { ComputeFieldStatistics(nullptr, "parcels", "V", m_texts, '.', m_marker); });
+    EXPECT_EQ(error.Number(), error_number::kObjectVariableNotSet);
+    EXPECT_EQ(m_marker, -1);
     AddLayer({1, 2});
-    try {
-        Compute("roads", "V");
-        FAIL() << "no layer of that name";
-    } catch (const Error& error) {
-        EXPECT_EQ(error.Number(), error_number::kObjectVariableNotSet);
-        EXPECT_EQ(m_marker, 4);
-    }
+    EXPECT_EQ(Thrown([&] { Compute("roads", "V"); }).Number(), error_number::kObjectVariableNotSet);
+    EXPECT_EQ(m_marker, 4);
     // No field selected: the layer is searched, then nothing more.
     EXPECT_EQ(Compute("parcels", std::nullopt), std::nullopt);
 }

@@ -8,6 +8,8 @@
 #include "util/Error.h"
 #include "util/MessageUi.h"
 
+#include "tests/support/Thrown.h"
+
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -16,21 +18,12 @@
 namespace quorel::lang {
 namespace {
 
+using quorel::test::Thrown;
+
 using testing_support::MakeSqliteDatabase;
 using testing_support::ScratchFolder;
 
 const std::string kAccessSample = QUOREL_ACCESS_SAMPLE;
-
-// Runs body and returns the quorel::Error it raised; fails the test when it raised none.
-template <typename Body> Error Raised(Body&& body) {
-    try {
-        body();
-    } catch (const Error& e) {
-        return e;
-    }
-    ADD_FAILURE() << "no error raised";
-    return Error(0, "", "");
-}
 
 class DataAccessTest : public testing::Test {
 protected:
@@ -58,7 +51,7 @@ TEST_F(DataAccessTest, missingDatabaseRaisesError1000WhateverTheCallerAsks) {
     const std::string path = m_scratch.File("missing.mdb");
     for (bool raise : {true, false}) {
         std::shared_ptr<IDatabase> db;
-        const Error e = Raised([&] { m_dao.DAO_Open(db, path, raise); });
+        const Error e = Thrown([&] { m_dao.DAO_Open(db, path, raise); });
         EXPECT_EQ(e.Number(), -2147220504);
         EXPECT_EQ(e.Source(), "DAO_Open");
         EXPECT_EQ(e.Description(), "Database not found:\r\n" + path);
@@ -70,7 +63,7 @@ TEST_F(DataAccessTest, unreadableDatabaseRaisesOrReturnsTheEnginesDescription) {
     const std::string path = m_scratch.File("text.mdb");
     std::ofstream(path) << "this is not a database at all, only some text in a file";
     std::shared_ptr<IDatabase> db;
-    const Error e = Raised([&] { m_dao.DAO_Open(db, path, true); });
+    const Error e = Thrown([&] { m_dao.DAO_Open(db, path, true); });
     EXPECT_EQ(e.Number(), kErrorOpenDatabase);
     EXPECT_EQ(e.Description(), "Error open database:\r\n" + path);
 
@@ -95,7 +88,7 @@ TEST_F(DataAccessTest, sharedFolderPrefixIsRewrittenEverywhereInThePath) {
     EXPECT_EQ(db->Path(), m_scratch.File("text.mdb"));
 
     // A missing file names the rewritten path.
-    const Error e = Raised([&] { dao.DAO_Open(db, "//server/share/none.mdb", false); });
+    const Error e = Thrown([&] { dao.DAO_Open(db, "//server/share/none.mdb", false); });
     EXPECT_EQ(e.Description(), "Database not found:\r\n" + m_scratch.File("none.mdb"));
 }
 
@@ -145,7 +138,7 @@ TEST_P(BadStatementTest, raisesError1001WithTheStatementAndThePath) {
     m_dao.DAO_Open(db, path, true);
     for (const std::string& dbPath : {path, std::string()}) {
         std::unique_ptr<IRecordset> rs;
-        const Error e = Raised([&] { m_dao.DAO_OpenRs(db, rs, dbPath, GetParam().sql); });
+        const Error e = Thrown([&] { m_dao.DAO_OpenRs(db, rs, dbPath, GetParam().sql); });
         EXPECT_EQ(e.Number(), -2147220503);
         EXPECT_EQ(e.Source(), "DAO_OpenRs");
         const std::string head = std::string("Error SQL:") + GetParam().sql +

@@ -2,6 +2,8 @@
 
 #include "util/Error.h"
 
+#include "tests/support/Thrown.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -12,6 +14,8 @@
 
 namespace quorel::host::script {
 namespace {
+
+using quorel::test::Thrown;
 
 using Maybe = std::optional<double>; // std::nullopt stands for Null
 
@@ -311,13 +315,9 @@ TEST(ScriptEngineTest, errorIsTheOneOfTheFirstFailingFeature) {
     ys[300] = 1E+300; // overflow at the second statement, earlier feature
     EXPECT_EQ(ErrorNumber(script, {{"X", xs}, {"Y", ys}}, 700), 6);
     ys[300] = 1.0;
-    try {
-        RunScript(script, "Val", {{"X", xs}, {"Y", ys}});
-        FAIL() << "no error";
-    } catch (const Error& error) {
-        EXPECT_EQ(error.Number(), error_number::kDivisionByZero);
-        EXPECT_EQ(error.Description(), "Division by zero");
-    }
+    const Error error = Thrown([&] { RunScript(script, "Val", {{"X", xs}, {"Y", ys}}); });
+    EXPECT_EQ(error.Number(), error_number::kDivisionByZero);
+    EXPECT_EQ(error.Description(), "Division by zero");
 }
 
 TEST(ScriptEngineTest, fieldsAreListedOnceInOrderOfFirstUseAndCaseSensitive) {
@@ -368,14 +368,9 @@ void PrintTo(const SyntaxCase& c, std::ostream* os) {
 class SyntaxErrorTest : public testing::TestWithParam<SyntaxCase> {};
 
 TEST_P(SyntaxErrorTest, namesTheLine) {
-    try {
-        Program::Compile(GetParam().script, "Val");
-        FAIL() << "compiled: " << GetParam().script;
-    } catch (const Error& error) {
-        EXPECT_EQ(error.Number(), error_number::kSyntaxError);
-        EXPECT_NE(error.Description().find(GetParam().where), std::string::npos)
-            << error.Description();
-    }
+    const Error error = Thrown([&] { Program::Compile(GetParam().script, "Val"); });
+    EXPECT_EQ(error.Number(), error_number::kSyntaxError);
+    EXPECT_NE(error.Description().find(GetParam().where), std::string::npos) << error.Description();
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -405,13 +400,10 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST(ScriptEngineTest, expressionErrorsSaySo) {
     for (const char* expression : {"", "Val +", "Val\nX", "(Val"}) {
-        try {
-            Program::Compile("Val = 1", expression);
-            FAIL() << "compiled: " << expression;
-        } catch (const Error& error) {
-            EXPECT_EQ(error.Number(), error_number::kSyntaxError);
-            EXPECT_NE(error.Description().find("expression"), std::string::npos);
-        }
+        SCOPED_TRACE(expression);
+        const Error error = Thrown([&] { Program::Compile("Val = 1", expression); });
+        EXPECT_EQ(error.Number(), error_number::kSyntaxError);
+        EXPECT_NE(error.Description().find("expression"), std::string::npos);
     }
 }
 

@@ -445,14 +445,10 @@ TEST_P(DbfDamagedTableTest, refusesTheTableAndLeavesItAsItWas) {
     std::string bytes = ReadBytes(m_dbf);
     GetParam().damage(bytes);
     { std::ofstream(m_dbf, std::ios::binary | std::ios::trunc) << bytes; }
-    try {
-        AddDbfField(m_dbf, "NEW", 'N', 19, 11);
-        FAIL() << "no error";
-    } catch (const Error& error) {
-        EXPECT_EQ(error.Number(), error_number::kHostLayerDamaged);
-        EXPECT_NE(error.Description().find(m_dbf + " is damaged"), std::string::npos)
-            << error.Description();
-    }
+    const Error error = Thrown([&] { AddDbfField(m_dbf, "NEW", 'N', 19, 11); });
+    EXPECT_EQ(error.Number(), error_number::kHostLayerDamaged);
+    EXPECT_NE(error.Description().find(m_dbf + " is damaged"), std::string::npos)
+        << error.Description();
     EXPECT_EQ(ReadBytes(m_dbf), bytes);
 }
 

@@ -184,13 +184,9 @@ TEST_F(ShapefileTest, whenNeitherValuesNorNullCanBeWrittenTheErrorSaysTheFieldIs
 
 TEST_F(ShapefileTest, openingFailuresSayWhatAndWhy) {
     const std::string missing = m_folder.File("nothere.shp");
-    try {
-        Open("nothere");
-        FAIL();
-    } catch (const Error& e) {
-        EXPECT_EQ(e.Number(), error_number::kFileNotFound);
-        EXPECT_EQ(e.Description(), "Cannot open " + missing + ": no such file or directory");
-    }
+    const Error e = Thrown([&] { Open("nothere"); });
+    EXPECT_EQ(e.Number(), error_number::kFileNotFound);
+    EXPECT_EQ(e.Description(), "Cannot open " + missing + ": no such file or directory");
     const std::string shx = m_folder.File("parcels.shx");
     std::filesystem::rename(shx, shx + ".away");
     EXPECT_EQ(Thrown([&] { Open(); }).Description(),
@@ -204,13 +200,8 @@ TEST_F(ShapefileTest, openingFailuresSayWhatAndWhy) {
     std::filesystem::remove(m_folder.File("parcels.dbf"));
     EXPECT_THROW(Open(), Error);
     ShapefileWorkspaceFactory factory;
-    try {
-        factory.OpenFromFile(m_folder.File("parcels.shp"), 0);
-        FAIL();
-    } catch (const Error& e) {
-        EXPECT_EQ(e.Description(),
-                  "Cannot open the folder " + m_folder.File("parcels.shp") + ": not a directory");
-    }
+    EXPECT_EQ(Thrown([&] { factory.OpenFromFile(m_folder.File("parcels.shp"), 0); }).Description(),
+              "Cannot open the folder " + m_folder.File("parcels.shp") + ": not a directory");
 }
 
 TEST_F(ShapefileTest, unreadableShapefileIsReportedAsPermissionDenied) {
@@ -219,13 +210,9 @@ TEST_F(ShapefileTest, unreadableShapefileIsReportedAsPermissionDenied) {
     }
     const std::string shp = m_folder.File("parcels.shp");
     std::filesystem::permissions(shp, std::filesystem::perms::none);
-    try {
-        Open();
-        FAIL();
-    } catch (const Error& e) {
-        EXPECT_EQ(e.Number(), error_number::kPermissionDenied);
-        EXPECT_EQ(e.Description(), "Cannot open " + shp + ": permission denied");
-    }
+    const Error e = Thrown([&] { Open(); });
+    EXPECT_EQ(e.Number(), error_number::kPermissionDenied);
+    EXPECT_EQ(e.Description(), "Cannot open " + shp + ": permission denied");
 }
 
 TEST(ShapefileTypeTest, pointShapefileIsNotAPolygon) {
