@@ -33,6 +33,12 @@ protected:
         return path;
     }
 
+    std::shared_ptr<IDatabase> Opened(const std::string& path) {
+        std::shared_ptr<IDatabase> db;
+        m_dao.DAO_Open(db, path, true);
+        return db;
+    }
+
     ScratchFolder m_scratch;
     util::RecordingMessageUi m_ui;
     DataAccess m_dao{m_ui};
@@ -134,8 +140,7 @@ class BadStatementTest : public DataAccessTest, public testing::WithParamInterfa
 
 TEST_P(BadStatementTest, raisesError1001WithTheStatementAndThePath) {
     const std::string path = GetParam().access ? kAccessSample : SqliteFile();
-    std::shared_ptr<IDatabase> db;
-    m_dao.DAO_Open(db, path, true);
+    auto db = Opened(path);
     for (const std::string& dbPath : {path, std::string()}) {
         std::unique_ptr<IRecordset> rs;
         const Error e = Thrown([&] { m_dao.DAO_OpenRs(db, rs, dbPath, GetParam().sql); });
@@ -157,13 +162,11 @@ INSTANTIATE_TEST_SUITE_P(BothEngines, BadStatementTest,
                                          BadStatement{true, "DELETE FROM Table1"}));
 
 TEST_F(DataAccessTest, maxValueReadsTheHighestValueOnBothEngines) {
-    std::shared_ptr<IDatabase> sqlite;
-    m_dao.DAO_Open(sqlite, SqliteFile(), true);
+    auto sqlite = Opened(SqliteFile());
     EXPECT_EQ(m_dao.DAO_MaxValue(sqlite.get(), "tblText", "id", true), DbValue(3.0));
     EXPECT_EQ(m_dao.DAO_MaxValue(sqlite.get(), "tblText", "en", true), DbValue("zero"));
 
-    std::shared_ptr<IDatabase> access;
-    m_dao.DAO_Open(access, kAccessSample, true);
+    auto access = Opened(kAccessSample);
     EXPECT_EQ(m_dao.DAO_MaxValue(access.get(), "Table1", "D", true), DbValue(222.0));
     EXPECT_EQ(m_dao.DAO_MaxValue(access.get(), "Table1", "F", true), DbValue(444.555));
     EXPECT_EQ(m_dao.DAO_MaxValue(access.get(), "table1", "a", true), DbValue("abcdefg"));
@@ -173,12 +176,10 @@ TEST_F(DataAccessTest, maxValueReadsTheHighestValueOnBothEngines) {
 }
 
 TEST_F(DataAccessTest, maxValueOfAnEmptyTableIsNullOnBothEngines) {
-    std::shared_ptr<IDatabase> sqlite;
-    m_dao.DAO_Open(sqlite, SqliteFile("CREATE TABLE tblText (id INTEGER, fr TEXT);"), true);
+    auto sqlite = Opened(SqliteFile("CREATE TABLE tblText (id INTEGER, fr TEXT);"));
     EXPECT_TRUE(IsNull(m_dao.DAO_MaxValue(sqlite.get(), "tblText", "id", true)));
 
-    std::shared_ptr<IDatabase> access;
-    m_dao.DAO_Open(access, kAccessSample, true);
+    auto access = Opened(kAccessSample);
     EXPECT_TRUE(IsNull(m_dao.DAO_MaxValue(access.get(), "Table4", "name", true)));
     EXPECT_TRUE(m_ui.boxes.empty());
 }
@@ -204,8 +205,7 @@ std::string AccessSampleWithNullAndEmptyText(const ScratchFolder& scratch) {
 }
 
 TEST_F(DataAccessTest, accessTellsAnEmptyTextFromNull) {
-    std::shared_ptr<IDatabase> db;
-    m_dao.DAO_Open(db, AccessSampleWithNullAndEmptyText(m_scratch), true);
+    auto db = Opened(AccessSampleWithNullAndEmptyText(m_scratch));
     std::unique_ptr<IRecordset> rs;
     m_dao.DAO_OpenRs(db, rs, "", "SELECT A, B, C FROM Table1");
     ASSERT_FALSE(rs->Eof());
@@ -221,8 +221,7 @@ TEST_F(DataAccessTest, accessTellsAnEmptyTextFromNull) {
 }
 
 TEST_F(DataAccessTest, failingValueShowsTheBoxOnlyWhenAskedAndGivesEmpty) {
-    std::shared_ptr<IDatabase> db;
-    m_dao.DAO_Open(db, SqliteFile(), true);
+    auto db = Opened(SqliteFile());
     EXPECT_TRUE(IsEmpty(m_dao.DAO_MaxValue(db.get(), "tblNone", "id", false)));
     EXPECT_TRUE(m_ui.boxes.empty());
 
@@ -256,8 +255,7 @@ TEST_F(DataAccessTest, fieldListKeepsEveryColumnButLowerCaseId) {
 }
 
 TEST_F(DataAccessTest, fieldListOfAMissingTableReportsAndKeepsTheList) {
-    std::shared_ptr<IDatabase> db;
-    m_dao.DAO_Open(db, SqliteFile(), true);
+    auto db = Opened(SqliteFile());
     PlainListControl list;
     list.items = {"old"};
     EXPECT_NE(m_dao.DAO_FillFieldList(db.get(), "tblNone", list), "");
