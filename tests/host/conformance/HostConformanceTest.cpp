@@ -8,6 +8,7 @@
 #include "host/memory/MemoryHost.h"
 #include "host/shapefile/Application.h"
 #include "tests/host/shapefile/TestShapefiles.h"
+#include "tests/support/LockError.h"
 #include "util/Error.h"
 
 #include "tests/support/Thrown.h"
@@ -43,15 +44,6 @@ void PrintTo(const HostFixture& host, std::ostream* os) {
 
 const std::vector<std::string> kFields{"SLOPE", "AREA"};
 const Rows kRows{{-1.0, 10}, {2.5, 20}, {10.0, 30}, {20.0, 40}, {30.0, 50}};
-
-std::int32_t LockError(IApplication& app, const std::string& folder, const std::string& name) {
-    try {
-        app.LockLayerForWriting(folder, name);
-    } catch (const Error& error) {
-        return error.Number();
-    }
-    return 0;
-}
 
 std::vector<std::string> Names(IEnumLayer& layers) {
     std::vector<std::string> names;
@@ -267,11 +259,12 @@ TEST_P(HostConformanceTest, oneWriterPerLayerUntilItLetsGo) {
 
     auto held = m_app->LockLayerForWriting(m_folder.Path(), "PARCELS");
     ASSERT_NE(held, nullptr);
-    EXPECT_EQ(LockError(*m_app, m_folder.Path(), "PARCELS"), error_number::kHostLayerLocked);
-    EXPECT_EQ(LockError(*other, m_folder.Path(), "PARCELS.shp"), error_number::kHostLayerLocked);
-    EXPECT_EQ(LockError(*another, elsewhere.Path(), "PARCELS"), 0);
+    EXPECT_EQ(test::LockError(*m_app, m_folder.Path(), "PARCELS"), error_number::kHostLayerLocked);
+    EXPECT_EQ(test::LockError(*other, m_folder.Path(), "PARCELS.shp"),
+              error_number::kHostLayerLocked);
+    EXPECT_EQ(test::LockError(*another, elsewhere.Path(), "PARCELS"), 0);
     held.reset();
-    EXPECT_EQ(LockError(*other, m_folder.Path(), "PARCELS"), 0);
+    EXPECT_EQ(test::LockError(*other, m_folder.Path(), "PARCELS"), 0);
 }
 
 HostFixture ShapefileHost() {

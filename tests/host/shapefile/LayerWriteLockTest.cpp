@@ -1,5 +1,6 @@
 #include "host/shapefile/Application.h"
 #include "tests/host/shapefile/TestShapefiles.h"
+#include "tests/support/LockError.h"
 #include "tests/support/Unprivileged.h"
 #include "util/Error.h"
 
@@ -18,15 +19,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using testing::ScratchFolder;
-
-std::int32_t LockError(IApplication& app, const std::string& folder, const std::string& name) {
-    try {
-        app.LockLayerForWriting(folder, name);
-    } catch (const Error& error) {
-        return error.Number();
-    }
-    return 0;
-}
 
 class ShapefileWriteLockTest : public ::testing::Test {
 protected:
@@ -67,7 +59,7 @@ TEST_P(ShapefileDamageTest, isRefusedBeforeAnythingIsWritten) {
     bytes[GetParam().at] = GetParam().value;
     { std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes; }
     const std::string before = testing::ReadBytes(m_dbf);
-    EXPECT_EQ(LockError(*m_app, m_folder.Path(), "parcels"), error_number::kHostLayerDamaged);
+    EXPECT_EQ(test::LockError(*m_app, m_folder.Path(), "parcels"), error_number::kHostLayerDamaged);
     EXPECT_EQ(testing::ReadBytes(m_dbf), before);
     EXPECT_TRUE(Free());
 }
@@ -94,7 +86,8 @@ TEST_P(ShapefileReadOnlyTest, isRefusedBeforeAnythingIsWritten) {
     ASSERT_EQ(::chmod(m_dbf.c_str(), GetParam().table), 0);
     ASSERT_EQ(::chmod(m_folder.Path().c_str(), GetParam().folder), 0);
     const int status = quorel::test::RunUnprivileged([this] {
-        return LockError(*m_app, m_folder.Path(), "parcels") == error_number::kHostLayerReadOnly
+        return test::LockError(*m_app, m_folder.Path(), "parcels") ==
+                       error_number::kHostLayerReadOnly
                    ? 0
                    : 1;
     });
@@ -116,7 +109,7 @@ TEST_F(ShapefileWriteLockTest, staleTemporariesGoOnlyOnceTheLockIsHeld) {
     // A live writer's temporary looks the same: a refused writer leaves it.
     const std::string live = m_dbf + ".quorel-Cd4yW8";
     std::ofstream(live) << "live run";
-    EXPECT_EQ(LockError(*m_app, m_folder.Path(), "parcels"), error_number::kHostLayerLocked);
+    EXPECT_EQ(test::LockError(*m_app, m_folder.Path(), "parcels"), error_number::kHostLayerLocked);
     EXPECT_TRUE(fs::exists(live));
 }
 
