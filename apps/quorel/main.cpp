@@ -30,8 +30,9 @@ void PrintUsage(std::ostream& out) {
     out << CliMessage(cli_text::kUsage,
                       "Usage: quorel [--version] [--help] [--lang CODE] COMMAND [ARGS...]")
         << "\n\n"
-        << CliMessage(cli_text::kPurpose, "Turns a numeric attribute of a polygon shapefile into "
-                                          "a fuzzy classification criterion.")
+        << CliMessage(cli_text::kPurpose,
+                      "Turns a numeric attribute of a polygon layer (shapefile, GeoPackage) "
+                      "into a fuzzy classification criterion.")
         << "\n\n"
         << CliMessage(cli_text::kCommands, "Commands:") << "\n";
     for (const Subcommand* command : AllCommands()) {
