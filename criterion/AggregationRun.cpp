@@ -5,10 +5,13 @@
 #include "errors/ErrorLog.h"
 #include "fzy/AggregationRecords.h"
 #include "fzy/IO_fzyext.h"
+#include "util/AutomationDate.h"
 #include "util/Error.h"
 #include "util/MessageUi.h"
 #include "util/ScopeGuard.h"
 #include "util/TextSource.h"
+
+#include <ctime>
 
 namespace quorel::criterion {
 namespace {
@@ -54,15 +57,20 @@ RunOutcome AggregationRun::Run(const AggregationChoice& choice) {
             if (!refusal) {
                 refusal = ChooseOutputName(host, choice.outputName);
             }
+            if (refusal && host.lock) {
+                host.lock->Commit(); // nothing written but the validation, which stays
+            }
             if (!refusal) {
                 Calculate(host, choice);
                 Record(choice);
+                host.lock->Commit();
             }
         } catch (const std::exception& caught) {
             const auto* error = dynamic_cast<const Error*>(&caught);
             Error reported =
                 error ? *error : Error(error_number::kHostFailure, kProcedureName, caught.what());
-            if (host.keptField) {
+            // A source whose writes are one transaction undoes the field with the rest.
+            if (host.keptField && !(host.lock && host.lock->UndoesUncommittedWrites())) {
                 reported =
                     Error(reported.Number(), reported.Source(),
                           reported.Description() + "\r\n" + m_texts.ResourceString(kTextFieldKept) +
@@ -161,7 +169,7 @@ void AggregationRun::Record(const AggregationChoice& choice) {
     if (TakesWeights(choice.aggregation.op)) {
         record.weights = choice.aggregation.weights;
     }
-    record.created = fzy::NowIso8601();
+    record.created = util::IsoDateTime(std::time(nullptr));
     m_openRecords->Append(record);
 }
 

@@ -386,20 +386,6 @@ std::vector<AggregationRecord> AggregationRecordsFromJson(const std::string& tex
     return records;
 }
 
-std::string NowIso8601() {
-    const std::time_t now = std::time(nullptr);
-    std::tm local{};
-    localtime_r(&now, &local);
-    char text[40];
-    std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S%z", &local);
-    std::string iso = text;
-    // %z gives +0100; ISO 8601's extended form, which the time beside it uses, wants +01:00.
-    if (iso.size() >= 5) {
-        iso.insert(iso.size() - 2, ":");
-    }
-    return iso;
-}
-
 std::string DescribeAggregationRecord(const AggregationRecord& record,
                                       const util::ITextSource& texts) {
     std::string inputs;

@@ -52,9 +52,6 @@ inline constexpr std::int16_t kTextAggregationWeights = 332;
 std::string DescribeAggregationRecord(const AggregationRecord& record,
                                       const util::ITextSource& texts);
 
-// The current local time as ISO 8601 with its offset.
-std::string NowIso8601();
-
 // The records of a shapefile, in folder/NAME.fzy.json (every ".shp" removed from name, as the
 // .fzy is named). The file is read at each call and replaced whole, atomically, at each change;
 // the caller holds the layer's write lock for the changes. A file that is not the JSON this
