@@ -2,7 +2,8 @@
 
 // The criterion run: what "Calculer" does. It adds a double field to the chosen layer's table,
 // has the host's field calculator fill it with the degrees of the chosen criterion, records the
-// criterion in the shapefile's metadata file and lists the table's numeric fields again.
+// criterion in the shapefile's metadata file (or, for a source that keeps its records inside its
+// data, through host::ICriterionRecords) and lists the table's numeric fields again.
 
 #include "host/api/Host.h"
 
@@ -81,10 +82,11 @@ inline constexpr const char* kProposedNamePrefix = "FZY_";
 // reported error.
 enum class RunOutcome { Done, Refused, Failed };
 
-// How long a field name may be: 10 characters and, for a table that sets one, a number of bytes
-// of its encoding (host::IFeatureClass::FieldNameByteLimit).
+// How long a field name may be: 10 characters where the table keeps that rule and, for a table
+// that sets one, a number of bytes of its encoding (host::IFeatureClass::FieldNameByteLimit).
 struct FieldNameLimit {
     std::optional<std::size_t> maxBytes;
+    std::optional<std::size_t> maxCharacters = 10;
     std::function<std::size_t(const std::string&)> byteLength;
 
     static FieldNameLimit Of(const host::IFeatureClass& table);
@@ -120,6 +122,7 @@ private:
     // The run's steps, in order. A step that refuses returns the message to show.
     std::optional<RunParameters> ReadParameters();
     void OpenMetadata();
+    std::shared_ptr<host::ICriterionRecords> ChosenLayerRecords() const noexcept;
     std::unique_ptr<host::ILayerWriteLock> LockLayerForRun();
     std::optional<std::string> TakeLayer(HostObjects& host);
     std::optional<std::string> ChooseOutputName(HostObjects& host);
@@ -143,6 +146,8 @@ private:
     bool m_busy = false;
     bool m_metadataOpen = false;
     std::unique_ptr<host::ILayerWriteLock> m_writeLock;
+    // The chosen layer's records when its source keeps them; nullptr: the metadata file.
+    std::shared_ptr<host::ICriterionRecords> m_records;
 };
 
 } // namespace quorel::criterion
