@@ -145,6 +145,15 @@ TEST_F(AttributeTableModelTest, deletedRecordsAreNoRowsAndRowsKeepTheirRecordsFi
                 << "row " << row << ", column " << column;
         }
     }
+
+    // Selected FIDs find their rows past the deleted records; a deleted one shows nothing.
+    model.SetSelection({0, 2, 5});
+    model.SetSelectedOnly(true);
+    ASSERT_EQ(model.rowCount(), 2);
+    EXPECT_EQ(Cell(model, 0, 0), "2");
+    EXPECT_EQ(Cell(model, 1, 3), "f");
+    EXPECT_EQ(model.ModelRow(3), 1);
+    EXPECT_EQ(model.ModelRow(2), std::nullopt);
 }
 
 } // namespace

@@ -5,11 +5,13 @@
 #include "apps/quorel-host/MainWindow.h"
 #include "component/hostside/ComponentLoader.h"
 #include "component/registry/ClassRegistry.h"
+#include "host/api/Selection.h"
 #include "tests/support/ScratchFolder.h"
 
 #include <QAbstractButton>
 #include <QAction>
 #include <QApplication>
+#include <QCheckBox>
 #include <QComboBox>
 #include <QLineEdit>
 #include <QListWidget>
@@ -261,6 +263,62 @@ TEST_F(HostWindowTest, aCriterionRunShowsInTheLegendTheTableAndWhatIdentifyFinds
         << "SLOPE " << slope.toStdString();
     EXPECT_EQ(found.ValueOf(QStringLiteral("LANDUSE")).isEmpty(), false);
     Screenshot("host_identify");
+}
+
+// The colour the map shows at the centre of a sample parcel (FID): the 100 m cells of a 20 x 20
+// grid, numbered row by row from the bottom left.
+QRgb ParcelPixel(const MapView& view, int fid) {
+    const Extent full = view.FullExtent();
+    const double x = std::round(full.minX / 100) * 100 + (fid % 20 + 0.5) * 100;
+    const double y = std::round(full.minY / 100) * 100 + (fid / 20 + 0.5) * 100;
+    const ScreenPoint at = view.Viewport().ToScreen({x, y});
+    QApplication::processEvents();
+    return const_cast<MapView&>(view).grab().toImage().pixel(static_cast<int>(at.x),
+                                                             static_cast<int>(at.y));
+}
+
+TEST_F(HostWindowTest, aLayersSelectionIsDrawnAndMarkedInTheTableWhichCanShowItAlone) {
+    const auto layer = m_window->FindLayer(QStringLiteral("parcels"));
+    host::IFeatureSelection* selection = host::SelectionOf(layer);
+    ASSERT_NE(selection, nullptr);
+    const AttributeTableModel& model = *m_window->AttributeModel();
+    const auto fidAt = [&](int row) {
+        return model.data(model.index(row, 0), Qt::DisplayRole).toString();
+    };
+    const auto marked = [&](int row) {
+        return model.data(model.index(row, 0), Qt::BackgroundRole).isValid();
+    };
+    const QRgb before191 = ParcelPixel(*m_window->View(), 191);
+    const QRgb before100 = ParcelPixel(*m_window->View(), 100);
+
+    // As a component selects, through the layer: the window hears it.
+    selection->SelectFeatures({191, 5});
+    QApplication::processEvents();
+    EXPECT_NE(ParcelPixel(*m_window->View(), 191), before191);
+    EXPECT_EQ(ParcelPixel(*m_window->View(), 100), before100);
+    ASSERT_EQ(model.rowCount(), 400);
+    EXPECT_TRUE(marked(191));
+    EXPECT_TRUE(marked(5));
+    EXPECT_FALSE(marked(190));
+    EXPECT_EQ(m_window->SelectionCountText(), QStringLiteral("2 sélectionnée(s) sur 400"));
+
+    m_window->SelectedOnlyBox()->setChecked(true);
+    ASSERT_EQ(model.rowCount(), 2);
+    EXPECT_EQ(fidAt(0), QStringLiteral("5"));
+    EXPECT_EQ(fidAt(1), QStringLiteral("191"));
+    Screenshot("host_selection");
+    selection->SelectFeatures({7, 399, 400});
+    QApplication::processEvents();
+    ASSERT_EQ(model.rowCount(), 2) << "400 names no feature";
+    EXPECT_EQ(fidAt(1), QStringLiteral("399"));
+
+    m_window->findChild<QAction*>(QStringLiteral("clearSelection"))->trigger();
+    QApplication::processEvents();
+    EXPECT_TRUE(selection->SelectedIds().empty());
+    EXPECT_EQ(model.rowCount(), 0);
+    m_window->SelectedOnlyBox()->setChecked(false);
+    EXPECT_EQ(model.rowCount(), 400);
+    EXPECT_EQ(ParcelPixel(*m_window->View(), 191), before191);
 }
 
 TEST_F(HostWindowTest, whileEditingTheRunIsRefusedAndNoFieldIsAdded) {
