@@ -3,7 +3,7 @@
 #   0 util  1 errors  2 host/api  3 lang, criterion, fzy (the core)
 #   4 the host implementations: every folder under host/ but api (map, shapefile, gdal, memory,
 #     script)
-#   5 dialog  6 component  7 apps
+#   5 dialog  6 component  7 apps, python (the Python module)
 # Within one level the folders keep out of one another, except where the code needs it:
 #   criterion -> fzy        the run records its criterion in the metadata file
 #   host/shapefile -> host/script the shapefile host's field calculator runs the script engine
@@ -43,7 +43,7 @@ function level(u) {
     if (u ~ /^host\//) return 4
     if (u == "dialog") return 5
     if (u == "component") return 6
-    if (u == "apps") return 7
+    if (u == "apps" || u == "python") return 7
     return -1
 }
 BEGIN {
