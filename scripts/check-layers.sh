@@ -5,7 +5,7 @@
 #     memory, script)
 #   5 dialog, source (opening a source by name and the one application over every source: it
 #     brings the host implementations together, so it sits above them, beside the dialog)
-#   6 component  7 apps
+#   6 component  7 apps, python (the Python module)
 # Within one level the folders keep out of one another, except where the code needs it:
 #   criterion -> fzy        the run records its criterion in the metadata file
 #   host/shapefile -> host/script the shapefile host's field calculator runs the script engine
@@ -48,7 +48,7 @@ function level(u) {
     if (u ~ /^host\//) return 4
     if (u == "dialog" || u == "source") return 5
     if (u == "component") return 6
-    if (u == "apps") return 7
+    if (u == "apps" || u == "python") return 7
     return -1
 }
 BEGIN {

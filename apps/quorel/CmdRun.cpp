@@ -7,13 +7,11 @@
 #include "apps/quorel/SourceLayer.h"
 #include "apps/quorel/Subcommand.h"
 
-#include "criterion/PlainRunDialog.h"
-#include "criterion/RunCriterion.h"
-#include "errors/ErrorLog.h"
-#include "fzy/IO_fzyext.h"
+#include "criterion/LayerRun.h"
 #include "source/Application.h"
 #include "util/MessageUi.h"
 
+#include <algorithm>
 #include <cmath>
 #include <iostream>
 #include <unistd.h>
@@ -27,12 +25,6 @@ constexpr int kExitFailed = 1;
 const std::vector<OptionSpec> kRunOptions = {
     {"field", 'f', true}, {"kind", 'k', true}, {"a", 'a', true},   {"b", 'b', true},
     {"c", 'c', true},     {"d", 'd', true},    {"out", 'o', true}, {"layer", 'l', true},
-};
-
-// The metadata window prints its text.
-class ConsoleInfoWindow final : public fzy::IInfoWindow {
-public:
-    void ShowModal(const std::string& text) override { std::cout << text << "\n"; }
 };
 
 // Shows the calculator's progress on a terminal as a percentage on one line.
@@ -63,45 +55,27 @@ int Run(const std::vector<std::string>& arguments) {
     }
     const auto layer = OpenCommandLayer(*app, args.Positionals().front(), args.Value("layer"));
 
-    // What choosing the layer in the dialog sets, and the numeric fields it lists.
-    criterion::ComponentState state;
-    state.g_app = app;
-    state.g_layer_name = layer->Name();
-    state.g_layer_path = layer->FeatureClass()->Workspace()->PathName();
-    state.g_layer_index = 0;
-    state.kind = static_cast<std::int16_t>(kind);
-    criterion::PlainRunDialog dialog;
-    const auto fields = layer->FeatureClass()->Fields();
-    for (std::int32_t i = 0; i < fields->FieldCount(); ++i) {
-        if (fields->Field(i)->Type() < host::kFieldTypeString) {
-            dialog.AddFieldListItem(fields->Field(i)->Name());
-        }
-    }
-    if (!dialog.Select(field)) {
-        std::cerr << "quorel run: " << state.g_layer_name << " has no numeric field " << field
-                  << "\n";
-    }
+    criterion::LayerRunRequest request;
+    request.field = field;
+    request.kind = kind;
     const char* boxes[] = {"a", "b", "c", "d"};
     for (std::size_t i = 0; i < 4; ++i) {
-        dialog.boxes[i] = args.Value(boxes[i]).value_or("");
+        request.boxes[i] = args.Value(boxes[i]);
     }
-    // The dialog proposes "FZY_" and the field's name.
-    dialog.newName = args.Value("out").value_or("FZY_" + field);
+    request.outName = args.Value("out");
+    const auto numeric = criterion::NumericFields(*layer);
+    if (std::find(numeric.begin(), numeric.end(), field) == numeric.end()) {
+        std::cerr << "quorel run: " << layer->Name() << " has no numeric field " << field << "\n";
+    }
 
     util::ConsoleMessageUi ui;
-    ConsoleInfoWindow window;
-    fzy::IO_fzyext fzy(ui, CliTexts(), window, app);
-    errors::ErrorLog log(ui);
-    criterion::CriterionRun run(state, dialog, ui, CliTexts(), fzy, log);
-    switch (run.RunCriterion()) {
-    case criterion::RunOutcome::Done: {
-        const auto added = layer->FeatureClass()->Fields(); // the new field comes last
+    const auto result = criterion::RunOnLayer(app, *layer, request, ui, CliTexts());
+    switch (result.outcome) {
+    case criterion::RunOutcome::Done:
         std::cout << CliMessage(cli_text::kFieldAdded, "added field %1 to %2",
-                                {added->Field(added->FieldCount() - 1)->Name(),
-                                 args.Positionals().front()})
+                                {result.addedField, args.Positionals().front()})
                   << "\n";
         return 0;
-    }
     case criterion::RunOutcome::Refused:
         return kExitRefused;
     case criterion::RunOutcome::Failed:

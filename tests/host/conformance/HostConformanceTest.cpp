@@ -4,6 +4,7 @@
 #include "criterion/Membership.h"
 #include "criterion/Script.h"
 #include "host/api/LayerWalk.h"
+#include "host/api/Selection.h"
 #include "host/map/Map.h"
 #include "host/memory/MemoryHost.h"
 #include "host/shapefile/Application.h"
@@ -21,6 +22,7 @@
 #include <cmath>
 #include <filesystem>
 #include <functional>
+#include <set>
 
 namespace quorel::host {
 namespace {
@@ -92,6 +94,17 @@ protected:
             values.push_back(row[field]);
         }
         return values;
+    }
+
+    // Every row's object id, in the cursor's order.
+    std::vector<std::int64_t> ObjectIds(bool recycling) const {
+        const auto cursor = m_layer->Search(recycling);
+        ObjectIdReader reader(*cursor->Fields());
+        std::vector<std::int64_t> ids;
+        while (const auto row = cursor->NextRow()) {
+            ids.push_back(reader.Next(*row));
+        }
+        return ids;
     }
 
     std::shared_ptr<IFeatureLayer> NewLayer(const std::string& name) const {
@@ -270,6 +283,65 @@ TEST_P(HostConformanceTest, oneWriterPerLayerUntilItLetsGo) {
     EXPECT_EQ(test::LockError(*another, elsewhereData, "PARCELS"), 0);
     held.reset();
     EXPECT_EQ(test::LockError(*other, data, "PARCELS"), 0);
+}
+
+struct SelectionCounter final : ISelectionEvents {
+    void SelectionChanged() override { ++heard; }
+    int heard = 0;
+};
+
+TEST_P(HostConformanceTest, aSelectionHoldsObjectIdsOnceAndIsHeardOnlyWhenItChanges) {
+    IFeatureSelection* selection = SelectionOf(m_layer);
+    ASSERT_NE(selection, nullptr);
+    EXPECT_TRUE(selection->SelectedIds().empty());
+
+    // Ids are one per feature, the same through every cursor and after a field is added.
+    const auto ids = ObjectIds(false);
+    ASSERT_EQ(ids.size(), kRows.size());
+    EXPECT_EQ(std::set<std::int64_t>(ids.begin(), ids.end()).size(), ids.size());
+    EXPECT_EQ(ObjectIds(true), ids);
+    AddDouble("FZY");
+    EXPECT_EQ(ObjectIds(false), ids);
+
+    SelectionCounter counter;
+    selection->Advise(&counter);
+    // The features whose SLOPE is 10 or more, given backwards and one twice.
+    std::vector<std::int64_t> steep{ids[4], ids[3], ids[2], ids[4]};
+    selection->SelectFeatures(steep);
+    EXPECT_EQ(selection->SelectedIds(), (std::vector<std::int64_t>{ids[2], ids[3], ids[4]}));
+    for (std::size_t i = 0; i < ids.size(); ++i) {
+        EXPECT_EQ(selection->IsSelected(ids[i]), kRows[i][0] >= 10) << i;
+    }
+    EXPECT_EQ(counter.heard, 1);
+    selection->SelectFeatures({ids[2], ids[3], ids[4]});
+    EXPECT_EQ(counter.heard, 1) << "the same features again is no change";
+    selection->Clear();
+    selection->Clear();
+    EXPECT_EQ(counter.heard, 2);
+    EXPECT_TRUE(selection->SelectedIds().empty());
+    selection->Unadvise(&counter);
+    selection->SelectFeatures({ids[0]});
+    EXPECT_EQ(counter.heard, 2);
+}
+
+TEST_P(HostConformanceTest, eachLayerSelectsApartAndOtherDataEmptyItsSelection) {
+    const auto ids = ObjectIds(false);
+    const auto other = NewLayer("OTHER");
+    m_map->AddLayer(other);
+    IFeatureSelection* selection = SelectionOf(m_layer);
+    IFeatureSelection* otherSelection = SelectionOf(other);
+    ASSERT_TRUE(selection != nullptr && otherSelection != nullptr);
+    selection->SelectFeatures({ids[1]});
+    EXPECT_TRUE(otherSelection->SelectedIds().empty());
+
+    SelectionCounter counter;
+    selection->Advise(&counter);
+    m_layer->SetFeatureClass(m_class);
+    EXPECT_EQ(selection->SelectedIds(), std::vector<std::int64_t>{ids[1]});
+    m_layer->SetFeatureClass(nullptr);
+    EXPECT_TRUE(selection->SelectedIds().empty());
+    EXPECT_EQ(counter.heard, 1);
+    selection->Unadvise(&counter);
 }
 
 HostFixture ShapefileHost() {
