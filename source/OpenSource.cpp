@@ -1,6 +1,7 @@
 #include "source/OpenSource.h"
 
 #include "host/gpkg/GeoPackage.h"
+#include "host/shapefile/Shapefile.h"
 #include "source/Application.h"
 
 #include <algorithm>
@@ -63,6 +64,25 @@ std::vector<std::string> SourceLayers(const std::string& source) {
         return host::gpkg::LayerNames(source);
     }
     return {ShapefileLayerName(source)};
+}
+
+std::shared_ptr<host::IFeatureClass> OpenSourceFeatureClass(const std::string& source,
+                                                            const std::string& layer) {
+    if (IsGeoPackageSource(source)) {
+        const std::string table = ChosenLayer(source, layer, host::gpkg::LayerNames(source));
+        return host::gpkg::GeoPackageWorkspaceFactory().OpenFromFile(source, 0)->OpenFeatureClass(
+            table);
+    }
+    const auto slash = source.find_last_of('/');
+    const std::string folder = slash == std::string::npos ? "." : source.substr(0, slash);
+    const std::string name = ShapefileLayerName(source);
+    auto featureClass =
+        host::shapefile::ShapefileWorkspaceFactory().OpenFromFile(folder, 0)->OpenFeatureClass(
+            name);
+    if (!layer.empty() && layer != name) {
+        throw LayerChoiceError(source, layer, {name});
+    }
+    return featureClass;
 }
 
 std::shared_ptr<host::IFeatureLayer> OpenSourceLayer(Application& app, const std::string& source,

@@ -40,6 +40,10 @@ bool IsGeoPackageSource(const std::string& source);
 // cannot be read.
 std::vector<std::string> SourceLayers(const std::string& source);
 
+// The feature class of the source's layer, as OpenSourceLayer chooses it, in no map.
+std::shared_ptr<host::IFeatureClass> OpenSourceFeatureClass(const std::string& source,
+                                                            const std::string& layer);
+
 // Adds the layer to the app's focus map and returns it. layer empty: the source's only layer;
 // several layers and no name, or a name the source does not have: throws LayerChoiceError (its
 // message lists the layers; the command line exits 64 on it).

@@ -1,6 +1,9 @@
 // Map documents written and read back: layers, names, order, groups, flags and the focus map.
 
 #include "apps/quorel-host/MapDocumentFile.h"
+#include "host/shapefile/Application.h"
+#include "source/Application.h"
+#include "source/OpenSource.h"
 #include "tests/support/ScratchFolder.h"
 #include "util/Error.h"
 
@@ -86,6 +89,29 @@ TEST_F(MapDocumentFileTest, aSavedDocumentOpensWithTheSameMapsLayersGroupsAndFoc
     EXPECT_FALSE(readInner->Selectable());
 }
 
+TEST_F(MapDocumentFileTest, aGeoPackageLayerKeepsItsTable) {
+    const std::string gpkg = (m_folder / "data" / "two.gpkg").string();
+    const std::string shp = (m_folder / "data" / "parcels.shp").string();
+    ASSERT_EQ(std::system(("ogr2ogr -f GPKG " + gpkg + " " + shp +
+                           " -nln roads && ogr2ogr -update " + gpkg + " " + shp + " -nln zones")
+                              .c_str()),
+              0);
+    source::Application app;
+    source::OpenSourceLayer(app, gpkg, "zones")->SetSelectable(false);
+    const std::string path = (m_folder / "saved.qmap").string();
+    SaveMapDocument(*std::dynamic_pointer_cast<host::map::MxDocument>(app.Document()), path);
+    const std::string text = test::ReadBytes(path);
+    EXPECT_NE(text.find("layer\tzones\tdata/two.gpkg\tfixed\tzones\n"), std::string::npos) << text;
+
+    source::Application other;
+    const auto read = LoadMapDocument(other, path);
+    const auto layer = std::dynamic_pointer_cast<host::IFeatureLayer>(read->FocusMap()->Layer(0));
+    ASSERT_TRUE(layer);
+    EXPECT_EQ(layer->FeatureClass()->AliasName(), "zones");
+    EXPECT_EQ(layer->FeatureClass()->Workspace()->PathName(), gpkg);
+    EXPECT_FALSE(layer->Selectable());
+}
+
 struct BadDocument {
     const char* name;
     const char* text;
@@ -116,6 +142,9 @@ INSTANTIATE_TEST_SUITE_P(
         BadDocument{"missingShapefile",
                     "quorel-map\t1\nmap\tm\n# note\nlayer\ta\tdata/none.shp\tselectable\n",
                     "line 4:"},
+        BadDocument{"missingGeoPackage",
+                    "quorel-map\t1\nmap\tm\nlayer\ta\tdata/none.gpkg\tfixed\tzones\n",
+                    "line 3: File not found"},
         BadDocument{"groupWithoutEnd", "quorel-map\t1\nmap\tm\ngroup\tg\n",
                     "a group without its end"},
         BadDocument{"endWithoutGroup", "quorel-map\t1\nmap\tm\nend\n", "line 3: unexpected"}),
