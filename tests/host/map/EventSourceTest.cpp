@@ -142,6 +142,7 @@ TEST(DocumentEventsTest, aHandlerMayDisconnectItselfWhileItHearsAnEvent) {
         void AfterItemDraw() override {}
         void SpatialReferenceChanged() override {}
         int heard = 0;
+
     private:
         Map& m_map;
     };
