@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Layers include only downward, in this order (a folder may include its own level and below):
 #   0 util  1 errors  2 host/api  3 lang, criterion, fzy (the core)
-#   4 the host implementations: every folder under host/ but api (map, shapefile, gdal, memory,
-#     script)
+#   4 the host implementations: every folder under host/ but api (map, shapefile, postgis, gdal,
+#     memory, script)
 #   5 dialog  6 component  7 apps
 # Within one level the folders keep out of one another, except where the code needs it:
 #   criterion -> fzy        the run records its criterion in the metadata file
@@ -10,6 +10,8 @@
 #   host/memory -> host/script    so does the in-memory host's
 #   host/shapefile -> host/map    both hosts build on the shared maps, layers and documents
 #   host/memory -> host/map
+#   host/postgis -> host/script   the PostGIS host runs a user's own script with the same engine
+#   host/postgis -> host/map      and builds on the shared fields
 # lang, criterion and fzy share no other includes (criterion reads texts through
 # util/TextSource.h, not lang). tools (dialog/tools too), tests and bench may include anything;
 # nothing layered includes them. Headers under component/include/ count as component; generated
@@ -52,6 +54,8 @@ BEGIN {
     allowed["host/memory host/script"] = 1
     allowed["host/shapefile host/map"] = 1
     allowed["host/memory host/map"] = 1
+    allowed["host/postgis host/script"] = 1
+    allowed["host/postgis host/map"] = 1
 }
 {
     # file:line:#include "path"

@@ -2,10 +2,12 @@
 # Installs the Debian 12 packages the whole project needs, skipping those already present.
 set -euo pipefail
 
-# dpkg-dev and file: the Debian package's library dependencies (cpack -G DEB).
+# dpkg-dev and file: the Debian package's library dependencies (cpack -G DEB). postgresql-15 and
+# postgresql-15-postgis-3: the throwaway server the PostGIS tests start; libpq-dev: its client.
 packages=(cmake g++ make pkg-config libgtest-dev libbenchmark-dev libgdal-dev gdal-bin
           qt6-base-dev libsqlite3-dev mdbtools mdbtools-dev fonts-dejavu-core clang
-          libclang-rt-14-dev dpkg-dev file ccache)
+          libclang-rt-14-dev dpkg-dev file ccache postgresql-15 postgresql-15-postgis-3
+          libpq-dev)
 
 missing=()
 for p in "${packages[@]}"; do
