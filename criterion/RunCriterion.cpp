@@ -83,17 +83,15 @@ std::string WithArgument(std::string text, const std::string& argument) {
 
 } // namespace
 
-// Before anything is written: the layer's data locked for this run alone, found writable and
-// whole, and its metadata file writable; then what killed runs left beside the metadata file
-// goes. A refusal says so, and that nothing was changed, with the host's detail after it.
-std::unique_ptr<host::ILayerWriteLock> CriterionRun::LockLayerForRun() {
-    if (!m_state.g_app) {
-        throw Error(error_number::kObjectRequired, kProcedureName,
+std::unique_ptr<host::ILayerWriteLock> LockChosenLayer(const ComponentState& state,
+                                                       const util::ITextSource& texts,
+                                                       const char* procedure) {
+    if (!state.g_app) {
+        throw Error(error_number::kObjectRequired, procedure,
                     "Object required: no host application");
     }
-    std::unique_ptr<host::ILayerWriteLock> lock;
     try {
-        lock = m_state.g_app->LockLayerForWriting(m_state.g_layer_path, m_state.g_layer_name);
+        return state.g_app->LockLayerForWriting(state.g_layer_path, state.g_layer_name);
     } catch (const Error& refused) {
         std::int16_t text = 0;
         switch (refused.Number()) {
@@ -109,11 +107,44 @@ std::unique_ptr<host::ILayerWriteLock> CriterionRun::LockLayerForRun() {
         default:
             throw;
         }
-        const std::string layer = fzy::JoinFolder(m_state.g_layer_path, m_state.g_layer_name);
+        const std::string layer = fzy::JoinFolder(state.g_layer_path, state.g_layer_name);
         throw Error(refused.Number(), refused.Source(),
-                    WithArgument(m_texts.ResourceString(text), layer) + "\r\n" +
+                    WithArgument(texts.ResourceString(text), layer) + "\r\n" +
                         refused.Description());
     }
+}
+
+std::shared_ptr<host::IFeatureLayer> ChosenFeatureLayer(const ComponentState& state,
+                                                        const char* procedure) {
+    if (!state.g_app) {
+        throw Error(error_number::kObjectRequired, procedure,
+                    "Object required: no host application");
+    }
+    auto layer = std::dynamic_pointer_cast<host::IFeatureLayer>(
+        state.g_app->Document()->FocusMap()->Layer(state.g_layer_index));
+    if (!layer) {
+        throw Error(error_number::kTypeMismatch, procedure,
+                    "Type mismatch: the layer at position " + std::to_string(state.g_layer_index) +
+                        " is not a feature layer");
+    }
+    return layer;
+}
+
+std::shared_ptr<host::IEditor> HostEditor(const ComponentState& state, const char* procedure) {
+    auto editor = std::dynamic_pointer_cast<host::IEditor>(
+        state.g_app->FindExtensionByCLSID(host::UID{host::kEditorExtensionId}));
+    if (!editor) {
+        throw Error(error_number::kObjectRequired, procedure,
+                    "Object required: the host has no editor extension");
+    }
+    return editor;
+}
+
+// Before anything is written: the layer's data locked for this run alone, found writable and
+// whole, and its metadata file writable; then what killed runs left beside the metadata file
+// goes. A refusal says so, and that nothing was changed, with the host's detail after it.
+std::unique_ptr<host::ILayerWriteLock> CriterionRun::LockLayerForRun() {
+    std::unique_ptr<host::ILayerWriteLock> lock = LockChosenLayer(m_state, m_texts, kProcedureName);
     if (m_records) {
         return lock;
     }
@@ -138,11 +169,8 @@ bool FieldNameLimit::Fits(const std::string& name) const {
     return !maxBytes || (byteLength ? byteLength(name) : name.size()) <= *maxBytes;
 }
 
-std::string MakeOutputFieldName(const std::string& typed, const host::IFields& fields,
+std::string MakeUniqueFieldName(const std::string& typed, const host::IFields& fields,
                                 const FieldNameLimit& limit) {
-    if (limit.Fits(typed)) {
-        return typed;
-    }
     const std::string cut = FittingBeginning(typed, "", limit);
     std::string candidate = cut;
     int counter = 0;
@@ -153,10 +181,16 @@ std::string MakeOutputFieldName(const std::string& typed, const host::IFields& f
     return candidate;
 }
 
+std::string MakeOutputFieldName(const std::string& typed, const host::IFields& fields,
+                                const FieldNameLimit& limit) {
+    if (limit.Fits(typed)) {
+        return typed;
+    }
+    return MakeUniqueFieldName(typed, fields, limit);
+}
+
 // The host objects a run holds, released in turn at its end.
 struct CriterionRun::HostObjects {
-    std::shared_ptr<host::IMxDocument> document;
-    std::shared_ptr<host::IMap> map;
     std::shared_ptr<host::IFeatureLayer> layer;
     std::shared_ptr<host::IFeatureClass> featureClass;
     std::shared_ptr<host::IEditor> editor;
@@ -279,28 +313,11 @@ std::shared_ptr<host::ICriterionRecords> CriterionRun::ChosenLayerRecords() cons
 
 // The chosen layer and its feature class; a refusal while the host's editor is editing.
 std::optional<std::string> CriterionRun::TakeLayer(HostObjects& host) {
-    if (!m_state.g_app) {
-        throw Error(error_number::kObjectRequired, kProcedureName,
-                    "Object required: no host application");
-    }
-    host.document = m_state.g_app->Document();
-    host.map = host.document->FocusMap();
-    host.layer =
-        std::dynamic_pointer_cast<host::IFeatureLayer>(host.map->Layer(m_state.g_layer_index));
-    if (!host.layer) {
-        throw Error(error_number::kTypeMismatch, kProcedureName,
-                    "Type mismatch: the layer at position " +
-                        std::to_string(m_state.g_layer_index) + " is not a feature layer");
-    }
+    host.layer = ChosenFeatureLayer(m_state, kProcedureName);
     m_step = 102;
     host.featureClass = host.layer->FeatureClass();
     m_step = 2;
-    host.editor = std::dynamic_pointer_cast<host::IEditor>(
-        m_state.g_app->FindExtensionByCLSID(host::UID{host::kEditorExtensionId}));
-    if (!host.editor) {
-        throw Error(error_number::kObjectRequired, kProcedureName,
-                    "Object required: the host has no editor extension");
-    }
+    host.editor = HostEditor(m_state, kProcedureName);
     if (host.editor->EditState() == host::kEditStateEditing) {
         return m_texts.ResourceString(kTextEditing);
     }
@@ -428,8 +445,6 @@ void CriterionRun::ReleaseHostObjects(HostObjects& host) {
     release(host.editor);
     release(host.featureClass);
     release(host.layer);
-    release(host.map);
-    release(host.document);
     release(host.statusBar);
 }
 

@@ -100,6 +100,23 @@ struct FieldNameLimit {
 std::string MakeOutputFieldName(const std::string& typed, const host::IFields& fields,
                                 const FieldNameLimit& limit = {});
 
+// A name no field of the table bears: the name cut to fit the limit and, while taken, numbered
+// as MakeOutputFieldName numbers a long name. For default names, which are numbered even when
+// short.
+std::string MakeUniqueFieldName(const std::string& typed, const host::IFields& fields,
+                                const FieldNameLimit& limit = {});
+
+// What every run that writes the chosen layer's table shares, its failures thrown from
+// `procedure`:
+// the layer's write lock, a refusal of the host worded with texts 170 to 172 (nothing changed);
+std::unique_ptr<host::ILayerWriteLock>
+LockChosenLayer(const ComponentState& state, const util::ITextSource& texts, const char* procedure);
+// the chosen layer of the focus map, which must be a feature layer;
+std::shared_ptr<host::IFeatureLayer> ChosenFeatureLayer(const ComponentState& state,
+                                                        const char* procedure);
+// the host's editor, whose state 1 (editing) refuses a run.
+std::shared_ptr<host::IEditor> HostEditor(const ComponentState& state, const char* procedure);
+
 class CriterionRun {
 public:
     CriterionRun(ComponentState& state, IRunDialog& dialog, util::IMessageUi& ui,
