@@ -1,6 +1,7 @@
 #include "source/OpenSource.h"
 
 #include "host/gpkg/GeoPackage.h"
+#include "host/postgis/PostGIS.h"
 #include "source/Application.h"
 
 #include <algorithm>
@@ -58,7 +59,14 @@ bool IsGeoPackageSource(const std::string& source) {
     return host::gpkg::IsGeoPackagePath(source);
 }
 
+bool IsPostgresSource(const std::string& source) {
+    return host::postgis::IsPostgresSource(source);
+}
+
 std::vector<std::string> SourceLayers(const std::string& source) {
+    if (IsPostgresSource(source)) {
+        return host::postgis::LayerNames(source);
+    }
     if (IsGeoPackageSource(source)) {
         return host::gpkg::LayerNames(source);
     }
@@ -67,9 +75,14 @@ std::vector<std::string> SourceLayers(const std::string& source) {
 
 std::shared_ptr<host::IFeatureLayer> OpenSourceLayer(Application& app, const std::string& source,
                                                      const std::string& layer) {
-    if (IsGeoPackageSource(source)) {
-        const std::string table = ChosenLayer(source, layer, host::gpkg::LayerNames(source));
-        const auto workspace = host::gpkg::GeoPackageWorkspaceFactory().OpenFromFile(source, 0);
+    if (IsPostgresSource(source) || IsGeoPackageSource(source)) {
+        const bool postgres = IsPostgresSource(source);
+        const std::string table = ChosenLayer(source, layer,
+                                              postgres ? host::postgis::LayerNames(source)
+                                                       : host::gpkg::LayerNames(source));
+        const auto workspace =
+            postgres ? host::postgis::PostgisWorkspaceFactory().OpenFromFile(source, 0)
+                     : host::gpkg::GeoPackageWorkspaceFactory().OpenFromFile(source, 0);
         auto opened = app.Factory().NewFeatureLayer();
         opened->SetFeatureClass(workspace->OpenFeatureClass(table));
         opened->SetName(table);

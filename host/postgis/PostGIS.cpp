@@ -160,8 +160,8 @@ private:
 } // namespace
 
 std::vector<std::string> LayerNames(const std::string& source) {
-    Connection& connection = *SharedConnection(source);
-    const Result layers = connection.Exec(
+    const auto connection = SharedConnection(source);
+    const Result layers = connection->Exec(
         "SELECT DISTINCT CASE WHEN f_table_schema = ANY (pg_catalog.current_schemas(false)) "
         "THEN f_table_name ELSE f_table_schema || '.' || f_table_name END "
         "FROM public.geometry_columns ORDER BY 1");
