@@ -121,6 +121,7 @@ void Connection::Fail(pg_result* result) {
 
 Result Connection::Exec(const std::string& sql,
                         const std::vector<std::optional<std::string>>& params) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
     std::vector<const char*> values;
     values.reserve(params.size());
     for (const auto& param : params) {
@@ -136,6 +137,7 @@ Result Connection::Exec(const std::string& sql,
 }
 
 void Connection::Run(const std::string& sql) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
     pg_result* result = PQexec(m_connection, sql.c_str());
     const auto status = result ? PQresultStatus(result) : PGRES_FATAL_ERROR;
     if (status != PGRES_COMMAND_OK && status != PGRES_TUPLES_OK) {

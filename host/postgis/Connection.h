@@ -4,6 +4,7 @@
 // parameters; identifiers are quoted by the server's client library.
 
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -69,6 +70,8 @@ private:
 
     std::string m_source;
     std::string m_lastSqlState;
+    // A window's worker thread may read fields while its user-interface thread writes.
+    mutable std::mutex m_mutex;
     pg_conn* m_connection = nullptr;
 };
 
