@@ -71,7 +71,7 @@ int RunMeta(const std::vector<std::string>& arguments) {
     }
     const std::string& shapefile = args.Positionals()[0];
     const std::string& field = args.Positionals()[1];
-    if (source::IsGeoPackageSource(shapefile)) {
+    if (source::IsGeoPackageSource(shapefile) || source::IsPostgresSource(shapefile)) {
         return ShowDatabaseRecord(shapefile, args.Value("layer"), field);
     }
     if (args.Value("layer")) {
@@ -124,8 +124,10 @@ const Subcommand& MetaCommand() {
         "entry of that output field, or of its record entry, or text 153 when nothing is\n"
         "recorded. For a shapefile only the .fzy file is read, never written nor made: the\n"
         "shapefile itself need not exist, and SHAPEFILE.shp in any letter case has its metadata\n"
-        "in SHAPEFILE.fzy. A GeoPackage (.gpkg) keeps its records in its metadata tables,\n"
-        "read there; --layer names its table when it has several. Texts by id are empty until\n"
+        "in SHAPEFILE.fzy. A GeoPackage (.gpkg) keeps its records in its metadata tables, a\n"
+        "PostgreSQL database (PG:\"dbname=... host=...\") in the table quorel_criteria of the\n"
+        "layer's schema, read there; --layer names the table when there are several. Texts by\n"
+        "id are empty until\n"
         "the text database is loaded. Exit status 1 when an error was reported, 64 on a wrong\n"
         "command line.\n",
         RunMeta};
