@@ -8,15 +8,12 @@
 
 #include "criterion/Aggregation.h"
 #include "criterion/RunCriterion.h"
+#include "fzy/AggregationRecords.h"
 
 #include <functional>
 #include <memory>
 #include <string>
 #include <vector>
-
-namespace quorel::fzy {
-class IAggregationRecords;
-}
 
 namespace quorel::criterion {
 

@@ -2,6 +2,7 @@
 #include "apps/quorel/CliTexts.h"
 #include "apps/quorel/Subcommand.h"
 
+#include "fzy/AggregationRecords.h"
 #include "fzy/IO_fzyext.h"
 #include "util/Error.h"
 #include "util/MessageUi.h"
@@ -72,7 +73,14 @@ int RunMeta(const std::vector<std::string>& arguments) {
         const bool foundRecord = recorded && io.fzy_io_recordinfo(text, "");
         step = 5;
         if (!foundNumber && !foundRecord) {
-            io.SetInfoText(CliTexts().ResourceString(153));
+            // An aggregated field is recorded beside the .fzy, in its JSON sidecar.
+            std::string shown = CliTexts().ResourceString(153);
+            for (const auto& record : fzy::AggregationSidecar(folder, layerName).Records()) {
+                if (record.field == field) {
+                    shown = fzy::DescribeAggregationRecord(record, CliTexts());
+                }
+            }
+            io.SetInfoText(shown);
         }
         io.fzy_io_showinfo();
         if (recorded) {
@@ -94,8 +102,10 @@ const Subcommand& MetaCommand() {
         "Usage: quorel meta SHAPEFILE FIELD\n\n"
         "Shows what the metadata window would show for FIELD, as the dialog's metadata button\n"
         "does with SHAPEFILE as the chosen layer: the description of the last number entry of\n"
-        "that output field, or of its record entry, or text 153 when nothing is recorded.\n"
-        "Only the .fzy file is read, never written nor made: the shapefile itself need not\n"
+        "that output field, or of its record entry, or of the aggregation that made it (kept in\n"
+        "SHAPEFILE.fzy.json), or text 153 when nothing is recorded.\n"
+        "Only the .fzy and .fzy.json files are read, never written nor made: the shapefile itself "
+        "need not\n"
         "exist, and SHAPEFILE.shp in any letter case has its metadata in SHAPEFILE.fzy. Texts by\n"
         "id are empty until the text database is loaded. Exit status 1 when an error was\n"
         "reported.\n",
