@@ -1,17 +1,17 @@
-// "quorel run": the criterion run on a map whose only layer is the given shapefile, with the
-// layer and the field chosen as the dialog would choose them.
+// "quorel run": the criterion run on a map whose only layer is the given source's layer (a
+// shapefile, a GeoPackage's table), with the layer and the field chosen as the dialog would
+// choose them.
 
 #include "apps/quorel/Args.h"
 #include "apps/quorel/CliTexts.h"
+#include "apps/quorel/SourceLayer.h"
 #include "apps/quorel/Subcommand.h"
 
-#include "criterion/PlainRunDialog.h"
-#include "criterion/RunCriterion.h"
-#include "errors/ErrorLog.h"
-#include "fzy/IO_fzyext.h"
-#include "host/shapefile/Application.h"
+#include "criterion/LayerRun.h"
+#include "source/Application.h"
 #include "util/MessageUi.h"
 
+#include <algorithm>
 #include <cmath>
 #include <iostream>
 #include <unistd.h>
@@ -24,13 +24,7 @@ constexpr int kExitFailed = 1;
 
 const std::vector<OptionSpec> kRunOptions = {
     {"field", 'f', true}, {"kind", 'k', true}, {"a", 'a', true},   {"b", 'b', true},
-    {"c", 'c', true},     {"d", 'd', true},    {"out", 'o', true},
-};
-
-// The metadata window prints its text.
-class ConsoleInfoWindow final : public fzy::IInfoWindow {
-public:
-    void ShowModal(const std::string& text) override { std::cout << text << "\n"; }
+    {"c", 'c', true},     {"d", 'd', true},    {"out", 'o', true}, {"layer", 'l', true},
 };
 
 // Shows the calculator's progress on a terminal as a percentage on one line.
@@ -46,7 +40,7 @@ int Run(const std::vector<std::string>& arguments) {
     const Args args(arguments, kRunOptions);
     if (args.Positionals().size() != 1) {
         throw UsageError(args.Positionals().empty()
-                             ? "missing SHAPEFILE"
+                             ? "missing SOURCE"
                              : "unexpected argument '" + args.Positionals()[1] + "'");
     }
     const std::string field = args.Required("field");
@@ -55,51 +49,33 @@ int Run(const std::vector<std::string>& arguments) {
         throw UsageError("option --kind takes 0 to 5, not " + std::to_string(kind));
     }
 
-    auto app = std::make_shared<host::shapefile::Application>();
+    auto app = std::make_shared<source::Application>();
     if (isatty(STDERR_FILENO)) {
         app->Bar()->SetProgressListener(ShowProgress);
     }
-    const auto layer = app->AddShapefileLayer(args.Positionals().front());
+    const auto layer = OpenCommandLayer(*app, args.Positionals().front(), args.Value("layer"));
 
-    // What choosing the layer in the dialog sets, and the numeric fields it lists.
-    criterion::ComponentState state;
-    state.g_app = app;
-    state.g_layer_name = layer->Name();
-    state.g_layer_path = layer->FeatureClass()->Workspace()->PathName();
-    state.g_layer_index = 0;
-    state.kind = static_cast<std::int16_t>(kind);
-    criterion::PlainRunDialog dialog;
-    const auto fields = layer->FeatureClass()->Fields();
-    for (std::int32_t i = 0; i < fields->FieldCount(); ++i) {
-        if (fields->Field(i)->Type() < host::kFieldTypeString) {
-            dialog.AddFieldListItem(fields->Field(i)->Name());
-        }
-    }
-    if (!dialog.Select(field)) {
-        std::cerr << "quorel run: " << state.g_layer_name << " has no numeric field " << field
-                  << "\n";
-    }
+    criterion::LayerRunRequest request;
+    request.field = field;
+    request.kind = kind;
     const char* boxes[] = {"a", "b", "c", "d"};
     for (std::size_t i = 0; i < 4; ++i) {
-        dialog.boxes[i] = args.Value(boxes[i]).value_or("");
+        request.boxes[i] = args.Value(boxes[i]);
     }
-    // The dialog proposes "FZY_" and the field's name.
-    dialog.newName = args.Value("out").value_or("FZY_" + field);
+    request.outName = args.Value("out");
+    const auto numeric = criterion::NumericFields(*layer);
+    if (std::find(numeric.begin(), numeric.end(), field) == numeric.end()) {
+        std::cerr << "quorel run: " << layer->Name() << " has no numeric field " << field << "\n";
+    }
 
     util::ConsoleMessageUi ui;
-    ConsoleInfoWindow window;
-    fzy::IO_fzyext fzy(ui, CliTexts(), window, app);
-    errors::ErrorLog log(ui);
-    criterion::CriterionRun run(state, dialog, ui, CliTexts(), fzy, log);
-    switch (run.RunCriterion()) {
-    case criterion::RunOutcome::Done: {
-        const auto added = layer->FeatureClass()->Fields(); // the new field comes last
+    const auto result = criterion::RunOnLayer(app, *layer, request, ui, CliTexts());
+    switch (result.outcome) {
+    case criterion::RunOutcome::Done:
         std::cout << CliMessage(cli_text::kFieldAdded, "added field %1 to %2",
-                                {added->Field(added->FieldCount() - 1)->Name(),
-                                 args.Positionals().front()})
+                                {result.addedField, args.Positionals().front()})
                   << "\n";
         return 0;
-    }
     case criterion::RunOutcome::Refused:
         return kExitRefused;
     case criterion::RunOutcome::Failed:
@@ -112,21 +88,24 @@ int Run(const std::vector<std::string>& arguments) {
 
 const Subcommand& RunCommand() {
     static const Subcommand command{
-        "run", "compute a criterion field on a shapefile",
-        "Usage: quorel run SHAPEFILE --field F --kind K [-a TEXT] [-b TEXT] [-c TEXT] [-d TEXT]\n"
-        "                  [--out NAME]\n\n"
-        "Adds a double field to the shapefile's table and fills it with each feature's degree of\n"
+        "run", "compute a criterion field on a shapefile or a GeoPackage layer",
+        "Usage: quorel run SOURCE [--layer NAME] --field F --kind K [-a TEXT] [-b TEXT]\n"
+        "                  [-c TEXT] [-d TEXT] [--out NAME]\n\n"
+        "Adds a double field to the layer's table and fills it with each feature's degree of\n"
         "membership of field F in the criterion of kind K (0 none, 1 singleton, 2 triangle,\n"
-        "3 rising ramp, 4 falling ramp, 5 trapezoid), then records the criterion in the\n"
-        "shapefile's metadata file (.fzy). The output name is NAME, by default FZY_ and F;\n"
-        "a name longer than 10 characters, or a default one over 10 bytes of the table's\n"
-        "encoding, is cut and numbered to be unique. Parameters are read\n"
-        "as the dialog reads its boxes. Messages go to standard error; progress too when it is\n"
-        "a terminal.\n\n"
+        "3 rising ramp, 4 falling ramp, 5 trapezoid), then records the criterion. SOURCE is a\n"
+        "shapefile (the record goes to its metadata file, .fzy) or a GeoPackage (.gpkg: the\n"
+        "record goes to the file's metadata tables, and the whole run is one transaction);\n"
+        "--layer names the GeoPackage's table, and may be left out when it has only one.\n"
+        "The output name is NAME, by default FZY_ and F; in a shapefile a name longer than 10\n"
+        "characters, or a default one over 10 bytes of the table's encoding, is cut and\n"
+        "numbered to be unique. Parameters are read as the dialog reads its boxes. Messages go\n"
+        "to standard error; progress too when it is a terminal.\n\n"
         "Exit status: 0 done, 2 refused (no such numeric field, parameters out of order, "
         "editing,\n"
         "an output name the table or the metadata file cannot hold, a full metadata file),\n"
-        "1 on a reported error, 64 on a wrong command line.\n",
+        "1 on a reported error, 64 on a wrong command line (a layer the source does not have,\n"
+        "or none named in a source of several).\n",
         Run};
     return command;
 }

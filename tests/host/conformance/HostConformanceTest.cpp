@@ -8,6 +8,9 @@
 #include "host/map/Map.h"
 #include "host/memory/MemoryHost.h"
 #include "host/shapefile/Application.h"
+#include "source/Application.h"
+#include "source/OpenSource.h"
+#include "tests/host/gpkg/TestGeoPackages.h"
 #include "tests/host/shapefile/TestShapefiles.h"
 #include "tests/support/LockError.h"
 #include "util/Error.h"
@@ -269,15 +272,17 @@ TEST_P(HostConformanceTest, oneWriterPerLayerUntilItLetsGo) {
     testing::ScratchFolder elsewhere;
     const auto other = GetParam().make(m_folder.Path(), kFields, kRows);
     const auto another = GetParam().make(elsewhere.Path(), kFields, kRows);
+    // Where the layer's data lie: a folder of shapefiles, a GeoPackage file.
+    const std::string data = m_class->Workspace()->PathName();
+    const std::string elsewhereData = elsewhere.Path() + data.substr(m_folder.Path().size());
 
-    auto held = m_app->LockLayerForWriting(m_folder.Path(), "PARCELS");
+    auto held = m_app->LockLayerForWriting(data, "PARCELS");
     ASSERT_NE(held, nullptr);
-    EXPECT_EQ(test::LockError(*m_app, m_folder.Path(), "PARCELS"), error_number::kHostLayerLocked);
-    EXPECT_EQ(test::LockError(*other, m_folder.Path(), "PARCELS.shp"),
-              error_number::kHostLayerLocked);
-    EXPECT_EQ(test::LockError(*another, elsewhere.Path(), "PARCELS"), 0);
+    EXPECT_EQ(test::LockError(*m_app, data, "PARCELS"), error_number::kHostLayerLocked);
+    EXPECT_EQ(test::LockError(*other, data, "PARCELS.shp"), error_number::kHostLayerLocked);
+    EXPECT_EQ(test::LockError(*another, elsewhereData, "PARCELS"), 0);
     held.reset();
-    EXPECT_EQ(test::LockError(*other, m_folder.Path(), "PARCELS"), 0);
+    EXPECT_EQ(test::LockError(*other, data, "PARCELS"), 0);
 }
 
 struct SelectionCounter final : ISelectionEvents {
@@ -383,8 +388,29 @@ HostFixture MemoryHost() {
             std::nullopt};
 }
 
+HostFixture GeoPackageHost() {
+    return {"geopackage",
+            [](const std::string& folder, const std::vector<std::string>& fields,
+               const Rows& rows) -> std::shared_ptr<IApplication> {
+                const std::string path = folder + "/PARCELS.gpkg";
+                if (!std::filesystem::exists(path)) {
+                    std::vector<std::vector<Value>> values;
+                    for (const auto& row : rows) {
+                        values.emplace_back(row.begin(), row.end());
+                    }
+                    testing::MakeGeoPackage(path, {{"PARCELS", fields, values}});
+                }
+                auto app = std::make_shared<source::Application>();
+                app->SetWriteLockWait(std::chrono::milliseconds(0));
+                source::OpenSourceLayer(*app, path, "");
+                return app;
+            },
+            {"fid", "geom"},
+            std::nullopt};
+}
+
 INSTANTIATE_TEST_SUITE_P(Hosts, HostConformanceTest,
-                         ::testing::Values(ShapefileHost(), MemoryHost()),
+                         ::testing::Values(ShapefileHost(), MemoryHost(), GeoPackageHost()),
                          [](const auto& test) { return std::string(test.param.name); });
 
 } // namespace

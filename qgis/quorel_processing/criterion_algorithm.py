@@ -1,0 +1,118 @@
+"""The algorithm quorel:criterion, "Critère flou" / "Fuzzy criterion": the criterion run of the
+quorel command line on a polygon layer's own source, through the Python module, in place."""
+
+import os
+
+import quorel
+from qgis.core import (
+    QgsProcessing,
+    QgsProcessingAlgorithm,
+    QgsProcessingException,
+    QgsProcessingOutputString,
+    QgsProcessingOutputVectorLayer,
+    QgsProcessingParameterEnum,
+    QgsProcessingParameterField,
+    QgsProcessingParameterNumber,
+    QgsProcessingParameterString,
+    QgsProcessingParameterVectorLayer,
+    QgsProject,
+    QgsProviderRegistry,
+)
+
+from .texts import language, text
+
+# Text ids (lang/texts.tsv).
+ALGORITHM = 360
+LAYER, FIELD, SHAPE, OUTPUT_NAME, HELP = 361, 362, 363, 122, 371
+SHAPES = [364, 365, 366, 367, 368]  # kinds 1 to 5
+NOT_A_FILE, STOPPED, UPDATED_LAYER, OUTPUT_FIELD = 372, 373, 374, 375
+EDITING, FIELD_ADDED = 133, 240
+
+
+class _Stopped(Exception):
+    """Raised from the progress callback when the user cancels."""
+
+
+def source_path(layer):
+    """The file of the layer's data, when Quorel can run on it; None otherwise."""
+    if layer.providerType() != "ogr":
+        return None
+    path = QgsProviderRegistry.instance().decodeUri("ogr", layer.source()).get("path", "")
+    return path if path.lower().endswith(".shp") else None
+
+
+class CriterionAlgorithm(QgsProcessingAlgorithm):
+    def __init__(self):
+        super().__init__()
+        self._path = None
+
+    def createInstance(self):  # noqa: N802 (QGIS's names)
+        return CriterionAlgorithm()
+
+    def name(self):
+        return "criterion"
+
+    def displayName(self):  # noqa: N802
+        return text(ALGORITHM)
+
+    def shortHelpString(self):  # noqa: N802
+        return text(HELP)
+
+    def initAlgorithm(self, config=None):  # noqa: N802
+        self.addParameter(QgsProcessingParameterVectorLayer(
+            "INPUT", text(LAYER), [QgsProcessing.TypeVectorPolygon]))
+        self.addParameter(QgsProcessingParameterField(
+            "FIELD", text(FIELD), parentLayerParameterName="INPUT",
+            type=QgsProcessingParameterField.Numeric))
+        self.addParameter(QgsProcessingParameterEnum(
+            "SHAPE", text(SHAPE), options=[text(t) for t in SHAPES], defaultValue=4))
+        for name in "ABCD":
+            self.addParameter(QgsProcessingParameterNumber(
+                name, name.lower(), QgsProcessingParameterNumber.Double, optional=True))
+        self.addParameter(QgsProcessingParameterString(
+            "OUTPUT_FIELD", text(OUTPUT_NAME), optional=True))
+        self.addOutput(QgsProcessingOutputVectorLayer("OUTPUT", text(UPDATED_LAYER)))
+        self.addOutput(QgsProcessingOutputString("OUTPUT_FIELD", text(OUTPUT_FIELD)))
+
+    def processAlgorithm(self, parameters, context, feedback):  # noqa: N802
+        layer = self.parameterAsVectorLayer(parameters, "INPUT", context)
+        path = source_path(layer)
+        if path is None:
+            raise QgsProcessingException(text(NOT_A_FILE, layer.source()))
+        if layer.isEditable():
+            raise QgsProcessingException(text(EDITING))
+        field = self.parameterAsFields(parameters, "FIELD", context)[0]
+        kind = self.parameterAsEnum(parameters, "SHAPE", context) + 1
+        # An unset parameter is an empty box, as in Quorel's dialog.
+        points = [self.parameterAsDouble(parameters, n, context)
+                  if parameters.get(n) not in (None, "") else None for n in "ABCD"]
+        out = self.parameterAsString(parameters, "OUTPUT_FIELD", context) or None
+
+        def progress(fraction):
+            feedback.setProgress(100 * fraction)
+            if feedback.isCanceled():
+                raise _Stopped()
+
+        quorel.set_language(language())
+        try:
+            added = quorel.run(path, field, kind, *points, out=out, progress=progress)
+        except _Stopped:
+            raise QgsProcessingException(text(STOPPED)) from None
+        except quorel.Error as error:
+            raise QgsProcessingException(str(error)) from None
+        finally:
+            self._path = path
+        feedback.pushInfo(text(FIELD_ADDED, added, path))
+        return {"OUTPUT": layer.id() if layer.id() else path, "OUTPUT_FIELD": added}
+
+    def postProcessAlgorithm(self, context, feedback):  # noqa: N802
+        # The layers open on the changed file read its new table, without a restart.
+        if self._path is not None:
+            for store in (QgsProject.instance(), context.temporaryLayerStore()):
+                for layer in store.mapLayers().values():
+                    path = source_path(layer)
+                    if path and os.path.exists(path) and os.path.samefile(path, self._path):
+                        layer.dataProvider().reloadData()
+                        layer.updateFields()
+                        layer.triggerRepaint()
+        return {}

@@ -1,0 +1,19 @@
+"""The "Quorel" Processing provider."""
+
+from qgis.core import QgsProcessingProvider
+
+from .criterion_algorithm import CriterionAlgorithm
+
+
+class QuorelProvider(QgsProcessingProvider):
+    def id(self):
+        return "quorel"
+
+    def name(self):
+        return "Quorel"
+
+    def longName(self):  # noqa: N802
+        return "Quorel"
+
+    def loadAlgorithms(self):  # noqa: N802
+        self.addAlgorithm(CriterionAlgorithm())

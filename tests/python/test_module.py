@@ -1,0 +1,110 @@
+"""The Python module against the command line it must agree with, and a run read back with
+GDAL's Python bindings."""
+
+import numpy as np
+import pytest
+from osgeo import ogr
+
+import quorel
+from conftest import cli
+
+# One criterion per kind, its values the break points, their neighbours and far values.
+CRITERIA = [
+    (1, ["3"]),
+    (2, ["0", "10", "20"]),
+    (3, ["-2,5", "7.25"]),
+    (4, ["0", "10"]),
+    (5, ["2", "5", "15", "25"]),
+]
+
+
+def values_around(params):
+    points = [float(p.replace(",", ".")) for p in params]
+    near = [np.nextafter(p, s) for p in points for s in (-np.inf, np.inf)]
+    return np.array(points + near + [-1e300, -3.0, 0.1, 1 / 3, 12.5, 1e15, 7e307])
+
+
+@pytest.mark.parametrize("kind,params", CRITERIA)
+def test_membership_is_the_command_lines_bit_for_bit(kind, params):
+    values = values_around(params)
+    options = [x for letter, p in zip("abcd", params) for x in (f"-{letter}", p)]
+    printed = cli("membership", "--kind", str(kind), *options, "--",
+                  *[repr(float(v)) for v in values]).stdout.splitlines()
+    expected = np.array([float(line) if line else np.nan for line in printed])
+
+    degrees = quorel.membership(kind, *params, values=values.reshape(-1, 1))
+
+    assert degrees.shape == (len(values), 1)
+    assert degrees.dtype == np.float64
+    np.testing.assert_array_equal(degrees.ravel().view(np.uint64), expected.view(np.uint64))
+
+
+def test_null_follows_the_scripts_rule():
+    nulls = np.full(3, np.nan)
+    assert quorel.membership(1, 3, values=nulls).tolist() == [1.0, 1.0, 1.0]
+    for kind, params in CRITERIA[1:]:
+        assert np.isnan(quorel.membership(kind, *params, values=nulls)).all()
+
+
+def test_refusal_and_division_by_zero_are_the_scripts():
+    refusal = cli("script", "--kind", "3", "-a", "5", "-b", "2", "--field", "F", check=False)
+    assert refusal.returncode == 2
+    with pytest.raises(quorel.RefusedError) as refused:
+        quorel.membership(3, 5, 2, values=np.zeros(1))
+    assert str(refused.value) == refusal.stderr.strip()
+    # An empty box b is -9999: out of order too.
+    with pytest.raises(quorel.RefusedError):
+        quorel.script(2, 0, None, 5, None, "F")
+    with pytest.raises(ZeroDivisionError):
+        quorel.membership(5, 1, 1, 2, 3, values=np.zeros(1))
+    assert quorel.script(5, "2", "5,0", 15, 25.0, "SLOPE").encode() == cli(
+        "script", "--kind", "5", "-a", "2", "-b", "5", "-c", "15", "-d", "25",
+        "--field", "SLOPE", text=False).stdout
+
+
+def read_fields(shapefile, *names):
+    source = ogr.Open(shapefile)  # kept: its layer dies with it
+    rows = [[f.GetField(n) for n in names] for f in source.GetLayer()]
+    return np.array(rows, dtype=float)
+
+
+def test_a_run_writes_the_degrees_and_records_them(parcels):
+    fractions = []
+    added = quorel.run(parcels, "SLOPE", 5, 2, 5, 15, 25, progress=fractions.append)
+
+    assert added == "FZY_SLOPE"
+    slope, written = read_fields(parcels, "SLOPE", "FZY_SLOPE").T
+    assert np.isnan(slope).any()
+    # The table keeps 11 decimals.
+    np.testing.assert_allclose(written, quorel.membership(5, 2, 5, 15, 25, values=slope),
+                               rtol=0, atol=5e-12, equal_nan=True)
+    assert fractions and fractions[-1] == 1.0
+    record = quorel.meta(parcels, "FZY_SLOPE")
+    assert (record["NumberKind"], record["A"], record["D"]) == (5, 2.0, 25.0)
+    assert quorel.meta(parcels, "SLOPE") is None
+    stats = quorel.stats(parcels, "FZY_SLOPE")
+    assert stats["count"] == np.count_nonzero(~np.isnan(written))
+    assert stats["maximum"] == 1.0
+    # A second run numbers nothing: the name given is taken as is, and refused by the table.
+    with pytest.raises(quorel.Error):
+        quorel.run(parcels, "SLOPE", 3, 0, 10, out="FZY_SLOPE")
+
+
+def test_refused_and_failed_runs_change_nothing_recorded(parcels):
+    with pytest.raises(quorel.RefusedError, match="NOPE"):
+        quorel.run(parcels, "NOPE", 3, 0, 10)
+    with pytest.raises(quorel.RefusedError):
+        quorel.run(parcels, "SLOPE", 3, 10, 0)
+    with pytest.raises(quorel.Error, match="nothere"):
+        quorel.run(parcels.replace("parcels", "nothere"), "SLOPE", 3, 0, 10)
+    with pytest.raises(quorel.Error, match="other"):
+        quorel.run(parcels, "SLOPE", 3, 0, 10, layer="other")
+
+    def stop(_fraction):
+        raise KeyboardInterrupt
+
+    with pytest.raises(KeyboardInterrupt):
+        quorel.run(parcels, "SLOPE", 3, 0, 10, progress=stop)
+    assert quorel.meta(parcels, "FZY_SLOPE") is None
+    source = ogr.Open(parcels)
+    assert source.GetLayer().GetLayerDefn().GetFieldIndex("FZY_SLOPE") >= 0

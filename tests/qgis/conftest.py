@@ -1,0 +1,32 @@
+"""Shared set-up of the QGIS plugin's tests: a scratch profile (HOME) for QGIS, the plugin folder
+and the module from the build, and a scratch copy of the sample."""
+
+import os
+import shutil
+
+import numpy as np
+import pytest
+from osgeo import ogr
+
+SOURCE_DIR = os.environ["QUOREL_SOURCE_DIR"]
+CRITERION = {"SHAPE": 4, "A": 2, "B": 5, "C": 15, "D": 25}  # a trapezoid, kind 5
+
+
+@pytest.fixture
+def parcels(tmp_path):
+    for name in os.listdir(os.path.join(SOURCE_DIR, "samples")):
+        if name.startswith("parcels."):
+            shutil.copy(os.path.join(SOURCE_DIR, "samples", name), tmp_path)
+    return str(tmp_path / "parcels.shp")
+
+
+def assert_degrees_written(shapefile, field):
+    """The field holds the trapezoid's degrees of SLOPE, as the table keeps them."""
+    import quorel
+
+    source = ogr.Open(shapefile)
+    slope, written = np.array([[f.GetField("SLOPE"), f.GetField(field)]
+                               for f in source.GetLayer()], dtype=float).T
+    expected = quorel.membership(5, 2, 5, 15, 25, values=slope)
+    np.testing.assert_allclose(written, expected, rtol=0, atol=5e-12, equal_nan=True)
+    assert quorel.meta(shapefile, field)["NumberKind"] == 5

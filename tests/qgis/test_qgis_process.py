@@ -1,0 +1,25 @@
+"""The algorithm through QGIS's command-line runner, as a user runs it without the desktop."""
+
+import os
+import subprocess
+
+from conftest import CRITERION, assert_degrees_written
+
+QGIS_PROCESS = "/usr/bin/qgis_process.bin"  # the /usr/bin/qgis_process wrapper adds an option 3.22 refuses
+
+
+def qgis_process(home, *args):
+    """Runs qgis_process with its profile under home."""
+    done = subprocess.run([QGIS_PROCESS, *args], capture_output=True, text=True,
+                          env={**os.environ, "QT_QPA_PLATFORM": "offscreen", "HOME": home})
+    assert done.returncode == 0, done.stdout + done.stderr
+    return done.stdout
+
+
+def test_qgis_process_runs_the_criterion_in_place(parcels, tmp_path):
+    home = str(tmp_path / "home")
+    qgis_process(home, "plugins", "enable", "quorel_processing")
+    out = qgis_process(home, "run", "quorel:criterion", "--", f"INPUT={parcels}", "FIELD=SLOPE",
+                       *[f"{k}={v}" for k, v in CRITERION.items()], "OUTPUT_FIELD=DEG")
+    assert "OUTPUT_FIELD:\tDEG" in out
+    assert_degrees_written(parcels, "DEG")
