@@ -126,8 +126,9 @@ std::optional<std::string> AggregationRun::Prepare(HostObjects& host,
     if (auto refusal = CheckInputFieldsExist(*host.featureClass, choice.inputs, m_texts)) {
         return refusal;
     }
-    const auto cursor = host.featureClass->Search(false);
-    return CheckInputRange(ReadAggregationInputs(*cursor, choice.inputs), choice.inputs, m_texts);
+    // A recycling cursor: each row is read before the next is asked for.
+    const auto cursor = host.featureClass->Search(true);
+    return CheckInputRange(*cursor, choice.inputs, m_texts);
 }
 
 std::optional<std::string> AggregationRun::ChooseOutputName(HostObjects& host,

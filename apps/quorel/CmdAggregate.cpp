@@ -169,7 +169,7 @@ int RunQuery(const std::vector<std::string>& arguments) {
             criterion::CheckInputFieldsExist(*layer->FeatureClass(), read.fields, texts)) {
         return refuse(*refusal);
     }
-    const auto inputs = criterion::ReadAggregationInputs(*layer->Search(false), read.fields);
+    const auto inputs = criterion::ReadAggregationInputs(*layer->Search(true), read.fields);
     if (const auto refusal = criterion::CheckInputRange(inputs, read.fields, texts)) {
         return refuse(*refusal);
     }
