@@ -200,6 +200,34 @@ TEST_F(HostWindowTest, theRootMenuListsItsItemsDisabledByTheirProgIds) {
                                   QStringLiteral("Pravel.clsagregationsouple")}));
 }
 
+TEST_F(HostWindowTest, withPravelRegisteredTheRootMenusItemsAreLiveCommands) {
+    m_window.reset();
+    const auto pravel = component::ComponentLibrary::Open(QUOREL_PRAVEL);
+    ASSERT_EQ(pravel->RegisterServer(), com::kOk);
+    m_window = std::make_unique<MainWindow>(
+        MainWindow::Options{component::ClassRegistry::DefaultPath(), {}});
+    m_window->OpenDocumentFile(QString::fromStdString((m_folder / "demo.qmap").string()));
+    EXPECT_TRUE(m_window->Components().Failures().empty());
+
+    QMenu* menu = nullptr;
+    for (QAction* entry : m_window->menuBar()->actions()) {
+        if (entry->text() == QStringLiteral("Requêtes souples")) {
+            menu = entry->menu();
+        }
+    }
+    ASSERT_NE(menu, nullptr);
+    ASSERT_EQ(menu->actions().size(), 2);
+    for (QAction* item : menu->actions()) {
+        EXPECT_TRUE(item->isEnabled()) << item->text().toStdString();
+        // The same command stands in the OMBREL toolbar, with its caption.
+        QAction* command = m_window->CommandAction(item->objectName());
+        ASSERT_NE(command, nullptr) << item->objectName().toStdString();
+        EXPECT_TRUE(
+            m_window->CategoryToolBar(QStringLiteral("OMBREL"))->actions().contains(command));
+        EXPECT_FALSE(command->text().isEmpty());
+    }
+}
+
 // The trapezoid (2, 5, 15, 25) the dialog is driven to compute.
 double TrapezoidDegree(double slope) {
     if (slope <= 2 || slope >= 25) {
