@@ -200,15 +200,14 @@ TEST_F(HostWindowTest, theRootMenuListsItsItemsDisabledByTheirProgIds) {
                                   QStringLiteral("Pravel.clsagregationsouple")}));
 }
 
-TEST_F(HostWindowTest, withPravelRegisteredTheRootMenusItemsAreLiveCommands) {
-    m_window.reset();
+TEST_F(HostWindowTest, onceTheSiblingComponentIsRegisteredTheMenusItemsAreLiveAndOpenItsWindows) {
     const auto pravel = component::ComponentLibrary::Open(QUOREL_PRAVEL);
     ASSERT_EQ(pravel->RegisterServer(), com::kOk);
     m_window = std::make_unique<MainWindow>(
         MainWindow::Options{component::ClassRegistry::DefaultPath(), {}});
     m_window->OpenDocumentFile(QString::fromStdString((m_folder / "demo.qmap").string()));
-    EXPECT_TRUE(m_window->Components().Failures().empty());
-
+    m_window->show();
+    ASSERT_TRUE(m_window->Components().Failures().empty());
     QMenu* menu = nullptr;
     for (QAction* entry : m_window->menuBar()->actions()) {
         if (entry->text() == QStringLiteral("Requêtes souples")) {
@@ -216,15 +215,32 @@ TEST_F(HostWindowTest, withPravelRegisteredTheRootMenusItemsAreLiveCommands) {
         }
     }
     ASSERT_NE(menu, nullptr);
-    ASSERT_EQ(menu->actions().size(), 2);
-    for (QAction* item : menu->actions()) {
-        EXPECT_TRUE(item->isEnabled()) << item->text().toStdString();
-        // The same command stands in the OMBREL toolbar, with its caption.
-        QAction* command = m_window->CommandAction(item->objectName());
-        ASSERT_NE(command, nullptr) << item->objectName().toStdString();
-        EXPECT_TRUE(
-            m_window->CategoryToolBar(QStringLiteral("OMBREL"))->actions().contains(command));
-        EXPECT_FALSE(command->text().isEmpty());
+    const std::pair<QString, QString> items[] = {
+        {QStringLiteral("Pravel.clsrequêtesouple"), QStringLiteral("FrmQuery")},
+        {QStringLiteral("Pravel.clsagregationsouple"), QStringLiteral("FrmAggregation")}};
+    for (const auto& [progId, window] : items) {
+        SCOPED_TRACE(progId.toStdString());
+        QAction* item = menu->findChild<QAction*>(progId);
+        ASSERT_NE(item, nullptr);
+        EXPECT_TRUE(item->isEnabled());
+        EXPECT_NE(item->text(), progId) << "shown by its command's caption";
+        QString opened;
+        QString layers;
+        QTimer closer;
+        closer.setInterval(20);
+        QObject::connect(&closer, &QTimer::timeout, [&] {
+            if (QWidget* modal = QApplication::activeModalWidget()) {
+                opened = modal->objectName();
+                if (auto* choice = modal->findChild<QComboBox*>(QStringLiteral("Cmb_layer"))) {
+                    layers = choice->currentText();
+                }
+                modal->close();
+            }
+        });
+        closer.start();
+        item->trigger();
+        EXPECT_EQ(opened, window);
+        EXPECT_EQ(layers, QStringLiteral("parcels"));
     }
 }
 
