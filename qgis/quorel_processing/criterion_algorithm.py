@@ -1,6 +1,7 @@
 """The algorithm quorel:criterion, "Critère flou" / "Fuzzy criterion": the criterion run of the
 quorel command line on a polygon layer's own source, through the Python module, in place."""
 
+import html
 import os
 
 import quorel
@@ -56,7 +57,7 @@ class CriterionAlgorithm(QgsProcessingAlgorithm):
         return text(ALGORITHM)
 
     def shortHelpString(self):  # noqa: N802
-        return text(HELP)
+        return html.escape(text(HELP))  # shown as HTML: "a <= b" is no tag
 
     def initAlgorithm(self, config=None):  # noqa: N802
         self.addParameter(QgsProcessingParameterVectorLayer(
