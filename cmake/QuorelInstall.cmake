@@ -1,11 +1,11 @@
-# `cmake --install BUILD --prefix P`: P/bin/quorel and P/bin/quorel-host; the component
-# Quorel.so with its text.mdb in P/lib/quorel; the manual page in P/share/man/man1. Our own
+# `cmake --install BUILD --prefix P`: P/bin/quorel and P/bin/quorel-host; the components
+# Quorel.so and Pravel.so with their text.mdb in P/lib/quorel; the manual page in P/share/man/man1. Our own
 # libraries are static, so the installed programs need no run path of ours.
 install(TARGETS quorel RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 if(TARGET quorel-host)
     install(TARGETS quorel-host RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 endif()
-install(TARGETS Quorel LIBRARY DESTINATION ${QUOREL_INSTALL_COMPONENTDIR})
+install(TARGETS Quorel Pravel LIBRARY DESTINATION ${QUOREL_INSTALL_COMPONENTDIR})
 install(FILES ${PROJECT_BINARY_DIR}/component/text.mdb DESTINATION ${QUOREL_INSTALL_COMPONENTDIR})
 install(FILES ${PROJECT_SOURCE_DIR}/docs/quorel.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 # The Python module where the system Python finds it (P/lib/python3/dist-packages), with its type
@@ -28,8 +28,8 @@ set(CPACK_PACKAGE_DESCRIPTION_SUMMARY
 set(CPACK_PACKAGE_DESCRIPTION
     "Quorel turns a numeric attribute of a polygon layer into a fuzzy membership degree stored \
 as a new field, and keeps a .fzy metadata file beside each shapefile. The package holds the \
-quorel command line, the quorel-host desktop GIS and the Quorel component it loads, the Python \
-module quorel and the QGIS Processing plugin quorel_processing.")
+quorel command line, the quorel-host desktop GIS and the Quorel and Pravel components it \
+loads, the Python module quorel and the QGIS Processing plugin quorel_processing.")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION science)

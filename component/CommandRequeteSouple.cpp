@@ -1,6 +1,6 @@
 #include "component/CommandRequeteSouple.h"
 
-#include "errors/ErrorHandling.h"
+#include "component/common/MemberGuard.h"
 #include "quorel/Version.h"
 #include "util/Error.h"
 
@@ -43,28 +43,9 @@ com::HResult clsRequêteSouple::QueryInterface(const com::Guid& iid, void** obje
     return com::kNoInterface;
 }
 
-void clsRequêteSouple::Report(const char* procName, std::int32_t number, const std::string& source,
-                              const std::string& description) {
-    try {
-        errors::HandleError(Services().Ui(), errors::ProcedureText(procName, kModuleName, 0),
-                            number, source, description);
-    } catch (...) {
-        // Nothing may reach the host, not even a failing report.
-    }
-}
-
 template <typename Body, typename Result>
 Result clsRequêteSouple::Guarded(const char* procName, Body body, Result fallback) {
-    try {
-        return body();
-    } catch (const Error& e) {
-        Report(procName, e.Number(), e.Source(), e.Description());
-    } catch (const std::exception& e) {
-        Report(procName, error_number::kHostFailure, kModuleName, e.what());
-    } catch (...) {
-        Report(procName, error_number::kHostFailure, kModuleName, "Unknown error");
-    }
-    return fallback;
+    return GuardedMember(Services().Ui(), kModuleName, procName, body, fallback);
 }
 
 template <typename Body> void clsRequêteSouple::Guarded(const char* procName, Body body) {

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "component/ComObject.h"
 #include "component/CommandServices.h"
+#include "component/common/ComObject.h"
 #include "host/api/Events.h"
 
 #include <cstdint>
@@ -110,8 +110,6 @@ private:
     template <typename Body, typename Result>
     Result Guarded(const char* procName, Body body, Result fallback);
     template <typename Body> void Guarded(const char* procName, Body body);
-    void Report(const char* procName, std::int32_t number, const std::string& source,
-                const std::string& description);
 
     void SetDocumentSource(std::shared_ptr<host::IMxDocument> document);
     void SetViewSource(std::shared_ptr<host::IMap> map);

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "component/ComObject.h"
+#include "component/common/ComObject.h"
 
 namespace quorel::component {
 

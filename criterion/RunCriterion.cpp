@@ -2,9 +2,11 @@
 
 #include "criterion/Parameters.h"
 #include "criterion/Script.h"
+#include "errors/Component.h"
 #include "errors/ErrorLog.h"
 #include "fzy/FzyFormat.h"
 #include "fzy/IO_fzyext.h"
+#include "util/AutomationDate.h"
 #include "util/Error.h"
 #include "util/FileReplacement.h"
 #include "util/MessageUi.h"
@@ -12,6 +14,7 @@
 #include "util/TextSource.h"
 
 #include <algorithm>
+#include <ctime>
 #include <exception>
 
 namespace quorel::criterion {
@@ -19,7 +22,6 @@ namespace {
 
 constexpr const char* kFormName = "frm_back";
 constexpr const char* kProcedureName = "cmd_go_Click";
-constexpr std::size_t kMaxFieldNameLength = 10;
 
 // Names are cut by characters, not bytes.
 std::size_t CharacterCount(const std::string& text) {
@@ -58,9 +60,11 @@ bool TableHasField(const host::IFields& fields, const std::string& name) {
 // it.
 std::string FittingBeginning(const std::string& text, const std::string& suffix,
                              const FieldNameLimit& limit) {
-    std::size_t count =
-        std::min(CharacterCount(text),
-                 kMaxFieldNameLength - std::min(kMaxFieldNameLength, CharacterCount(suffix)));
+    std::size_t count = CharacterCount(text);
+    if (limit.maxCharacters) {
+        const std::size_t most = *limit.maxCharacters;
+        count = std::min(count, most - std::min(most, CharacterCount(suffix)));
+    }
     std::string candidate = FirstCharacters(text, count) + suffix;
     while (count > 0 && !limit.Fits(candidate)) {
         --count;
@@ -79,17 +83,15 @@ std::string WithArgument(std::string text, const std::string& argument) {
 
 } // namespace
 
-// Before anything is written: the layer's data locked for this run alone, found writable and
-// whole, and its metadata file writable; then what killed runs left beside the metadata file
-// goes. A refusal says so, and that nothing was changed, with the host's detail after it.
-std::unique_ptr<host::ILayerWriteLock> CriterionRun::LockLayerForRun() {
-    if (!m_state.g_app) {
-        throw Error(error_number::kObjectRequired, kProcedureName,
+std::unique_ptr<host::ILayerWriteLock> LockChosenLayer(const ComponentState& state,
+                                                       const util::ITextSource& texts,
+                                                       const char* procedure) {
+    if (!state.g_app) {
+        throw Error(error_number::kObjectRequired, procedure,
                     "Object required: no host application");
     }
-    std::unique_ptr<host::ILayerWriteLock> lock;
     try {
-        lock = m_state.g_app->LockLayerForWriting(m_state.g_layer_path, m_state.g_layer_name);
+        return state.g_app->LockLayerForWriting(state.g_layer_path, state.g_layer_name);
     } catch (const Error& refused) {
         std::int16_t text = 0;
         switch (refused.Number()) {
@@ -105,10 +107,46 @@ std::unique_ptr<host::ILayerWriteLock> CriterionRun::LockLayerForRun() {
         default:
             throw;
         }
-        const std::string layer = fzy::JoinFolder(m_state.g_layer_path, m_state.g_layer_name);
+        const std::string layer = fzy::JoinFolder(state.g_layer_path, state.g_layer_name);
         throw Error(refused.Number(), refused.Source(),
-                    WithArgument(m_texts.ResourceString(text), layer) + "\r\n" +
+                    WithArgument(texts.ResourceString(text), layer) + "\r\n" +
                         refused.Description());
+    }
+}
+
+std::shared_ptr<host::IFeatureLayer> ChosenFeatureLayer(const ComponentState& state,
+                                                        const char* procedure) {
+    if (!state.g_app) {
+        throw Error(error_number::kObjectRequired, procedure,
+                    "Object required: no host application");
+    }
+    auto layer = std::dynamic_pointer_cast<host::IFeatureLayer>(
+        state.g_app->Document()->FocusMap()->Layer(state.g_layer_index));
+    if (!layer) {
+        throw Error(error_number::kTypeMismatch, procedure,
+                    "Type mismatch: the layer at position " + std::to_string(state.g_layer_index) +
+                        " is not a feature layer");
+    }
+    return layer;
+}
+
+std::shared_ptr<host::IEditor> HostEditor(const ComponentState& state, const char* procedure) {
+    auto editor = std::dynamic_pointer_cast<host::IEditor>(
+        state.g_app->FindExtensionByCLSID(host::UID{host::kEditorExtensionId}));
+    if (!editor) {
+        throw Error(error_number::kObjectRequired, procedure,
+                    "Object required: the host has no editor extension");
+    }
+    return editor;
+}
+
+// Before anything is written: the layer's data locked for this run alone, found writable and
+// whole, and its metadata file writable; then what killed runs left beside the metadata file
+// goes. A refusal says so, and that nothing was changed, with the host's detail after it.
+std::unique_ptr<host::ILayerWriteLock> CriterionRun::LockLayerForRun() {
+    std::unique_ptr<host::ILayerWriteLock> lock = LockChosenLayer(m_state, m_texts, kProcedureName);
+    if (m_records) {
+        return lock;
     }
     const std::string metadata = fzy::MetadataFilePath(m_state.g_layer_path, m_state.g_layer_name);
     if (!fzy::MetadataFileWritable(metadata)) {
@@ -120,22 +158,19 @@ std::unique_ptr<host::ILayerWriteLock> CriterionRun::LockLayerForRun() {
 }
 
 FieldNameLimit FieldNameLimit::Of(const host::IFeatureClass& table) {
-    return {table.FieldNameByteLimit(),
+    return {table.FieldNameByteLimit(), table.FieldNameCharacterLimit(),
             [&table](const std::string& name) { return table.FieldNameByteLength(name); }};
 }
 
 bool FieldNameLimit::Fits(const std::string& name) const {
-    if (CharacterCount(name) > kMaxFieldNameLength) {
+    if (maxCharacters && CharacterCount(name) > *maxCharacters) {
         return false;
     }
     return !maxBytes || (byteLength ? byteLength(name) : name.size()) <= *maxBytes;
 }
 
-std::string MakeOutputFieldName(const std::string& typed, const host::IFields& fields,
+std::string MakeUniqueFieldName(const std::string& typed, const host::IFields& fields,
                                 const FieldNameLimit& limit) {
-    if (limit.Fits(typed)) {
-        return typed;
-    }
     const std::string cut = FittingBeginning(typed, "", limit);
     std::string candidate = cut;
     int counter = 0;
@@ -146,10 +181,16 @@ std::string MakeOutputFieldName(const std::string& typed, const host::IFields& f
     return candidate;
 }
 
+std::string MakeOutputFieldName(const std::string& typed, const host::IFields& fields,
+                                const FieldNameLimit& limit) {
+    if (limit.Fits(typed)) {
+        return typed;
+    }
+    return MakeUniqueFieldName(typed, fields, limit);
+}
+
 // The host objects a run holds, released in turn at its end.
 struct CriterionRun::HostObjects {
-    std::shared_ptr<host::IMxDocument> document;
-    std::shared_ptr<host::IMap> map;
     std::shared_ptr<host::IFeatureLayer> layer;
     std::shared_ptr<host::IFeatureClass> featureClass;
     std::shared_ptr<host::IEditor> editor;
@@ -187,6 +228,9 @@ RunOutcome CriterionRun::RunCriterion() {
             refusal = TakeLayer(host);
             if (!refusal) {
                 refusal = ChooseOutputName(host);
+            }
+            if (refusal && m_writeLock) {
+                m_writeLock->Commit(); // nothing written but the validation, which stays
             }
             if (!refusal) {
                 AddOutputField(host);
@@ -232,41 +276,48 @@ std::optional<CriterionRun::RunParameters> CriterionRun::ReadParameters() {
     return p;
 }
 
-// The busy pointer, the layer locked, the metadata file opened and validated.
+// The busy pointer, the layer locked, the metadata file (or the source's own records) opened
+// and validated.
 void CriterionRun::OpenMetadata() {
     m_ui.SetBusy(true);
     m_busy = true;
     m_step = 101;
+    m_records = ChosenLayerRecords();
     m_writeLock = LockLayerForRun();
+    if (m_records) {
+        m_records->RemoveRecordsOfMissingColumns();
+        return;
+    }
     m_fzy.fzy_io_open(m_state.g_layer_path, m_state.g_layer_name);
     m_metadataOpen = true;
     m_fzy.fzy_io_valid(m_state.g_layer_name, m_state.g_layer_path);
 }
 
+// The records of the layer at the chosen position, when its source keeps them. A layer that
+// cannot be taken here has none: taking it again later reports why, as for a shapefile.
+std::shared_ptr<host::ICriterionRecords> CriterionRun::ChosenLayerRecords() const noexcept {
+    try {
+        const auto document = m_state.g_app ? m_state.g_app->Document() : nullptr;
+        const auto map = document ? document->FocusMap() : nullptr;
+        if (!map || m_state.g_layer_index < 0 || m_state.g_layer_index >= map->LayerCount()) {
+            return nullptr;
+        }
+        const auto layer =
+            std::dynamic_pointer_cast<host::IFeatureLayer>(map->Layer(m_state.g_layer_index));
+        return layer ? std::dynamic_pointer_cast<host::ICriterionRecords>(layer->FeatureClass())
+                     : nullptr;
+    } catch (...) {
+        return nullptr;
+    }
+}
+
 // The chosen layer and its feature class; a refusal while the host's editor is editing.
 std::optional<std::string> CriterionRun::TakeLayer(HostObjects& host) {
-    if (!m_state.g_app) {
-        throw Error(error_number::kObjectRequired, kProcedureName,
-                    "Object required: no host application");
-    }
-    host.document = m_state.g_app->Document();
-    host.map = host.document->FocusMap();
-    host.layer =
-        std::dynamic_pointer_cast<host::IFeatureLayer>(host.map->Layer(m_state.g_layer_index));
-    if (!host.layer) {
-        throw Error(error_number::kTypeMismatch, kProcedureName,
-                    "Type mismatch: the layer at position " +
-                        std::to_string(m_state.g_layer_index) + " is not a feature layer");
-    }
+    host.layer = ChosenFeatureLayer(m_state, kProcedureName);
     m_step = 102;
     host.featureClass = host.layer->FeatureClass();
     m_step = 2;
-    host.editor = std::dynamic_pointer_cast<host::IEditor>(
-        m_state.g_app->FindExtensionByCLSID(host::UID{host::kEditorExtensionId}));
-    if (!host.editor) {
-        throw Error(error_number::kObjectRequired, kProcedureName,
-                    "Object required: the host has no editor extension");
-    }
+    host.editor = HostEditor(m_state, kProcedureName);
     if (host.editor->EditState() == host::kEditStateEditing) {
         return m_texts.ResourceString(kTextEditing);
     }
@@ -290,12 +341,16 @@ std::optional<std::string> CriterionRun::ChooseOutputName(HostObjects& host) {
     // The proposal is cut to fit, as a long name is; a short name the user typed is used as
     // typed, so it has to fit.
     const bool proposed = typed == kProposedNamePrefix + selected;
-    if (!proposed && CharacterCount(typed) <= kMaxFieldNameLength && !limit.Fits(typed)) {
+    const bool shortEnough = !limit.maxCharacters || CharacterCount(typed) <= *limit.maxCharacters;
+    if (!proposed && shortEnough && !limit.Fits(typed)) {
         return m_texts.ResourceString(kTextNameTooManyBytes) + " " + typed + " (" +
                std::to_string(limit.byteLength(typed)) + " > " +
                std::to_string(limit.maxBytes.value_or(0)) + ")";
     }
     host.outputName = MakeOutputFieldName(typed, *host.fields, limit);
+    if (m_records) {
+        return std::nullopt; // the source's own records hold any name its table holds
+    }
     // The metadata file keeps its code page, for the files' exchange with Windows: a name it
     // cannot hold would be recorded as another.
     if (!fzy::CodePageHolds(host.outputName)) {
@@ -337,11 +392,31 @@ void CriterionRun::Calculate(HostObjects& host, const RunParameters& p) {
     host.statusBar->Message(0, "");
 }
 
+// The criterion's description, then everything written under the lock made durable at once.
 void CriterionRun::RecordCriterion(const HostObjects& host, const RunParameters& p) {
-    m_fzy.fzy_io_writenumber(host.outputName, host.outputName, static_cast<std::int16_t>(p.kind),
-                             p.a, p.b, p.c, p.d, m_state.g_layer_path, m_state.g_layer_name);
-    m_metadataOpen = false;
-    m_fzy.fzy_io_close();
+    if (m_records) {
+        host::CriterionRecord record;
+        record.table = host.featureClass->AliasName();
+        record.column = host.outputName;
+        record.sourceField = host.sourceName;
+        record.kind = static_cast<std::int16_t>(p.kind);
+        record.a = p.a;
+        record.b = p.b;
+        record.c = p.c;
+        record.d = p.d;
+        record.created = util::IsoDateTime(std::time(nullptr));
+        record.version = errors::ComponentVersionText();
+        m_records->WriteRecord(record);
+    } else {
+        m_fzy.fzy_io_writenumber(host.outputName, host.outputName,
+                                 static_cast<std::int16_t>(p.kind), p.a, p.b, p.c, p.d,
+                                 m_state.g_layer_path, m_state.g_layer_name);
+        m_metadataOpen = false;
+        m_fzy.fzy_io_close();
+    }
+    if (m_writeLock) {
+        m_writeLock->Commit();
+    }
 }
 
 void CriterionRun::RefillFieldList(HostObjects& host) {
@@ -370,8 +445,6 @@ void CriterionRun::ReleaseHostObjects(HostObjects& host) {
     release(host.editor);
     release(host.featureClass);
     release(host.layer);
-    release(host.map);
-    release(host.document);
     release(host.statusBar);
 }
 
@@ -398,7 +471,8 @@ Error CriterionRun::ReportedError(const std::exception& caught,
     const auto* error = dynamic_cast<const Error*>(&caught);
     Error reported =
         error ? *error : Error(error_number::kHostFailure, kProcedureName, caught.what());
-    if (keptField) {
+    // A source whose writes are one transaction undoes the field with the rest.
+    if (keptField && !(m_writeLock && m_writeLock->UndoesUncommittedWrites())) {
         reported = Error(reported.Number(), reported.Source(),
                          reported.Description() + "\r\n" + m_texts.ResourceString(kTextFieldKept) +
                              " " + *keptField);

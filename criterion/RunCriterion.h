@@ -2,7 +2,8 @@
 
 // The criterion run: what "Calculer" does. It adds a double field to the chosen layer's table,
 // has the host's field calculator fill it with the degrees of the chosen criterion, records the
-// criterion in the shapefile's metadata file and lists the table's numeric fields again.
+// criterion in the shapefile's metadata file (or, for a source that keeps its records inside its
+// data, through host::ICriterionRecords) and lists the table's numeric fields again.
 
 #include "host/api/Host.h"
 
@@ -81,10 +82,11 @@ inline constexpr const char* kProposedNamePrefix = "FZY_";
 // reported error.
 enum class RunOutcome { Done, Refused, Failed };
 
-// How long a field name may be: 10 characters and, for a table that sets one, a number of bytes
-// of its encoding (host::IFeatureClass::FieldNameByteLimit).
+// How long a field name may be: 10 characters where the table keeps that rule and, for a table
+// that sets one, a number of bytes of its encoding (host::IFeatureClass::FieldNameByteLimit).
 struct FieldNameLimit {
     std::optional<std::size_t> maxBytes;
+    std::optional<std::size_t> maxCharacters = 10;
     std::function<std::size_t(const std::string&)> byteLength;
 
     static FieldNameLimit Of(const host::IFeatureClass& table);
@@ -97,6 +99,23 @@ struct FieldNameLimit {
 // it as fits with the counter (9 characters with one digit, 8 with two...).
 std::string MakeOutputFieldName(const std::string& typed, const host::IFields& fields,
                                 const FieldNameLimit& limit = {});
+
+// A name no field of the table bears: the name cut to fit the limit and, while taken, numbered
+// as MakeOutputFieldName numbers a long name. For default names, which are numbered even when
+// short.
+std::string MakeUniqueFieldName(const std::string& typed, const host::IFields& fields,
+                                const FieldNameLimit& limit = {});
+
+// What every run that writes the chosen layer's table shares, its failures thrown from
+// `procedure`:
+// the layer's write lock, a refusal of the host worded with texts 170 to 172 (nothing changed);
+std::unique_ptr<host::ILayerWriteLock>
+LockChosenLayer(const ComponentState& state, const util::ITextSource& texts, const char* procedure);
+// the chosen layer of the focus map, which must be a feature layer;
+std::shared_ptr<host::IFeatureLayer> ChosenFeatureLayer(const ComponentState& state,
+                                                        const char* procedure);
+// the host's editor, whose state 1 (editing) refuses a run.
+std::shared_ptr<host::IEditor> HostEditor(const ComponentState& state, const char* procedure);
 
 class CriterionRun {
 public:
@@ -120,6 +139,7 @@ private:
     // The run's steps, in order. A step that refuses returns the message to show.
     std::optional<RunParameters> ReadParameters();
     void OpenMetadata();
+    std::shared_ptr<host::ICriterionRecords> ChosenLayerRecords() const noexcept;
     std::unique_ptr<host::ILayerWriteLock> LockLayerForRun();
     std::optional<std::string> TakeLayer(HostObjects& host);
     std::optional<std::string> ChooseOutputName(HostObjects& host);
@@ -143,6 +163,8 @@ private:
     bool m_busy = false;
     bool m_metadataOpen = false;
     std::unique_ptr<host::ILayerWriteLock> m_writeLock;
+    // The chosen layer's records when its source keeps them; nullptr: the metadata file.
+    std::shared_ptr<host::ICriterionRecords> m_records;
 };
 
 } // namespace quorel::criterion

@@ -333,18 +333,39 @@ char IO_fzyext::DecimalMark() const {
 }
 
 std::string IO_fzyext::NumberDescription(const NumberEntry& entry) const {
-    const char mark = DecimalMark();
-    const std::string kindText = Text(154);
-    std::string text = Text(147) + " " + entry.FieldName + "(" + Text(148) + " :" +
-                       entry.AliasName + ") " + kindText + " " + Int16Text(entry.NumberKind) + " " +
-                       kindText + " :\r\n";
-    text += " Val_a = " + util::FormatNumber(entry.A, mark) + "\r\n";
-    text += " Val_b = " + util::FormatNumber(entry.B, mark) + "\r\n";
-    text += " Val_c = " + util::FormatNumber(entry.C, mark) + "\r\n";
-    text += " Val_d = " + util::FormatNumber(entry.D, mark) + "\r\n";
-    text += Text(152) + " " + JoinFolder(entry.Folder, entry.ShapeName) + " " + Text(156) + " " +
-            util::FormatGeneralDate(entry.Created);
+    return FormatNumberDescription(m_texts, DecimalMark(), entry,
+                                   util::FormatGeneralDate(entry.Created));
+}
+
+std::string FormatNumberDescription(const util::ITextSource& texts, char decimalMark,
+                                    const NumberEntry& entry, const std::string& created) {
+    const std::string kindText = texts.ResourceString(154);
+    std::string text = texts.ResourceString(147) + " " + entry.FieldName + "(" +
+                       texts.ResourceString(148) + " :" + entry.AliasName + ") " + kindText + " " +
+                       Int16Text(entry.NumberKind) + " " + kindText + " :\r\n";
+    text += " Val_a = " + util::FormatNumber(entry.A, decimalMark) + "\r\n";
+    text += " Val_b = " + util::FormatNumber(entry.B, decimalMark) + "\r\n";
+    text += " Val_c = " + util::FormatNumber(entry.C, decimalMark) + "\r\n";
+    text += " Val_d = " + util::FormatNumber(entry.D, decimalMark) + "\r\n";
+    text += texts.ResourceString(152) + " " + JoinFolder(entry.Folder, entry.ShapeName) + " " +
+            texts.ResourceString(156) + " " + created;
     return text;
+}
+
+std::string FormatNumberDescription(const util::ITextSource& texts, char decimalMark,
+                                    const host::CriterionRecord& record,
+                                    const std::string& database) {
+    NumberEntry entry;
+    entry.FieldName = record.column;
+    entry.AliasName = record.column;
+    entry.NumberKind = record.kind;
+    entry.A = record.a;
+    entry.B = record.b;
+    entry.C = record.c;
+    entry.D = record.d;
+    entry.Folder = database;
+    entry.ShapeName = record.table;
+    return FormatNumberDescription(texts, decimalMark, entry, record.created);
 }
 
 std::string IO_fzyext::RecordDescription(const RecordEntry& entry) const {

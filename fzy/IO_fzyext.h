@@ -121,4 +121,14 @@ bool MetadataFileWritable(const std::string& path);
 // on Windows hold folders with backslashes and are shown as they are.
 std::string JoinFolder(const std::string& folder, const std::string& name);
 
+// The metadata window's description of a number entry (texts 147, 148, 154, 152 and 156), its
+// creation time already as text; numbers with the decimal mark given.
+std::string FormatNumberDescription(const util::ITextSource& texts, char decimalMark,
+                                    const NumberEntry& entry, const std::string& created);
+// The same description of a criterion record a database keeps: its column as field and alias
+// name, the database and the table as folder and shape, its time as recorded.
+std::string FormatNumberDescription(const util::ITextSource& texts, char decimalMark,
+                                    const host::CriterionRecord& record,
+                                    const std::string& database);
+
 } // namespace quorel::fzy

@@ -9,11 +9,11 @@ trap 'rm -rf "$scratch"' EXIT
 cmake --install "$build" --prefix "$scratch/first" >/dev/null
 mv "$scratch/first" "$scratch/moved"
 p="$scratch/moved"
-for file in bin/quorel bin/quorel-host lib/quorel/Quorel.so lib/quorel/text.mdb \
+for file in bin/quorel bin/quorel-host lib/quorel/Quorel.so lib/quorel/Pravel.so lib/quorel/text.mdb \
             share/man/man1/quorel.1; do
     [[ -f "$p/$file" ]] || { echo "check-install: $file is not installed" >&2; exit 1; }
 done
-if readelf -d "$p/bin/quorel" "$p/bin/quorel-host" "$p/lib/quorel/Quorel.so" |
+if readelf -d "$p/bin/quorel" "$p/bin/quorel-host" "$p/lib/quorel/Quorel.so" "$p/lib/quorel/Pravel.so" |
     grep -E 'R(UN)?PATH' | grep -q "$(cd "$build" && pwd)"; then
     echo "check-install: an installed file's run path names the build tree" >&2
     exit 1
@@ -28,9 +28,10 @@ out=$("$p/bin/quorel" --lang en script --kind 5 -a 1 -b 2 -c 3 -d 4 --field X)
 refusal=$("$p/bin/quorel" script --kind 3 -a 5 -b 2 --field X 2>&1 >/dev/null) && status=0 || status=$?
 [[ $status -eq 2 && "$refusal" == "The parameters"* ]] ||
     { echo "check-install: unexpected refusal ($status): $refusal" >&2; exit 1; }
-# The default component is the installed one.
-"$p/bin/quorel" register | grep -qF "$p/lib/quorel/Quorel.so" ||
-    { echo "check-install: quorel register does not enter the installed component" >&2; exit 1; }
+# The default components are the installed ones.
+registered=$("$p/bin/quorel" register)
+grep -qF "$p/lib/quorel/Quorel.so" <<<"$registered" && grep -qF "$p/lib/quorel/Pravel.so" <<<"$registered" ||
+    { echo "check-install: quorel register does not enter the installed components" >&2; exit 1; }
 "$p/bin/quorel" register --unregister >/dev/null
 # The Python module and the QGIS plugin, when built: the module imports from the installed tree
 # with the system Python and reads the installed texts.

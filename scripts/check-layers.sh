@@ -1,15 +1,20 @@
 #!/usr/bin/env bash
 # Layers include only downward, in this order (a folder may include its own level and below):
 #   0 util  1 errors  2 host/api  3 lang, criterion, fzy (the core)
-#   4 the host implementations: every folder under host/ but api (map, shapefile, gdal, memory,
-#     script)
-#   5 dialog  6 component  7 apps, python (the Python module)
+#   4 the host implementations: every folder under host/ but api (map, shapefile, gpkg, gdal,
+#     memory, script)
+#   5 dialog, source (opening a source by name and the one application over every source: it
+#     brings the host implementations together, so it sits above them, beside the dialog)
+#   6 component  7 apps, python (the Python module)
 # Within one level the folders keep out of one another, except where the code needs it:
 #   criterion -> fzy        the run records its criterion in the metadata file
 #   host/shapefile -> host/script the shapefile host's field calculator runs the script engine
 #   host/memory -> host/script    so does the in-memory host's
 #   host/shapefile -> host/map    both hosts build on the shared maps, layers and documents
 #   host/memory -> host/map
+#   host/gpkg -> host/script      the GeoPackage host's calculator runs the same engine, so that
+#                                 its degrees are the shapefile's, bit for bit
+#   host/gpkg -> host/map         and builds on the shared fields
 # lang, criterion and fzy share no other includes (criterion reads texts through
 # util/TextSource.h, not lang). tools (dialog/tools too), tests and bench may include anything;
 # nothing layered includes them. Headers under component/include/ count as component; generated
@@ -41,7 +46,7 @@ function level(u) {
     if (u == "host/api") return 2
     if (u == "lang" || u == "criterion" || u == "fzy") return 3
     if (u ~ /^host\//) return 4
-    if (u == "dialog") return 5
+    if (u == "dialog" || u == "source") return 5
     if (u == "component") return 6
     if (u == "apps" || u == "python") return 7
     return -1
@@ -52,6 +57,8 @@ BEGIN {
     allowed["host/memory host/script"] = 1
     allowed["host/shapefile host/map"] = 1
     allowed["host/memory host/map"] = 1
+    allowed["host/gpkg host/script"] = 1
+    allowed["host/gpkg host/map"] = 1
 }
 {
     # file:line:#include "path"
@@ -70,7 +77,7 @@ BEGIN {
 }')
 if [ -n "$upward" ]; then
     echo "Includes against the layer order (util -> errors -> host/api -> lang, criterion, fzy"
-    echo "-> host implementations -> dialog -> component -> apps):"
+    echo "-> host implementations -> dialog, source -> component -> apps):"
     echo "$upward"
     exit 1
 fi

@@ -11,7 +11,7 @@ host="$build/apps/quorel-host/quorel-host"
 root="$(cd "$(dirname "$0")/.." && pwd)"
 
 if [[ -n "${DISPLAY:-}" || -n "${WAYLAND_DISPLAY:-}" ]]; then
-    "$q" register "$build/component/Quorel.so"
+    "$q" register "$build/component/Quorel.so" "$build/component/Pravel.so"
     scratch=$(mktemp -d)
     trap 'rm -rf "$scratch"' EXIT
     cp "$root"/samples/parcels.* "$root"/samples/demo.qmap "$scratch"/

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <ctime>
 
 namespace quorel::util {
 namespace {
@@ -86,6 +87,19 @@ std::string FormatGeneralDate(double automationDate) {
         text += buffer;
     }
     return text;
+}
+
+std::string IsoDateTime(std::time_t moment) {
+    std::tm local{};
+    localtime_r(&moment, &local);
+    char text[40];
+    const std::size_t length = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S%z", &local);
+    std::string iso(text, length);
+    // %z gives +0100; ISO 8601's extended form writes +01:00.
+    if (iso.size() >= 5) {
+        iso.insert(iso.size() - 2, ":");
+    }
+    return iso;
 }
 
 } // namespace quorel::util

@@ -16,4 +16,7 @@ double ToAutomationDate(std::time_t moment);
 // time alone on day 0. Throws Error(kOverflow) for a value outside years 100 to 9999 or NaN.
 std::string FormatGeneralDate(double automationDate);
 
+// A moment in local time as ISO 8601 with its offset from UTC: "2026-11-24T14:05:00+01:00".
+std::string IsoDateTime(std::time_t moment);
+
 } // namespace quorel::util

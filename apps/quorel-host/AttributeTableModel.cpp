@@ -3,6 +3,8 @@
 #include "util/Error.h"
 #include "util/NumberText.h"
 
+#include <QColor>
+
 #include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
@@ -93,6 +95,21 @@ void TableReader::FindDeletedRecords(std::size_t recordCount) {
     }
 }
 
+std::optional<std::size_t> TableReader::RowOfRecord(std::int64_t record) const {
+    if (record < 0) {
+        return std::nullopt;
+    }
+    const auto wanted = static_cast<std::size_t>(record);
+    if (m_liveRecords.empty()) {
+        return wanted < m_rowCount ? std::optional<std::size_t>(wanted) : std::nullopt;
+    }
+    const auto found = std::lower_bound(m_liveRecords.begin(), m_liveRecords.end(), wanted);
+    if (found == m_liveRecords.end() || *found != wanted) {
+        return std::nullopt;
+    }
+    return static_cast<std::size_t>(found - m_liveRecords.begin());
+}
+
 const char* TableReader::Record(std::size_t row) const {
     const std::size_t index = row / kPageRows;
     auto page = std::find_if(m_pages.begin(), m_pages.end(),
@@ -151,11 +168,77 @@ QString CellText(const host::Value& value) {
 void AttributeTableModel::SetTable(std::shared_ptr<const TableReader> table) {
     beginResetModel();
     m_table = std::move(table);
+    FilterRows();
     endResetModel();
 }
 
+void AttributeTableModel::SetSelection(std::vector<std::int64_t> selectedIds) {
+    if (selectedIds == m_selected) {
+        return;
+    }
+    if (m_selectedOnly) {
+        beginResetModel();
+        m_selected = std::move(selectedIds);
+        FilterRows();
+        endResetModel();
+        return;
+    }
+    m_selected = std::move(selectedIds);
+    if (rowCount() > 0) {
+        emit dataChanged(index(0, 0), index(rowCount() - 1, columnCount() - 1),
+                         {Qt::BackgroundRole});
+    }
+}
+
+void AttributeTableModel::SetSelectedOnly(bool selectedOnly) {
+    if (selectedOnly == m_selectedOnly) {
+        return;
+    }
+    beginResetModel();
+    m_selectedOnly = selectedOnly;
+    FilterRows();
+    endResetModel();
+}
+
+void AttributeTableModel::FilterRows() {
+    m_shownRows.clear();
+    if (!m_selectedOnly || !m_table) {
+        return;
+    }
+    for (const std::int64_t id : m_selected) {
+        if (const auto row = m_table->RowOfRecord(id)) {
+            m_shownRows.push_back(*row);
+        }
+    }
+}
+
+std::size_t AttributeTableModel::TableRow(int row) const {
+    const auto index = static_cast<std::size_t>(row);
+    return m_selectedOnly ? m_shownRows.at(index) : index;
+}
+
+std::optional<int> AttributeTableModel::ModelRow(std::size_t tableRow) const {
+    if (!m_selectedOnly) {
+        return static_cast<int>(tableRow);
+    }
+    // Selected FIDs are ascending, and so are their rows.
+    const auto found = std::lower_bound(m_shownRows.begin(), m_shownRows.end(), tableRow);
+    if (found == m_shownRows.end() || *found != tableRow) {
+        return std::nullopt;
+    }
+    return static_cast<int>(found - m_shownRows.begin());
+}
+
+bool AttributeTableModel::IsSelectedRow(std::size_t tableRow) const {
+    return std::binary_search(m_selected.begin(), m_selected.end(),
+                              static_cast<std::int64_t>(m_table->RecordOf(tableRow)));
+}
+
 int AttributeTableModel::rowCount(const QModelIndex& parent) const {
-    return parent.isValid() || !m_table ? 0 : static_cast<int>(m_table->RowCount());
+    if (parent.isValid() || !m_table) {
+        return 0;
+    }
+    return static_cast<int>(m_selectedOnly ? m_shownRows.size() : m_table->RowCount());
 }
 
 int AttributeTableModel::columnCount(const QModelIndex& parent) const {
@@ -166,7 +249,11 @@ QVariant AttributeTableModel::data(const QModelIndex& index, int role) const {
     if (!m_table || !index.isValid()) {
         return {};
     }
-    const auto row = static_cast<std::size_t>(index.row());
+    const std::size_t row = TableRow(index.row());
+    if (role == Qt::BackgroundRole) {
+        // Lighter than the map's selection colour, so the text stays readable.
+        return IsSelectedRow(row) ? QVariant(QColor(178, 232, 255)) : QVariant();
+    }
     if (role == Qt::TextAlignmentRole) {
         const bool numeric =
             index.column() == 0 ||

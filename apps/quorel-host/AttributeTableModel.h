@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <list>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -30,6 +31,8 @@ public:
     std::size_t RecordOf(std::size_t row) const {
         return m_liveRecords.empty() ? row : m_liveRecords[row];
     }
+    // The row of a record (a FID), or nothing for a deleted record or one past the end.
+    std::optional<std::size_t> RowOfRecord(std::int64_t record) const;
     // A column's value in a row, as the host's cursor gives it (empty for Null).
     host::Value Value(std::size_t row, std::size_t column) const;
     // Whether the file on disk is still the one that was read (a criterion run replaces it).
@@ -66,6 +69,7 @@ private:
 // A value as the table shows it: numbers with up to 15 significant digits and a point.
 QString CellText(const host::Value& value);
 
+// The rows of the selected features stand out; with "selected only" they are the only rows.
 class AttributeTableModel final : public QAbstractTableModel {
 public:
     using QAbstractTableModel::QAbstractTableModel;
@@ -73,6 +77,13 @@ public:
     // Shows that table (its first column the FID); null shows nothing.
     void SetTable(std::shared_ptr<const TableReader> table);
     const std::shared_ptr<const TableReader>& Table() const { return m_table; }
+    // The selected FIDs, ascending.
+    void SetSelection(std::vector<std::int64_t> selectedIds);
+    void SetSelectedOnly(bool selectedOnly);
+    bool SelectedOnly() const { return m_selectedOnly; }
+    // The table's row behind a row of the model, and back (nothing when it is filtered out).
+    std::size_t TableRow(int row) const;
+    std::optional<int> ModelRow(std::size_t tableRow) const;
 
     int rowCount(const QModelIndex& parent = {}) const override;
     int columnCount(const QModelIndex& parent = {}) const override;
@@ -80,7 +91,13 @@ public:
     QVariant headerData(int section, Qt::Orientation orientation, int role) const override;
 
 private:
+    void FilterRows();
+    bool IsSelectedRow(std::size_t tableRow) const;
+
     std::shared_ptr<const TableReader> m_table;
+    std::vector<std::int64_t> m_selected;
+    bool m_selectedOnly = false;
+    std::vector<std::size_t> m_shownRows; // the table rows shown, with "selected only"
 };
 
 } // namespace quorel::host_app

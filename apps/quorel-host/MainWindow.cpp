@@ -3,14 +3,17 @@
 #include "apps/quorel-host/AttributeTableModel.h"
 #include "apps/quorel-host/MapDocumentFile.h"
 #include "apps/quorel-host/MapLayers.h"
+#include "host/api/Selection.h"
 #include "host/gdal/LayerShapes.h"
 #include "util/Error.h"
 
 #include <QAction>
+#include <QCheckBox>
 #include <QComboBox>
 #include <QDockWidget>
 #include <QFileDialog>
 #include <QFileInfo>
+#include <QHBoxLayout>
 #include <QHeaderView>
 #include <QInputDialog>
 #include <QLabel>
@@ -66,10 +69,21 @@ private:
     MainWindow& m_window;
 };
 
+// Hears the layers' selections: a command (the fuzzy query) selecting features shows at once.
+class MainWindow::SelectionListener final : public host::ISelectionEvents {
+public:
+    explicit SelectionListener(MainWindow& window) : m_window(window) {}
+    void SelectionChanged() override { m_window.ScheduleSelectionUpdate(); }
+
+private:
+    MainWindow& m_window;
+};
+
 MainWindow::MainWindow(Options options, QWidget* parent)
     : QMainWindow(parent), m_options(std::move(options)),
       m_app(std::make_shared<host::shapefile::Application>()),
-      m_viewListener(std::make_unique<ViewListener>(*this)) {
+      m_viewListener(std::make_unique<ViewListener>(*this)),
+      m_selectionListener(std::make_unique<SelectionListener>(*this)) {
     setObjectName(QStringLiteral("QuorelHost"));
     resize(1180, 760);
     m_view = new MapView(this);
@@ -84,9 +98,26 @@ MainWindow::MainWindow(Options options, QWidget* parent)
     m_table->verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
     m_table->verticalHeader()->setDefaultSectionSize(22);
     m_table->verticalHeader()->setVisible(false);
+    auto* tablePane = new QWidget(this);
+    auto* tableLayout = new QVBoxLayout(tablePane);
+    tableLayout->setContentsMargins(0, 4, 0, 0);
+    tableLayout->setSpacing(2);
+    auto* selectionRow = new QHBoxLayout;
+    m_selectedOnly = new QCheckBox(QStringLiteral("Sélection seule"), tablePane);
+    m_selectedOnly->setObjectName(QStringLiteral("selectedOnly"));
+    m_selectedOnly->setToolTip(
+        QStringLiteral("N'afficher que les entités sélectionnées de la couche"));
+    connect(m_selectedOnly, &QCheckBox::toggled, this,
+            [this](bool on) { m_tableModel->SetSelectedOnly(on); });
+    m_selectionCount = new QLabel(tablePane);
+    m_selectionCount->setObjectName(QStringLiteral("selectionCount"));
+    selectionRow->addWidget(m_selectedOnly);
+    selectionRow->addWidget(m_selectionCount, 1);
+    tableLayout->addLayout(selectionRow);
+    tableLayout->addWidget(m_table, 1);
     auto* splitter = new QSplitter(Qt::Vertical, this);
     splitter->addWidget(m_view);
-    splitter->addWidget(m_table);
+    splitter->addWidget(tablePane);
     splitter->setStretchFactor(0, 3);
     splitter->setStretchFactor(1, 1);
     // Enough rows of the table to read a few features without hiding the map.
@@ -112,6 +143,11 @@ MainWindow::MainWindow(Options options, QWidget* parent)
 MainWindow::~MainWindow() {
     if (m_listenedMap) {
         m_listenedMap->Unadvise(m_viewListener.get());
+    }
+    for (const auto& source : m_selectionSources) {
+        if (const auto layer = source.lock()) {
+            host::SelectionOf(layer)->Unadvise(m_selectionListener.get());
+        }
     }
     // The components' objects refer to the application; they go before it.
     m_commands.reset();
@@ -261,6 +297,9 @@ void MainWindow::BuildActions() {
     QMenu* map = menuBar()->addMenu(QStringLiteral("C&arte"));
     map->addActions(mapTools->actions());
     map->addSeparator();
+    QAction* clear =
+        add(map, QStringLiteral("&Effacer la sélection"), [this] { ClearSelections(); });
+    clear->setObjectName(QStringLiteral("clearSelection"));
     map->addAction(m_identifyDock->toggleViewAction());
 
     QMenu* editor = menuBar()->addMenu(QStringLiteral("É&diteur"));
@@ -482,11 +521,98 @@ void MainWindow::IdentifyAt(const ShapePoint& at) {
                                 shading && shading->Shades(*hit->layer) ? Q(shading->Field())
                                                                         : QString());
         if (hit->layer == m_current) {
-            // Rows are the features in order: the table shows the one found too.
-            m_table->selectRow(static_cast<int>(hit->feature));
-            m_table->scrollTo(m_tableModel->index(static_cast<int>(hit->feature), 0));
+            // Rows are the features in order: the table shows the one found too, unless
+            // "selected only" leaves it out.
+            if (const auto row = m_tableModel->ModelRow(hit->feature)) {
+                m_table->selectRow(*row);
+                m_table->scrollTo(m_tableModel->index(*row, 0));
+            }
         }
     });
+}
+
+void MainWindow::ClearSelections() {
+    for (const auto& layer : FeatureLayersOf(*m_app->Document()->FocusMap())) {
+        if (host::IFeatureSelection* selection = host::SelectionOf(layer)) {
+            selection->Clear();
+        }
+    }
+}
+
+QString MainWindow::SelectionCountText() const {
+    return m_selectionCount->text();
+}
+
+void MainWindow::FollowSelections(const std::vector<std::shared_ptr<host::IFeatureLayer>>& layers) {
+    for (const auto& source : m_selectionSources) {
+        if (const auto layer = source.lock()) {
+            host::SelectionOf(layer)->Unadvise(m_selectionListener.get());
+        }
+    }
+    m_selectionSources.clear();
+    for (const auto& layer : layers) {
+        if (host::IFeatureSelection* selection = host::SelectionOf(layer)) {
+            selection->Advise(m_selectionListener.get());
+            m_selectionSources.push_back(layer);
+        }
+    }
+}
+
+void MainWindow::ScheduleSelectionUpdate() {
+    if (m_selectionUpdateScheduled) {
+        return;
+    }
+    m_selectionUpdateScheduled = true;
+    // Runs from the event loop, also the one of a component's window.
+    QTimer::singleShot(0, this, [this] {
+        m_selectionUpdateScheduled = false;
+        ShowCurrentSelection();
+        Redraw();
+    });
+}
+
+void MainWindow::ShowCurrentSelection() {
+    const host::IFeatureSelection* selection = m_current ? host::SelectionOf(m_current) : nullptr;
+    std::vector<std::int64_t> ids =
+        selection ? selection->SelectedIds() : std::vector<std::int64_t>();
+    const auto& table = m_tableModel->Table();
+    std::size_t shown = 0;
+    if (table) {
+        for (const std::int64_t id : ids) {
+            shown += table->RowOfRecord(id) ? 1 : 0;
+        }
+    }
+    m_selectionCount->setText(table ? QStringLiteral("%1 sélectionnée(s) sur %2")
+                                          .arg(static_cast<qulonglong>(shown))
+                                          .arg(static_cast<qulonglong>(table->RowCount()))
+                                    : QString());
+    m_tableModel->SetSelection(std::move(ids));
+}
+
+std::shared_ptr<const std::vector<std::uint8_t>>
+MainWindow::SelectedMarks(const std::shared_ptr<host::IFeatureLayer>& layer,
+                          std::size_t featureCount) {
+    const host::IFeatureSelection* selection = host::SelectionOf(layer);
+    if (selection == nullptr || selection->SelectedIds().empty()) {
+        return nullptr;
+    }
+    std::shared_ptr<const TableReader> table;
+    try {
+        table = TableOf(*layer);
+    } catch (const std::exception&) {
+        return nullptr; // a layer whose data went away is drawn without its selection
+    }
+    if (!table) {
+        return nullptr;
+    }
+    // The map's features are the table's rows, one for one.
+    auto marks = std::make_shared<std::vector<std::uint8_t>>(featureCount, 0);
+    for (const std::int64_t id : selection->SelectedIds()) {
+        if (const auto row = table->RowOfRecord(id); row && *row < featureCount) {
+            (*marks)[*row] = 1;
+        }
+    }
+    return marks;
 }
 
 void MainWindow::SetEditing(bool editing) {
@@ -538,6 +664,7 @@ void MainWindow::Refresh() {
             m_view->SetShading(std::nullopt);
         }
     }
+    FollowSelections(layers);
     LookForNewFields();
     m_toc->Fill(*m_app->Document()->FocusMap(), m_current);
     FillFieldChoice();
@@ -621,9 +748,11 @@ void MainWindow::FillTable() {
         table = nullptr; // a layer whose data went away is listed without its table
     }
     if (table == m_tableModel->Table()) {
+        ShowCurrentSelection();
         return;
     }
     m_tableModel->SetTable(std::move(table));
+    ShowCurrentSelection();
     // Sized on the rows read first; the FID column must also hold the last and longest FID.
     m_table->resizeColumnsToContents();
     if (const auto& shown = m_tableModel->Table(); shown && shown->RowCount() > 0) {
@@ -660,9 +789,10 @@ void MainWindow::Redraw() {
     // The top of the contents is drawn last, over the others.
     for (auto it = layers.rbegin(); it != layers.rend(); ++it) {
         if (auto geometry = GeometryOf(**it)) {
+            auto selected = SelectedMarks(*it, geometry->FeatureCount());
             drawn.push_back({*it, std::move(geometry),
                              LayerFill(static_cast<std::size_t>(layers.rend() - it - 1)),
-                             m_toc->IsShown(*it)});
+                             m_toc->IsShown(*it), std::move(selected)});
         }
     }
     // The geometry of layers gone from the map is let go: a large layer holds much memory.

@@ -14,12 +14,14 @@
 
 #include <QMainWindow>
 
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
 class QAction;
+class QCheckBox;
 class QComboBox;
 class QDockWidget;
 class QLabel;
@@ -64,6 +66,13 @@ public:
     // What the identify tool does on a click at that map point.
     void IdentifyAt(const ShapePoint& at);
 
+    // The selected features of every layer are drawn highlighted; the table marks those of the
+    // current layer and, with "selected only", shows no other row. Both follow the layers'
+    // selections as they change. Clears every layer's selection.
+    void ClearSelections();
+    QCheckBox* SelectedOnlyBox() const { return m_selectedOnly; }
+    QString SelectionCountText() const;
+
     void SetEditing(bool editing);
     bool IsEditing() const;
 
@@ -89,6 +98,7 @@ public:
 
 private:
     class ViewListener;
+    class SelectionListener;
 
     void BuildActions();
     void BuildDocks();
@@ -102,6 +112,11 @@ private:
     void LookForNewFields();
     void UpdateTitle();
     void ScheduleRefresh();
+    void FollowSelections(const std::vector<std::shared_ptr<host::IFeatureLayer>>& layers);
+    void ScheduleSelectionUpdate();
+    void ShowCurrentSelection();
+    std::shared_ptr<const std::vector<std::uint8_t>>
+    SelectedMarks(const std::shared_ptr<host::IFeatureLayer>& layer, std::size_t featureCount);
     std::shared_ptr<const LayerGeometry> GeometryOf(const host::IFeatureLayer& layer);
     std::shared_ptr<const TableReader> TableOf(const host::IFeatureLayer& layer);
     template <typename Action> void Guarded(const QString& what, Action action);
@@ -112,6 +127,8 @@ private:
     std::unique_ptr<ComponentCommands> m_commands;
     std::unique_ptr<ViewListener> m_viewListener;
     std::shared_ptr<host::map::Map> m_listenedMap;
+    std::unique_ptr<SelectionListener> m_selectionListener;
+    std::vector<std::weak_ptr<host::IFeatureLayer>> m_selectionSources;
 
     LayerTree* m_toc = nullptr;
     MapView* m_view = nullptr;
@@ -120,6 +137,8 @@ private:
     IdentifyPanel* m_identify = nullptr;
     QDockWidget* m_identifyDock = nullptr;
     QComboBox* m_fieldChoice = nullptr;
+    QCheckBox* m_selectedOnly = nullptr;
+    QLabel* m_selectionCount = nullptr;
     QLabel* m_message = nullptr;
     QLabel* m_editState = nullptr;
     QProgressBar* m_progress = nullptr;
@@ -133,6 +152,7 @@ private:
     // Field names of each layer's data as last seen, by shapefile path.
     std::map<std::string, std::vector<std::string>> m_knownFields;
     bool m_refreshScheduled = false;
+    bool m_selectionUpdateScheduled = false;
 };
 
 } // namespace quorel::host_app

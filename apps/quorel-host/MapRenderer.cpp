@@ -71,11 +71,7 @@ public:
     void Draw(const RenderLayer& layer) {
         const LayerGeometry& geometry = *layer.geometry;
         for (const std::uint32_t feature : geometry.Query(m_view)) {
-            const Extent& box = geometry.FeatureBox(feature);
-            const QRectF screen(QPointF((box.minX - m_view.minX) / m_unitsPerPixel,
-                                        (m_view.maxY - box.maxY) / m_unitsPerPixel),
-                                QPointF((box.maxX - m_view.minX) / m_unitsPerPixel,
-                                        (m_view.maxY - box.minY) / m_unitsPerPixel));
+            const QRectF screen = ScreenBox(geometry.FeatureBox(feature));
             const QRgb color = ColorOf(layer, feature);
             if (screen.width() < kBlockSize && screen.height() < kBlockSize) {
                 FillBlock(screen, color);
@@ -85,7 +81,37 @@ public:
         }
     }
 
+    // Selected features: half-seen fill and a wide outline, blocks for the small ones.
+    void DrawSelected(const RenderLayer& layer) {
+        const LayerGeometry& geometry = *layer.geometry;
+        const std::vector<std::uint8_t>& marks = *layer.selected;
+        QColor fill = QColor::fromRgb(kSelectionColor);
+        fill.setAlpha(110);
+        m_painter.setBrush(fill);
+        m_painter.setPen(QPen(QColor::fromRgb(kSelectionColor), 2));
+        for (const std::uint32_t feature : geometry.Query(m_view)) {
+            if (feature >= marks.size() || marks[feature] == 0) {
+                continue;
+            }
+            const QRectF screen = ScreenBox(geometry.FeatureBox(feature));
+            if (screen.width() < kOutlineSize && screen.height() < kOutlineSize) {
+                FillBlock(screen, kSelectionColor);
+            } else {
+                DrawRings(geometry, feature, screen);
+            }
+        }
+        m_brushSet = false;
+        m_penSet = false;
+    }
+
 private:
+    QRectF ScreenBox(const Extent& box) const {
+        return {QPointF((box.minX - m_view.minX) / m_unitsPerPixel,
+                        (m_view.maxY - box.maxY) / m_unitsPerPixel),
+                QPointF((box.maxX - m_view.minX) / m_unitsPerPixel,
+                        (m_view.maxY - box.minY) / m_unitsPerPixel)};
+    }
+
     static QRgb ColorOf(const RenderLayer& layer, std::size_t feature) {
         if (layer.classes == nullptr) {
             return layer.fill;
@@ -131,9 +157,6 @@ private:
 
     void DrawPolygon(const LayerGeometry& geometry, std::size_t feature, const QRectF& screen,
                      QRgb color) {
-        const bool clip = !m_clip.contains(screen);
-        const std::size_t first = geometry.FirstRing(feature);
-        const std::size_t end = geometry.EndRing(feature);
         if (color != m_brushColor || !m_brushSet) {
             m_painter.setBrush(QColor::fromRgb(color));
             m_brushColor = color;
@@ -145,15 +168,23 @@ private:
             m_outlined = outlined;
             m_penSet = true;
         }
+        if (!DrawRings(geometry, feature, screen)) {
+            FillBlock(screen, color); // thinned to nothing: a sliver
+        }
+    }
+
+    // With the painter's brush and pen; false when the rings thin to nothing.
+    bool DrawRings(const LayerGeometry& geometry, std::size_t feature, const QRectF& screen) {
+        const bool clip = !m_clip.contains(screen);
+        const std::size_t first = geometry.FirstRing(feature);
+        const std::size_t end = geometry.EndRing(feature);
         if (end - first == 1) {
             ScreenRing(geometry.Ring(first), clip);
-            if (m_ring.size() >= 3) {
-                m_painter.drawPolygon(m_ring.data(), static_cast<int>(m_ring.size()),
-                                      Qt::OddEvenFill);
-            } else {
-                FillBlock(screen, color); // thinned to nothing: a sliver
+            if (m_ring.size() < 3) {
+                return false;
             }
-            return;
+            m_painter.drawPolygon(m_ring.data(), static_cast<int>(m_ring.size()), Qt::OddEvenFill);
+            return true;
         }
         QPainterPath path;
         path.setFillRule(Qt::OddEvenFill);
@@ -165,6 +196,7 @@ private:
             }
         }
         m_painter.drawPath(path);
+        return true;
     }
 
     uchar* m_bits;
@@ -194,6 +226,11 @@ void RenderMap(QImage& image, const MapViewport& viewport, const std::vector<Ren
     for (const RenderLayer& layer : layers) {
         if (layer.geometry != nullptr) {
             painter.Draw(layer);
+        }
+    }
+    for (const RenderLayer& layer : layers) {
+        if (layer.geometry != nullptr && layer.selected != nullptr) {
+            painter.DrawSelected(layer);
         }
     }
 }

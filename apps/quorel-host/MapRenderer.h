@@ -24,10 +24,15 @@ struct RenderLayer {
     const std::vector<std::uint8_t>* classes = nullptr;
     std::span<const QRgb> classColors;
     QRgb noValue = 0;
+    // A mark per feature, non-zero for the selected ones; they are drawn over every layer.
+    const std::vector<std::uint8_t>* selected = nullptr;
 };
 
-// Draws the layers, the first at the bottom, over what the image holds. The image is the
-// viewport's size, in QImage::Format_RGB32.
+// The colour selected features are drawn in: their outline, and their fill half seen through.
+inline constexpr QRgb kSelectionColor = 0xFF00B4FFu;
+
+// Draws the layers, the first at the bottom, over what the image holds, then the selected
+// features of every layer. The image is the viewport's size, in QImage::Format_RGB32.
 void RenderMap(QImage& image, const MapViewport& viewport, const std::vector<RenderLayer>& layers,
                QRgb outline);
 

@@ -179,6 +179,7 @@ void MapView::RenderPicture() {
         RenderLayer layer;
         layer.geometry = drawn.geometry.get();
         layer.fill = drawn.fill.rgb();
+        layer.selected = drawn.selected.get();
         if (m_shading && m_shading->Shades(*drawn.layer)) {
             layer.classes = &m_shading->FeatureClasses();
             layer.classColors = colors;

@@ -28,6 +28,8 @@ struct DrawnLayer {
     std::shared_ptr<const LayerGeometry> geometry;
     QColor fill;
     bool visible = true;
+    // A mark per feature (position in the geometry), non-zero where selected; null for none.
+    std::shared_ptr<const std::vector<std::uint8_t>> selected{};
 };
 
 struct LegendEntry {

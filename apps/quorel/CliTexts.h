@@ -41,6 +41,7 @@ inline constexpr std::int16_t kKindOutOfRange = 213;
 inline constexpr std::int16_t kUnexpectedArgument = 214;
 inline constexpr std::int16_t kNotANumber = 215;
 inline constexpr std::int16_t kFieldAdded = 240;
+inline constexpr std::int16_t kUnknownDialect = 290;
 } // namespace cli_text
 
 } // namespace quorel::cli

@@ -2,6 +2,7 @@
 
 #include "apps/quorel/Args.h"
 #include "apps/quorel/CliTexts.h"
+#include "apps/quorel/CriterionOptions.h"
 #include "apps/quorel/Subcommand.h"
 
 #include "criterion/FuzzyKind.h"
@@ -18,16 +19,10 @@
 #include <string>
 
 namespace quorel::cli {
-namespace {
 
-const std::vector<OptionSpec> kParameterOptions = {
+const std::vector<OptionSpec> kCriterionOptions = {
     {"kind", 'k', true}, {"a", 'a', true}, {"b", 'b', true},
     {"c", 'c', true},    {"d", 'd', true}, {"field", 'f', true},
-};
-
-struct Criterion {
-    int kind = 0;
-    double a = 0, b = 0, c = 0, d = 0;
 };
 
 // Reads the parameters as the dialog reads its boxes (a missing option is an empty box) and
@@ -48,9 +43,6 @@ Criterion ReadCriterion(const Args& args) {
     return criterion;
 }
 
-// Exit status of a refused order check.
-constexpr int kExitRefused = 2;
-
 bool CheckOrder(const Criterion& c) {
     if (criterion::CheckParameterOrder(c.a, c.b, c.c, c.d)) {
         return true;
@@ -59,8 +51,10 @@ bool CheckOrder(const Criterion& c) {
     return false;
 }
 
+namespace {
+
 int RunScript(const std::vector<std::string>& arguments) {
-    const Args args(arguments, kParameterOptions);
+    const Args args(arguments, kCriterionOptions);
     if (!args.Positionals().empty()) {
         throw UsageError(CliMessage(cli_text::kUnexpectedArgument, "unexpected argument '%1'",
                                     {args.Positionals().front()}));
@@ -79,7 +73,7 @@ int RunScript(const std::vector<std::string>& arguments) {
 }
 
 int RunMembership(const std::vector<std::string>& arguments) {
-    const Args args(arguments, kParameterOptions);
+    const Args args(arguments, kCriterionOptions);
     const Criterion c = ReadCriterion(args);
     std::optional<criterion::MembershipFunction> degree;
     bool failed = false;

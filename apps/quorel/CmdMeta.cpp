@@ -1,10 +1,14 @@
 #include "apps/quorel/Args.h"
 #include "apps/quorel/CliTexts.h"
+#include "apps/quorel/SourceLayer.h"
 #include "apps/quorel/Subcommand.h"
 
 #include "fzy/IO_fzyext.h"
+#include "source/Application.h"
+#include "source/OpenSource.h"
 #include "util/Error.h"
 #include "util/MessageUi.h"
+#include "util/StringFunctions.h"
 #include "util/TextSource.h"
 
 #include <iostream>
@@ -43,13 +47,36 @@ private:
     util::ConsoleMessageUi m_console;
 };
 
+constexpr std::int16_t kTextNothingRecorded = 153;
+
+// A GeoPackage keeps its records in its own tables: the record of the field's column, shown as
+// the metadata file's number entry is.
+int ShowDatabaseRecord(const std::string& source, const std::optional<std::string>& layerName,
+                       const std::string& field) {
+    const auto app = std::make_shared<source::Application>();
+    const auto layer = OpenCommandLayer(*app, source, layerName);
+    const auto records = std::dynamic_pointer_cast<host::ICriterionRecords>(layer->FeatureClass());
+    const auto record = records ? records->Record(field) : std::nullopt;
+    ConsoleInfoWindow window;
+    window.ShowModal(
+        record ? fzy::FormatNumberDescription(CliTexts(), util::DecimalSeparator(), *record, source)
+               : CliTexts().ResourceString(kTextNothingRecorded));
+    return 0;
+}
+
 int RunMeta(const std::vector<std::string>& arguments) {
-    const Args args(arguments, {});
+    const Args args(arguments, {{"layer", 'l', true}});
     if (args.Positionals().size() != 2) {
-        throw UsageError("expected SHAPEFILE FIELD");
+        throw UsageError("expected SOURCE FIELD");
     }
     const std::string& shapefile = args.Positionals()[0];
     const std::string& field = args.Positionals()[1];
+    if (source::IsGeoPackageSource(shapefile)) {
+        return ShowDatabaseRecord(shapefile, args.Value("layer"), field);
+    }
+    if (args.Value("layer")) {
+        CheckLayerChoice(shapefile, args.Value("layer"));
+    }
     const auto slash = shapefile.rfind('/');
     const std::string folder = slash == std::string::npos ? "." : shapefile.substr(0, slash);
     std::string layerName = slash == std::string::npos ? shapefile : shapefile.substr(slash + 1);
@@ -72,7 +99,7 @@ int RunMeta(const std::vector<std::string>& arguments) {
         const bool foundRecord = recorded && io.fzy_io_recordinfo(text, "");
         step = 5;
         if (!foundNumber && !foundRecord) {
-            io.SetInfoText(CliTexts().ResourceString(153));
+            io.SetInfoText(CliTexts().ResourceString(kTextNothingRecorded));
         }
         io.fzy_io_showinfo();
         if (recorded) {
@@ -91,14 +118,16 @@ int RunMeta(const std::vector<std::string>& arguments) {
 const Subcommand& MetaCommand() {
     static const Subcommand command{
         "meta", "Show what the metadata file records about a field",
-        "Usage: quorel meta SHAPEFILE FIELD\n\n"
+        "Usage: quorel meta SOURCE [--layer NAME] FIELD\n\n"
         "Shows what the metadata window would show for FIELD, as the dialog's metadata button\n"
-        "does with SHAPEFILE as the chosen layer: the description of the last number entry of\n"
-        "that output field, or of its record entry, or text 153 when nothing is recorded.\n"
-        "Only the .fzy file is read, never written nor made: the shapefile itself need not\n"
-        "exist, and SHAPEFILE.shp in any letter case has its metadata in SHAPEFILE.fzy. Texts by\n"
-        "id are empty until the text database is loaded. Exit status 1 when an error was\n"
-        "reported.\n",
+        "does with the layer of SOURCE as the chosen layer: the description of the last number\n"
+        "entry of that output field, or of its record entry, or text 153 when nothing is\n"
+        "recorded. For a shapefile only the .fzy file is read, never written nor made: the\n"
+        "shapefile itself need not exist, and SHAPEFILE.shp in any letter case has its metadata\n"
+        "in SHAPEFILE.fzy. A GeoPackage (.gpkg) keeps its records in its metadata tables,\n"
+        "read there; --layer names its table when it has several. Texts by id are empty until\n"
+        "the text database is loaded. Exit status 1 when an error was reported, 64 on a wrong\n"
+        "command line.\n",
         RunMeta};
     return command;
 }

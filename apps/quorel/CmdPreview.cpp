@@ -4,13 +4,14 @@
 
 #include "apps/quorel/Args.h"
 #include "apps/quorel/CliTexts.h"
+#include "apps/quorel/SourceLayer.h"
 #include "apps/quorel/Subcommand.h"
 
 #include "criterion/Membership.h"
 #include "criterion/Parameters.h"
 #include "criterion/Preview.h"
 #include "dialog/PreviewPicture.h"
-#include "host/shapefile/Application.h"
+#include "source/Application.h"
 #include "util/Error.h"
 #include "util/StringFunctions.h"
 
@@ -24,7 +25,6 @@ constexpr int kExitRefused = 2;
 constexpr int kExitFailed = 1;
 
 // Text ids of this command's messages.
-constexpr std::int16_t kTextNoSuchLayer = 270;
 constexpr std::int16_t kTextNoNumericField = 271;
 constexpr std::int16_t kTextPictureNotWritten = 272;
 constexpr std::int16_t kTextMissingArgument = 273;
@@ -60,13 +60,8 @@ int Run(const std::vector<std::string>& arguments) {
                                     {std::to_string(kind)}));
     }
 
-    // A shapefile is a source of one layer, named after the file.
-    auto app = std::make_shared<host::shapefile::Application>();
-    const auto layer = app->AddShapefileLayer(source);
-    if (const auto named = args.Value("layer"); named && *named != layer->Name()) {
-        throw UsageError(CliMessage(kTextNoSuchLayer, "no layer '%1' in %2 (layers: %3)",
-                                    {*named, source, layer->Name()}));
-    }
+    auto app = std::make_shared<source::Application>();
+    const auto layer = OpenCommandLayer(*app, source, args.Value("layer"));
 
     // The run's checks, in the run's order: the field, then the parameters.
     if (!HasNumericField(*layer->FeatureClass(), field)) {
@@ -144,7 +139,8 @@ const Subcommand& PreviewCommand() {
         "Usage: quorel preview SOURCE [--layer L] FIELD --kind K [-a TEXT] [-b TEXT] [-c TEXT]\n"
         "                      [-d TEXT] [--png FILE]\n\n"
         "Prints how many features of layer L of SOURCE (a shapefile, whose one layer is named\n"
-        "after the file; --layer may then be left out) the criterion of kind K on FIELD will\n"
+        "after the file, or a GeoPackage, a layer per table; --layer may be left out when the\n"
+        "source has one layer) the criterion of kind K on FIELD will\n"
         "give degree 0, a degree strictly between 0 and 1, degree 1 and Null, as \"quorel run\"\n"
         "would write them, on four lines: zero N, partial N, one N, null N. With --png, also\n"
         "writes the dialog's preview picture (800 x 500): the histogram of FIELD's values, the\n"
@@ -152,7 +148,8 @@ const Subcommand& PreviewCommand() {
         "refused as \"quorel run\" reads and refuses them.\n\n"
         "Exit status: 0 done, 2 refused (no such numeric field, parameters out of order),\n"
         "1 on an error (the criterion's computation fails: every degree is then Null), 64 on a\n"
-        "wrong command line (a layer the source does not hold).\n",
+        "wrong command line (a layer the source does not hold, or none named in a source of\n"
+        "several).\n",
         Run};
     return command;
 }

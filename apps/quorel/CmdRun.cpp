@@ -1,12 +1,14 @@
-// "quorel run": the criterion run on a map whose only layer is the given shapefile, with the
-// layer and the field chosen as the dialog would choose them.
+// "quorel run": the criterion run on a map whose only layer is the given source's layer (a
+// shapefile, a GeoPackage's table), with the layer and the field chosen as the dialog would
+// choose them.
 
 #include "apps/quorel/Args.h"
 #include "apps/quorel/CliTexts.h"
+#include "apps/quorel/SourceLayer.h"
 #include "apps/quorel/Subcommand.h"
 
 #include "criterion/LayerRun.h"
-#include "host/shapefile/Application.h"
+#include "source/Application.h"
 #include "util/MessageUi.h"
 
 #include <algorithm>
@@ -22,7 +24,7 @@ constexpr int kExitFailed = 1;
 
 const std::vector<OptionSpec> kRunOptions = {
     {"field", 'f', true}, {"kind", 'k', true}, {"a", 'a', true},   {"b", 'b', true},
-    {"c", 'c', true},     {"d", 'd', true},    {"out", 'o', true},
+    {"c", 'c', true},     {"d", 'd', true},    {"out", 'o', true}, {"layer", 'l', true},
 };
 
 // Shows the calculator's progress on a terminal as a percentage on one line.
@@ -38,7 +40,7 @@ int Run(const std::vector<std::string>& arguments) {
     const Args args(arguments, kRunOptions);
     if (args.Positionals().size() != 1) {
         throw UsageError(args.Positionals().empty()
-                             ? "missing SHAPEFILE"
+                             ? "missing SOURCE"
                              : "unexpected argument '" + args.Positionals()[1] + "'");
     }
     const std::string field = args.Required("field");
@@ -47,11 +49,11 @@ int Run(const std::vector<std::string>& arguments) {
         throw UsageError("option --kind takes 0 to 5, not " + std::to_string(kind));
     }
 
-    auto app = std::make_shared<host::shapefile::Application>();
+    auto app = std::make_shared<source::Application>();
     if (isatty(STDERR_FILENO)) {
         app->Bar()->SetProgressListener(ShowProgress);
     }
-    const auto layer = app->AddShapefileLayer(args.Positionals().front());
+    const auto layer = OpenCommandLayer(*app, args.Positionals().front(), args.Value("layer"));
 
     criterion::LayerRunRequest request;
     request.field = field;
@@ -86,21 +88,24 @@ int Run(const std::vector<std::string>& arguments) {
 
 const Subcommand& RunCommand() {
     static const Subcommand command{
-        "run", "compute a criterion field on a shapefile",
-        "Usage: quorel run SHAPEFILE --field F --kind K [-a TEXT] [-b TEXT] [-c TEXT] [-d TEXT]\n"
-        "                  [--out NAME]\n\n"
-        "Adds a double field to the shapefile's table and fills it with each feature's degree of\n"
+        "run", "compute a criterion field on a shapefile or a GeoPackage layer",
+        "Usage: quorel run SOURCE [--layer NAME] --field F --kind K [-a TEXT] [-b TEXT]\n"
+        "                  [-c TEXT] [-d TEXT] [--out NAME]\n\n"
+        "Adds a double field to the layer's table and fills it with each feature's degree of\n"
         "membership of field F in the criterion of kind K (0 none, 1 singleton, 2 triangle,\n"
-        "3 rising ramp, 4 falling ramp, 5 trapezoid), then records the criterion in the\n"
-        "shapefile's metadata file (.fzy). The output name is NAME, by default FZY_ and F;\n"
-        "a name longer than 10 characters, or a default one over 10 bytes of the table's\n"
-        "encoding, is cut and numbered to be unique. Parameters are read\n"
-        "as the dialog reads its boxes. Messages go to standard error; progress too when it is\n"
-        "a terminal.\n\n"
+        "3 rising ramp, 4 falling ramp, 5 trapezoid), then records the criterion. SOURCE is a\n"
+        "shapefile (the record goes to its metadata file, .fzy) or a GeoPackage (.gpkg: the\n"
+        "record goes to the file's metadata tables, and the whole run is one transaction);\n"
+        "--layer names the GeoPackage's table, and may be left out when it has only one.\n"
+        "The output name is NAME, by default FZY_ and F; in a shapefile a name longer than 10\n"
+        "characters, or a default one over 10 bytes of the table's encoding, is cut and\n"
+        "numbered to be unique. Parameters are read as the dialog reads its boxes. Messages go\n"
+        "to standard error; progress too when it is a terminal.\n\n"
         "Exit status: 0 done, 2 refused (no such numeric field, parameters out of order, "
         "editing,\n"
         "an output name the table or the metadata file cannot hold, a full metadata file),\n"
-        "1 on a reported error, 64 on a wrong command line.\n",
+        "1 on a reported error, 64 on a wrong command line (a layer the source does not have,\n"
+        "or none named in a source of several).\n",
         Run};
     return command;
 }

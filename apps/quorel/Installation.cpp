@@ -30,10 +30,15 @@ std::string TextDatabaseFolder() {
     return ProgramFolder().string();
 }
 
-std::string DefaultComponentPath() {
-    const fs::path installed = InstalledComponentFolder() / "Quorel.so";
-    std::error_code error;
-    return fs::exists(installed, error) ? installed.string() : QUOREL_DEFAULT_COMPONENT;
+std::vector<std::string> DefaultComponentPaths() {
+    std::vector<std::string> paths;
+    for (const auto& [file, built] : {std::pair{"Quorel.so", QUOREL_DEFAULT_COMPONENT},
+                                      std::pair{"Pravel.so", QUOREL_DEFAULT_PRAVEL}}) {
+        const fs::path installed = InstalledComponentFolder() / file;
+        std::error_code error;
+        paths.push_back(fs::exists(installed, error) ? installed.string() : built);
+    }
+    return paths;
 }
 
 } // namespace quorel::cli

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace quorel::cli {
 
@@ -12,8 +13,8 @@ namespace quorel::cli {
 // The folder holding text.mdb: beside the program, else the installed component folder.
 std::string TextDatabaseFolder();
 
-// The component that "quorel register" enters by default: the installed one, else the one built
-// with this program.
-std::string DefaultComponentPath();
+// The components that "quorel register" enters by default, Quorel.so and Pravel.so: each the
+// installed one, else the one built with this program.
+std::vector<std::string> DefaultComponentPaths();
 
 } // namespace quorel::cli

@@ -16,6 +16,7 @@ struct Subcommand {
 
 // Each subcommand's file defines one of these.
 const Subcommand& ScriptCommand();
+const Subcommand& SqlCommand();
 const Subcommand& MembershipCommand();
 const Subcommand& RunCommand();
 const Subcommand& FzyCommand();

@@ -19,10 +19,11 @@ namespace cli_text = quorel::cli::cli_text;
 
 std::vector<const Subcommand*> AllCommands() {
     return {
-        &quorel::cli::ScriptCommand(),  &quorel::cli::MembershipCommand(),
-        &quorel::cli::RunCommand(),     &quorel::cli::FzyCommand(),
-        &quorel::cli::MetaCommand(),    &quorel::cli::StatsCommand(),
-        &quorel::cli::PreviewCommand(), &quorel::cli::RegisterCommand(),
+        &quorel::cli::ScriptCommand(),     &quorel::cli::SqlCommand(),
+        &quorel::cli::MembershipCommand(), &quorel::cli::RunCommand(),
+        &quorel::cli::FzyCommand(),        &quorel::cli::MetaCommand(),
+        &quorel::cli::StatsCommand(),      &quorel::cli::PreviewCommand(),
+        &quorel::cli::RegisterCommand(),
     };
 }
 

@@ -66,7 +66,8 @@ public:
 class IWorkspace {
 public:
     virtual ~IWorkspace() = default;
-    // The folder of the data, without a trailing separator.
+    // The folder of the data, without a trailing separator; for a database, the database
+    // itself: the .gpkg file's path, the PG: connection text.
     virtual std::string PathName() const = 0;
 };
 
@@ -91,6 +92,10 @@ public:
     virtual std::optional<std::size_t> FieldNameByteLimit() const = 0;
     // The bytes a name (UTF-8) takes in the table's encoding, to hold against that limit.
     virtual std::size_t FieldNameByteLength(const std::string& name) const = 0;
+    // The characters a field name may have: the original host's 10 for a shapefile's table and
+    // wherever a source keeps that rule; nothing for a database, whose names are quoted
+    // identifiers held only to FieldNameByteLimit.
+    virtual std::optional<std::size_t> FieldNameCharacterLimit() const { return 10; }
 };
 
 class IFeatureWorkspace : public IWorkspace {
@@ -195,6 +200,17 @@ public:
     virtual void Calculate() = 0;
 };
 
+// A calculator that computes inside a database may also take the degree as one SQL expression
+// of the source field, written in its dialect, beside the script: it may then run the
+// expression instead of the script, and must give exactly the script's degrees, Null included.
+class ISqlCalculator {
+public:
+    virtual ~ISqlCalculator() = default;
+    // "sqlite" or "postgresql".
+    virtual std::string SqlDialect() const = 0;
+    virtual void SetSqlExpression(const std::string& expression) = 0;
+};
+
 class IStatisticsResults {
 public:
     virtual ~IStatisticsResults() = default;
@@ -227,6 +243,40 @@ public:
     virtual std::shared_ptr<IFeatureLayer> NewFeatureLayer() = 0;
 };
 
+// One criterion as a source that keeps the records inside its own data holds it: the column a
+// run added to a table, from which field, with which shape and parameters (completed as the run
+// used them), when and by which version of the program.
+struct CriterionRecord {
+    std::string table;
+    std::string column;
+    std::string sourceField;
+    std::int16_t kind = 0; // a FuzzyNumberKind
+    double a = 0;
+    double b = 0;
+    double c = 0;
+    double d = 0;
+    std::string created; // ISO 8601 with the offset from UTC: 2026-11-24T14:05:00+01:00
+    std::string version; // the program's, "10.3.2"
+};
+
+// The criterion records of a feature class whose source keeps them inside its own data (a
+// database), in place of the metadata file beside a shapefile. The feature class implements it
+// beside IFeatureClass; a shapefile's does not, and the run then keeps the metadata file.
+class ICriterionRecords {
+public:
+    virtual ~ICriterionRecords() = default;
+    // The run's validation: every record whose column the table no longer has goes. Under the
+    // write lock, so that it is kept or undone with the run's other writes.
+    virtual void RemoveRecordsOfMissingColumns() = 0;
+    // Adds the record of a column just computed, under the write lock; a record of the same
+    // table and column is replaced.
+    virtual void WriteRecord(const CriterionRecord& record) = 0;
+    // The record of a column of this feature class's table, if any. Readers take no lock.
+    virtual std::optional<CriterionRecord> Record(const std::string& column) const = 0;
+    // Every record of this feature class's table, oldest first.
+    virtual std::vector<CriterionRecord> Records() const = 0;
+};
+
 // The exclusive right to write one layer's data: its table and the files kept beside it, the
 // metadata file among them. A writer takes it before its first write and holds it until after its
 // last; while it is held no one else can take it, in this process or another. Destroying the
@@ -234,6 +284,12 @@ public:
 class ILayerWriteLock {
 public:
     virtual ~ILayerWriteLock() = default;
+    // Makes everything written under the lock durable, in one step, for a source whose writes
+    // are one transaction (a database): a lock destroyed without Commit then undoes them all.
+    // Where each write is durable as it is made (a shapefile) it does nothing.
+    virtual void Commit() {}
+    // Whether writes made under the lock are undone when it goes without Commit.
+    virtual bool UndoesUncommittedWrites() const { return false; }
 };
 
 class IApplication {
@@ -245,10 +301,11 @@ public:
     virtual std::shared_ptr<IExtension> FindExtensionByCLSID(const UID& uid) const = 0;
     virtual IObjectFactory& Factory() = 0;
     // Takes the write lock of the data of the layer `name` whose data lie in `folder` (the chosen
-    // layer's g_layer_path and g_layer_name, with or without ".shp"), waiting a short while (the
-    // host's choice) for another writer to let go. Then, still before anything is written, makes
-    // sure the data can be written whole: otherwise it throws quorel::Error, having changed
-    // nothing and released the lock, with one of these numbers
+    // layer's g_layer_path and g_layer_name, with or without ".shp"; for a database the
+    // workspace's PathName, the .gpkg file or the PG: connection, and the table), waiting a
+    // short while (the host's choice) for another writer to let go. Then, still before anything is
+    // written, makes sure the data can be written whole: otherwise it throws quorel::Error, having
+    // changed nothing and released the lock, with one of these numbers
     //   kHostLayerLocked    another writer held the lock all the while;
     //   kHostLayerReadOnly  the data cannot be written in place (permissions, read-only medium);
     //   kHostLayerDamaged   the data disagree with themselves (a table's header and its content,

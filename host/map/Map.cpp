@@ -26,6 +26,27 @@ std::shared_ptr<ICursor> FeatureLayer::Search(bool recycling) {
     return m_featureClass->Search(recycling);
 }
 
+void FeatureLayer::SetFeatureClass(std::shared_ptr<IFeatureClass> featureClass) {
+    if (featureClass != m_featureClass) {
+        Clear();
+    }
+    m_featureClass = std::move(featureClass);
+}
+
+void FeatureLayer::SelectFeatures(std::vector<std::int64_t> objectIds) {
+    std::sort(objectIds.begin(), objectIds.end());
+    objectIds.erase(std::unique(objectIds.begin(), objectIds.end()), objectIds.end());
+    if (objectIds == m_selected) {
+        return;
+    }
+    m_selected = std::move(objectIds);
+    m_selectionHandlers.Raise([](ISelectionEvents& h) { h.SelectionChanged(); });
+}
+
+bool FeatureLayer::IsSelected(std::int64_t objectId) const {
+    return std::binary_search(m_selected.begin(), m_selected.end(), objectId);
+}
+
 std::shared_ptr<ILayer> GroupLayer::Layer(std::int32_t index) const {
     if (index < 0 || static_cast<std::size_t>(index) >= m_layers.size()) {
         throw NoLayerAt(index, m_layers.size());

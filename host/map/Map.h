@@ -5,6 +5,7 @@
 
 #include "host/api/Events.h"
 #include "host/api/Host.h"
+#include "host/api/Selection.h"
 
 #include <memory>
 #include <string>
@@ -12,22 +13,31 @@
 
 namespace quorel::host::map {
 
-class FeatureLayer final : public IFeatureLayer {
+// A feature layer keeps its own selection: two layers over one feature class select apart. The
+// selection names features of the layer's data, so giving the layer other data empties it.
+class FeatureLayer final : public IFeatureLayer, public IFeatureSelection {
 public:
     std::string Name() const override { return m_name; }
     void SetName(const std::string& name) override { m_name = name; }
     std::shared_ptr<IFeatureClass> FeatureClass() const override { return m_featureClass; }
-    void SetFeatureClass(std::shared_ptr<IFeatureClass> featureClass) override {
-        m_featureClass = std::move(featureClass);
-    }
+    void SetFeatureClass(std::shared_ptr<IFeatureClass> featureClass) override;
     bool Selectable() const override { return m_selectable; }
     void SetSelectable(bool selectable) override { m_selectable = selectable; }
     std::shared_ptr<ICursor> Search(bool recycling) override;
+
+    void SelectFeatures(std::vector<std::int64_t> objectIds) override;
+    void Clear() override { SelectFeatures({}); }
+    const std::vector<std::int64_t>& SelectedIds() const override { return m_selected; }
+    bool IsSelected(std::int64_t objectId) const override;
+    void Advise(ISelectionEvents* handler) override { m_selectionHandlers.Advise(handler); }
+    void Unadvise(ISelectionEvents* handler) override { m_selectionHandlers.Unadvise(handler); }
 
 private:
     std::string m_name;
     std::shared_ptr<IFeatureClass> m_featureClass;
     bool m_selectable = true;
+    std::vector<std::int64_t> m_selected; // ascending, each once
+    EventHandlers<ISelectionEvents> m_selectionHandlers;
 };
 
 class GroupLayer final : public IGroupLayer {

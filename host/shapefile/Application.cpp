@@ -31,9 +31,16 @@ std::shared_ptr<IFeatureLayer> ObjectFactory::NewFeatureLayer() {
 
 std::unique_ptr<ILayerWriteLock> Application::LockLayerForWriting(const std::string& folder,
                                                                   const std::string& name) {
+    return LockShapefileLayer(*this, folder, name, m_writeLockWait);
+}
+
+std::unique_ptr<ILayerWriteLock> LockShapefileLayer(const IApplication& app,
+                                                    const std::string& folder,
+                                                    const std::string& name,
+                                                    std::chrono::milliseconds wait) {
     // The layer's own shapefile: a layer renamed in the map keeps its data's name.
     std::string shpPath;
-    const auto document = Document();
+    const auto document = app.Document();
     const auto focusMap = document ? document->FocusMap() : nullptr;
     for (const auto& layer :
          focusMap ? FeatureLayersOf(*focusMap) : std::vector<std::shared_ptr<IFeatureLayer>>()) {
@@ -51,7 +58,7 @@ std::unique_ptr<ILayerWriteLock> Application::LockLayerForWriting(const std::str
         }
         shpPath = folder + "/" + baseName + ".shp";
     }
-    return std::make_unique<ShapefileWriteLock>(shpPath, m_writeLockWait);
+    return std::make_unique<ShapefileWriteLock>(shpPath, wait);
 }
 
 std::shared_ptr<IFeatureLayer> Application::AddShapefileLayer(const std::string& shpPath) {

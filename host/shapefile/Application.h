@@ -28,6 +28,13 @@ private:
     Application& m_application;
 };
 
+// The write lock of a shapefile layer's data: the shapefile of app's focus-map feature layer of
+// that name in that folder, else folder/name.shp, locked by a ShapefileWriteLock.
+std::unique_ptr<ILayerWriteLock> LockShapefileLayer(const IApplication& app,
+                                                    const std::string& folder,
+                                                    const std::string& name,
+                                                    std::chrono::milliseconds wait);
+
 class Application final : public map::Application {
 public:
     Application() : m_factory(*this) {}

@@ -98,7 +98,6 @@ TEST_F(CliFzyTest, metaWithoutEntriesShowsText153AndWritesNothing) {
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(result.out, "Aucune métadonnée n'est enregistrée pour cet attribut.\n"); // text 153
     EXPECT_FALSE(fs::exists(m_folder / "NEW.fzy"));
-
     // A file too short to hold an entry stays as it is.
     {
         std::ofstream out(m_folder / "OLD.fzy", std::ios::binary);

@@ -60,7 +60,6 @@ TEST_F(CliLanguageTest, refusalIsInFrenchUntilAnotherLanguageIsChosen) {
     EXPECT_EQ(french.err, Text(132, "fr") + kValues);
     EXPECT_EQ(french.err.rfind("Les paramètres", 0), 0u) << french.err;
     EXPECT_EQ(Settings(), "");
-
     std::vector<std::string> english = kOutOfOrder;
     english.insert(english.begin() + 3, {"--lang", "en"});
     const auto switched = Quorel(english);
@@ -68,7 +67,6 @@ TEST_F(CliLanguageTest, refusalIsInFrenchUntilAnotherLanguageIsChosen) {
     EXPECT_EQ(switched.err, Text(132, "en") + kValues);
     EXPECT_EQ(switched.err.rfind("The parameters", 0), 0u) << switched.err;
     EXPECT_EQ(Settings(), "[params]\nlang=en\n");
-
     // Remembered for the next run; "--lang fr" alone switches back.
     EXPECT_EQ(Quorel(kOutOfOrder).err, Text(132, "en") + kValues);
     const auto back = Quorel({"--lang=fr"});
@@ -85,7 +83,6 @@ TEST_F(CliLanguageTest, unknownLanguageIsAUsageErrorAndIsNotRemembered) {
     EXPECT_NE(r.err.find("fr, en"), std::string::npos);
     EXPECT_EQ(r.err.find('\n'), r.err.size() - 1) << r.err;
     EXPECT_EQ(Settings(), "");
-
     EXPECT_EQ(Quorel({"script", "--lang"}).status, 64);
 }
 

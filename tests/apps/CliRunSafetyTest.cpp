@@ -138,7 +138,6 @@ TEST_F(CliRunSafetyTest, aLayerAnotherRunHoldsIsRefusedWithNothingChanged) {
     ASSERT_EQ(::flock(shp, LOCK_EX), 0);
     const Outcome outcome = Run("held", With(kTrapezoidOnSlope, "FZY_SLOPE"));
     ::close(shp);
-
     EXPECT_EQ(outcome.status, 1) << outcome.output;
     EXPECT_NE(outcome.output.find(kLockMessage), std::string::npos) << outcome.output;
     EXPECT_NE(outcome.output.find("Nothing was changed"), std::string::npos) << outcome.output;
@@ -168,9 +167,7 @@ TEST_P(CliReadOnlyTest, isRefusedAndKeptAsItIs) {
     ASSERT_EQ(::chmod(readOnly.c_str(), 0444), 0);
     const std::string dbf = ReadBytes(Folder("ro") + "/p.dbf");
     const std::string fzy = ReadBytes(Folder("ro") + "/p.fzy");
-
     const Outcome outcome = Run("ro", With(kTrapezoidOnSlope, "FZY_SECOND"), true);
-
     EXPECT_EQ(outcome.status, 1) << outcome.output;
     EXPECT_NE(outcome.output.find(GetParam().message), std::string::npos) << outcome.output;
     EXPECT_NE(outcome.output.find("Nothing was changed"), std::string::npos) << outcome.output;
@@ -198,7 +195,6 @@ TEST_F(CliRunSafetyTest, twoRunsAtOnceOnOneTableLoseNothing) {
     const testing::GdalTable alone = ReadWithGdal(Folder("alone") + "/p.shp");
     const std::map<std::string, std::vector<host::Value>> expected = {
         {"FZY_A", Column(alone, "FZY_A")}, {"FZY_B", Column(alone, "FZY_B")}};
-
     for (int round = 0; round < 20; ++round) {
         SCOPED_TRACE("round " + std::to_string(round));
         Copy("original", "both");
@@ -207,7 +203,6 @@ TEST_F(CliRunSafetyTest, twoRunsAtOnceOnOneTableLoseNothing) {
         const std::map<std::string, Outcome> outcomes = {
             {"FZY_A", {test::WaitProgram(a), ReadBytes(m_scratch.File("output-a"))}},
             {"FZY_B", {test::WaitProgram(b), ReadBytes(m_scratch.File("output-b"))}}};
-
         const testing::GdalTable table = ReadWithGdal(Folder("both") + "/p.shp");
         std::vector<std::string> done;
         for (const auto& [field, outcome] : outcomes) {
@@ -261,7 +256,6 @@ TEST_F(CliRunSafetyTest, aRunKilledAtAnyMomentLeavesTheOldTableOrTheNewOne) {
     std::ofstream(Folder("original") + "/p.fzy", std::ios::binary)
         .write(reinterpret_cast<const char*>(metadata.data()),
                static_cast<std::streamsize>(metadata.size()));
-
     const std::string oldTable = ReadBytes(Folder("original") + "/p.dbf");
     const std::string geometry =
         ReadBytes(Folder("original") + "/p.shp") + ReadBytes(Folder("original") + "/p.shx");
@@ -272,7 +266,6 @@ TEST_F(CliRunSafetyTest, aRunKilledAtAnyMomentLeavesTheOldTableOrTheNewOne) {
         std::chrono::steady_clock::now() - start);
     const std::string newTable = ReadBytes(Folder("whole") + "/p.dbf");
     ASSERT_EQ(ReadWithGdal(Folder("whole") + "/p.shp").featureCount, 100000);
-
     const unsigned seed = std::random_device()();
     SCOPED_TRACE("seed " + std::to_string(seed));
     std::mt19937 random(seed);
@@ -287,7 +280,6 @@ TEST_F(CliRunSafetyTest, aRunKilledAtAnyMomentLeavesTheOldTableOrTheNewOne) {
         std::this_thread::sleep_for(std::chrono::microseconds(moment(random)));
         ::kill(run, SIGKILL);
         test::WaitProgram(run);
-
         const std::string table = ReadBytes(Folder("killed") + "/p.dbf");
         const bool old = table == oldTable;
         olds += old ? 1 : 0;
@@ -295,7 +287,6 @@ TEST_F(CliRunSafetyTest, aRunKilledAtAnyMomentLeavesTheOldTableOrTheNewOne) {
         ASSERT_EQ(ReadBytes(Folder("killed") + "/p.shp") + ReadBytes(Folder("killed") + "/p.shx"),
                   geometry);
         ASSERT_NO_THROW(MetadataEntries(Folder("killed") + "/p.fzy"));
-
         leftBehind += HoldsTemporaries(Folder("killed")) ? 1 : 0;
         // The next run goes through and clears what the killed one left.
         const Outcome next = Run("killed", With(kRampOnPopulation, "FZY_NEXT"));

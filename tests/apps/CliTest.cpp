@@ -41,6 +41,22 @@ TEST(CliScriptTest, refusesParametersOutOfOrder) {
     EXPECT_NE(r.err.find(":5:2:100000000000000:1E+15"), std::string::npos) << r.err;
 }
 
+TEST(CliSqlTest, printsOneExpressionAndRefusesAsTheScriptDoes) {
+    const auto r =
+        Quorel({"sql", "--dialect", "postgresql", "--kind", "1", "-a", "2,5", "--field", "P\"OP"});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.out,
+              "CASE WHEN NULLIF(CAST(\"P\"\"OP\" AS double precision), CAST('NaN' AS double "
+              "precision)) <> CAST(2.5 AS double precision) THEN CAST(0 AS double precision) "
+              "ELSE CAST(1 AS double precision) END\n");
+    const auto refused =
+        Quorel({"sql", "--dialect", "sqlite", "--kind", "3", "-a", "5", "-b", "2", "--field", "X"});
+    EXPECT_EQ(refused.status, 2);
+    EXPECT_EQ(refused.out, "");
+    EXPECT_EQ(refused.err,
+              Quorel({"script", "--kind", "3", "-a", "5", "-b", "2", "--field", "X"}).err);
+}
+
 TEST(CliScriptTest, kindZeroPrintsNothing) {
     const auto r = Quorel(
         {"script", "--kind", "0", "-a", "1", "-b", "2", "-c", "3", "-d", "4", "--field", "X"});
@@ -80,18 +96,20 @@ TEST_P(CliUsageTest, exitsWithUsageStatusAndOneLine) {
 
 INSTANTIATE_TEST_SUITE_P(
     Errors, CliUsageTest,
-    ::testing::Values(std::vector<std::string>{"frobnicate"},
-                      std::vector<std::string>{"script", "--kind", "2", "-a", "0", "-b", "1", "-c",
-                                               "2"},
-                      std::vector<std::string>{"script", "--kind", "x", "--field", "F"},
-                      std::vector<std::string>{"script", "--kind", "9", "--field", "F"},
-                      std::vector<std::string>{"membership", "--kind", "1", "-z", "3"},
-                      std::vector<std::string>{"membership", "--kind", "1", "-a"},
-                      std::vector<std::string>{"membership", "--kind", "1", "abc"}));
+    ::testing::Values(
+        std::vector<std::string>{"frobnicate"},
+        std::vector<std::string>{"script", "--kind", "2", "-a", "0", "-b", "1", "-c", "2"},
+        std::vector<std::string>{"script", "--kind", "x", "--field", "F"},
+        std::vector<std::string>{"script", "--kind", "9", "--field", "F"},
+        std::vector<std::string>{"sql", "--dialect", "mysql", "--kind", "1", "--field", "F"},
+        std::vector<std::string>{"sql", "--kind", "1", "--field", "F"},
+        std::vector<std::string>{"membership", "--kind", "1", "-z", "3"},
+        std::vector<std::string>{"membership", "--kind", "1", "-a"},
+        std::vector<std::string>{"membership", "--kind", "1", "abc"}));
 
 TEST(CliTest, versionAndHelp) {
     EXPECT_EQ(Quorel({"--version"}).out, "10.3.0.2\n");
-    for (const char* command : {"script", "membership"}) {
+    for (const char* command : {"script", "sql", "membership"}) {
         const auto r = Quorel({command, "--help"});
         EXPECT_EQ(r.status, 0);
         EXPECT_NE(r.out.find("Usage: quorel "), std::string::npos) << command;

@@ -43,7 +43,6 @@ TEST_F(ClassRegistryTest, keepsOtherComponentsEntriesAcrossSaves) {
     ASSERT_TRUE(ours);
     EXPECT_EQ(ours->clsid, "{D9C05969-8EB1-4B82-8573-3E7798BDE9FF}");
     EXPECT_EQ(registry.TypeLibPath("{b9fae490-258d-4cfc-8a44-b0d7c470a193}"), "/opt/Quorel.so");
-
     registry.UnregisterClass("{D9C05969-8EB1-4B82-8573-3E7798BDE9FF}");
     registry.UnregisterTypeLib("{B9FAE490-258D-4CFC-8A44-B0D7C470A193}");
     registry.Save();

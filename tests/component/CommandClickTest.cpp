@@ -31,14 +31,12 @@ TEST(CommandClickTest, opensTheDefinitionDialogOverTheHostsMap) {
     char name[] = "quorel_component_tests";
     char* argv[] = {name, nullptr};
     QApplication qt(argc, argv);
-
     auto library = component::ComponentLibrary::Open(QUOREL_COMPONENT);
     ASSERT_EQ(library->RegisterServer(), com::kOk);
     component::ComponentLoader loader;
     auto command =
         loader.CreateByProgId("Quorel.clsRequêteSouple").Query<com::ICommand>(com::IID_ICommand);
     ASSERT_TRUE(command);
-
     auto app = std::make_shared<host::memory::MemoryApplication>();
     app->AddFeatureLayer("/data", "parcels", host::kGeometryPolygon,
                          {{"SLOPE", host::kFieldTypeDouble}});
@@ -47,14 +45,12 @@ TEST(CommandClickTest, opensTheDefinitionDialogOverTheHostsMap) {
     auto hook =
         component::ComPtr<com::IUnknown>::Adopt(component::ApplicationHook::Create(app, true));
     command->OnCreate(hook.get());
-
     // The picture of the hidden form, as the host's toolbar shows it.
     const com::Picture picture = command->BitmapData();
     EXPECT_EQ(picture.width, 71);
     EXPECT_EQ(picture.height, 62);
     EXPECT_EQ(picture.pixels.size(), 71u * 62u * 3u);
     EXPECT_NE(command->Bitmap(), 0);
-
     QString shownDialog;
     QStringList listedLayers;
     QTimer closer;

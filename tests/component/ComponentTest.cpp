@@ -95,7 +95,6 @@ TEST_F(ComponentTest, menuListsTheCompanionCommands) {
     EXPECT_TRUE(object.Query<com::IRootLevelMenu>(com::IID_IRootLevelMenu));
     EXPECT_FALSE(object.Query<com::ICommand>(com::IID_ICommand));
     EXPECT_EQ(menu->ItemCount(), 2);
-
     RecordingItem first, second, outside;
     menu->GetItemInfo(0, &first);
     menu->GetItemInfo(1, &second);
@@ -124,12 +123,10 @@ TEST_F(ComponentTest, applicationHookConnectsTheDocumentAndTheFocusMap) {
     auto hook = ComPtr<com::IUnknown>::Adopt(component::ApplicationHook::Create(app, true));
     auto command = NewCommand();
     command->OnCreate(hook.get());
-
     auto firstMap = app->FocusMapObject();
     EXPECT_EQ(app->ActiveDocument()->Handlers().Count(), 1u);
     EXPECT_EQ(firstMap->Handlers().Count(), 1u);
     EXPECT_TRUE(firstMap->ViewActive());
-
     // The view connection follows the focus map, once per change.
     auto secondMap = std::make_shared<host::map::Map>("Second");
     app->ActiveDocument()->AddMap(secondMap);
@@ -139,11 +136,9 @@ TEST_F(ComponentTest, applicationHookConnectsTheDocumentAndTheFocusMap) {
     EXPECT_TRUE(secondMap->ViewActive());
     secondMap->RaiseFocusMapChanged();
     EXPECT_EQ(secondMap->Handlers().Count(), 1u);
-
     // A new document reconnects the document handlers only when the document changed.
     app->ActiveDocument()->Handlers().Raise([](host::IDocumentEvents& h) { h.NewDocument(); });
     EXPECT_EQ(app->ActiveDocument()->Handlers().Count(), 1u);
-
     // Releasing the command disconnects everything.
     command.Reset();
     EXPECT_EQ(app->ActiveDocument()->Handlers().Count(), 0u);
@@ -170,7 +165,6 @@ TEST_F(ComponentTest, hookOfAnotherKindConnectsNothing) {
     command->OnCreate(plainApp.get());
     EXPECT_EQ(app->ActiveDocument()->Handlers().Count(), 0u);
     EXPECT_EQ(app->FocusMapObject()->Handlers().Count(), 0u);
-
     auto other = NewCommand();
     other->OnCreate(command.get()); // a command is neither an application nor a map control
     other->OnCreate(nullptr);

@@ -137,9 +137,7 @@ TEST_P(RunKindTest, storesEachDegreeAsMembershipGivesItAndRecordsTheCriterion) {
     m_app->Bar()->SetMessageListener([&](std::int32_t pane, const std::string& text) {
         statusTexts.push_back(std::to_string(pane) + text);
     });
-
     ASSERT_EQ(Run(k.kind, k.boxes, "SLOPE", "FZY_SLOPE"), RunOutcome::Done) << LastBox();
-
     EXPECT_EQ(LastBox(), "T162");
     EXPECT_EQ(m_ui.busyChanges, (std::vector<bool>{true, false}));
     EXPECT_EQ(statusTexts, (std::vector<std::string>{"0T134", "0"}));
@@ -326,7 +324,6 @@ TEST_P(RunOutputNameTest, fitsTheTablesBytesAndTheMetadataCodePage) {
     m_state.g_layer_index = 1;
     m_dialog.fieldList = {c.source};
     const std::string typed = c.typed ? c.typed : std::string("FZY_") + c.source;
-
     for (int run = 0; run < 2; ++run) {
         const RunOutcome outcome = Run(RisingRamp, {"0", "2", "", ""}, c.source, typed);
         EXPECT_EQ(outcome, c.refusal ? RunOutcome::Refused : RunOutcome::Done) << LastBox();
@@ -372,7 +369,6 @@ TEST_P(RunRefusalTest, changesNothingAndSaysWhy) {
     m_app->SetWriteLockWait(std::chrono::milliseconds(0));
     const auto held = GetParam().prepare(m_folder.Path());
     const std::string table = testing::ReadBytes(m_folder.File("parcels.dbf"));
-
     EXPECT_EQ(Run(Trapezoid, {"0", "5", "15", "25"}, "SLOPE", "FZY_SLOPE"), RunOutcome::Failed);
     EXPECT_NE(LastBox().find(std::string(GetParam().text) + "\r\n"), std::string::npos)
         << LastBox();

@@ -42,7 +42,6 @@ TEST_F(FrmBackTest, loadListsSelectableTopLevelPolygonLayersOutsideMdbFolders) {
     map->AddLayer(group);
     AddLayer(WritePolygons("base.mdb", "access", {{"SLOPE", {1}}}));
     AddLayer(WritePolygons("BASE.MDB", "upper", {{"SLOPE", {1}}}));
-
     frm_back& dialog = Dialog();
     EXPECT_EQ(Items(*dialog.Lst_shapes), (Strings{"parcels", "upper"}));
     EXPECT_EQ(dialog.ShapeList().ListIndex(), -1);
@@ -67,9 +66,7 @@ TEST_F(FrmBackTest, choosingLayerWithAnyButtonListsItsNumericFieldsAndRecordsIt)
     AddLayer(path);
     frm_back& dialog = Dialog();
     dialog.Txt_new_name->setText(QStringLiteral("old"));
-
     ClickItem(*dialog.Lst_shapes, QStringLiteral("parcels"), Qt::RightButton);
-
     EXPECT_EQ(Items(*dialog.Lst_fields), (Strings{"SLOPE", "POP"}));
     EXPECT_EQ(dialog.Txt_new_name->text(), QString());
     EXPECT_EQ(m_session->state.g_layer_name, "parcels");
@@ -84,7 +81,6 @@ TEST_F(FrmBackTest, keyboardMovesInTheLayerListChooseNothing) {
     ClickItem(*dialog.Lst_shapes, QStringLiteral("roads"));
     dialog.Lst_shapes->setFocus();
     QTest::keyClick(dialog.Lst_shapes, Qt::Key_Down);
-
     EXPECT_EQ(dialog.Lst_shapes->currentRow(), 1);
     EXPECT_EQ(Items(*dialog.Lst_fields), (Strings{"WIDTH"}));
     EXPECT_EQ(m_session->state.g_layer_name, "roads");
@@ -95,10 +91,8 @@ TEST_F(FrmBackTest, twoLayersOfOneNameTheLastInTheMapWins) {
     AddLayer(WritePolygons("b", "parcels", {{"HEIGHT", {1}}}));
     frm_back& dialog = Dialog();
     ASSERT_EQ(Items(*dialog.Lst_shapes), (Strings{"parcels", "parcels"}));
-
     QTest::mouseClick(dialog.Lst_shapes->viewport(), Qt::LeftButton, {},
                       dialog.Lst_shapes->visualItemRect(dialog.Lst_shapes->item(0)).center());
-
     EXPECT_EQ(Items(*dialog.Lst_fields), (Strings{"HEIGHT"}));
     EXPECT_EQ(m_session->state.g_layer_path, Folder("b"));
     EXPECT_EQ(m_session->state.g_layer_index, 1);
@@ -116,7 +110,6 @@ TEST_F(FrmBackTest, addingShapefileListsItAndItsFieldsAndAddsItToTheMap) {
     m_session->state.g_layer_name = "previous";
     frm_back& dialog = Dialog();
     Click(*dialog.cmd_open_shape);
-
     EXPECT_EQ(title, "Définir le fichier shape contenant la donnée à traiter");
     EXPECT_EQ(filters, (Strings{"Fichiers shape (*.shp)", "Tous les fichiers (*.*)"}));
     EXPECT_EQ(Items(*dialog.Lst_shapes), (Strings{"roads"}));
@@ -148,7 +141,6 @@ TEST_F(FrmBackTest, addingAFileThatCannotBeOpenedKeepsTheEntryAndReportsAndLogs)
     };
     frm_back& dialog = Dialog();
     Click(*dialog.cmd_open_shape);
-
     EXPECT_EQ(Items(*dialog.Lst_shapes), (Strings{"ghost"}));
     ASSERT_EQ(m_ui.boxes.size(), 1u);
     EXPECT_EQ(m_ui.boxes[0].icon, util::MessageIcon::Critical);
@@ -165,9 +157,7 @@ TEST_F(FrmBackTest, choosingFieldProposesOutputNameWarnsOfDuplicateAndEmptiesBox
          {dialog.Txt_val_a, dialog.Txt_val_b, dialog.Txt_val_c, dialog.Txt_val_d}) {
         box->setText(QStringLiteral("4"));
     }
-
     ClickItem(*dialog.Lst_fields, QStringLiteral("SLOPE"));
-
     EXPECT_EQ(dialog.Txt_new_name->text(), QStringLiteral("FZY_SLOPE"));
     ASSERT_EQ(m_ui.boxes.size(), 1u);
     EXPECT_EQ(m_ui.boxes[0].text, Text(157));
@@ -177,7 +167,6 @@ TEST_F(FrmBackTest, choosingFieldProposesOutputNameWarnsOfDuplicateAndEmptiesBox
          {dialog.Txt_val_a, dialog.Txt_val_b, dialog.Txt_val_c, dialog.Txt_val_d}) {
         EXPECT_TRUE(box->text().isEmpty());
     }
-
     ClickItem(*dialog.Lst_fields, QStringLiteral("FZY_SLOPE"));
     EXPECT_EQ(dialog.Txt_new_name->text(), QStringLiteral("FZY_FZY_SLOPE"));
     EXPECT_EQ(m_ui.boxes.size(), 1u);
@@ -199,9 +188,7 @@ TEST_P(KindButtonTest, clickShowsDiagramAndBoxesHoverExplainsAndReopeningKeepsIt
     frm_back& dialog = Dialog();
     QToolButton& button = *dialog.cmd_nf[static_cast<std::size_t>(param.kind - 1)];
     EXPECT_EQ(button.objectName().toStdString(), "cmd_nf_" + std::to_string(param.kind));
-
     Click(button);
-
     const std::array<QLineEdit*, 4> boxes = {dialog.Txt_val_a, dialog.Txt_val_b, dialog.Txt_val_c,
                                              dialog.Txt_val_d};
     for (std::size_t i = 0; i < 4; ++i) {
@@ -210,12 +197,10 @@ TEST_P(KindButtonTest, clickShowsDiagramAndBoxesHoverExplainsAndReopeningKeepsIt
     }
     EXPECT_EQ(dialog.Picture1->pixmap().toImage(), LoadResPicture(105 + param.kind).toImage());
     EXPECT_EQ(m_session->state.kind, param.kind);
-
     QMouseEvent move(QEvent::MouseMove, QPointF(5, 5), button.mapToGlobal(QPointF(5, 5)),
                      Qt::NoButton, Qt::NoButton, Qt::NoModifier);
     QApplication::sendEvent(&button, &move);
     EXPECT_EQ(dialog.Txt_explique->toPlainText().toStdString(), Text(134 + param.kind));
-
     // Opened again, the dialog shows the remembered shape as its button showed it.
     m_dialog.reset();
     frm_back& reopened = Dialog();
@@ -267,7 +252,6 @@ TEST_F(FrmBackTest, previewCountsTheDegreesAsTheUserTypesAndSuggestsFromPercenti
     ClickItem(*dialog.Lst_fields, QStringLiteral("V"));
     Click(*dialog.cmd_nf[2]);
     WaitForPreview(dialog);
-
     dialog.Txt_val_a->setText(QStringLiteral("0"));
     dialog.Txt_val_b->setText(QStringLiteral("10"));
     QApplication::processEvents();
@@ -276,11 +260,9 @@ TEST_F(FrmBackTest, previewCountsTheDegreesAsTheUserTypesAndSuggestsFromPercenti
     EXPECT_EQ(figure.histogram.low, 0);
     EXPECT_EQ(figure.histogram.high, 20);
     EXPECT_FALSE(figure.curve.empty());
-
     dialog.Txt_val_b->setText(QStringLiteral("20"));
     QApplication::processEvents();
     EXPECT_EQ(dialog.Pic_preview->Figure().statusLine, CountsLine(Text(268), 1, 2, 1, 1));
-
     // The 25th and 75th percentiles of 0, 5, 10, 20, with the user's decimal mark.
     Click(*dialog.cmd_suggest);
     EXPECT_EQ(dialog.Txt_val_a->text(), QStringLiteral("3,75"));
@@ -318,13 +300,11 @@ TEST_P(PreviewLineTest, previewSaysWhyInOneLineAndCalculerStillRefuses) {
         boxes[i]->setText(QString::fromUtf8(c.boxes[i]));
     }
     QApplication::processEvents();
-
     const criterion::PreviewFigure& figure = dialog.Pic_preview->Figure();
     EXPECT_EQ(figure.statusLine, criterion::FillPlaceholders(Text(c.text), {c.detail}));
     EXPECT_TRUE(figure.statusIsProblem);
     EXPECT_TRUE(figure.curve.empty());
     EXPECT_TRUE(m_ui.boxes.empty());
-
     Click(*dialog.cmd_go);
     ASSERT_EQ(m_ui.boxes.size(), 1u);
     EXPECT_EQ(m_ui.boxes[0].text.rfind(Text(132) + ":", 0), 0u) << m_ui.boxes[0].text;
@@ -349,14 +329,11 @@ TEST_F(FrmBackTest, calculerAddsAndFillsTheFieldAndMetadataShowsItsEntry) {
     Click(*dialog.cmd_nf[2]);
     dialog.Txt_val_a->setText(QStringLiteral("0"));
     dialog.Txt_val_b->setText(QStringLiteral("10"));
-
     Click(*dialog.cmd_go);
-
     ASSERT_EQ(m_ui.boxes.size(), 1u) << m_ui.boxes[0].text;
     EXPECT_EQ(m_ui.boxes[0].text, Text(162));
     EXPECT_EQ(Items(*dialog.Lst_fields), (Strings{"SLOPE", "FZY_SLOPE"}));
     EXPECT_EQ(dialog.FieldList().ListIndex(), -1);
-
     host::shapefile::Application reader;
     const auto layer = reader.AddShapefileLayer(path);
     const auto cursor = layer->Search(false);
@@ -367,7 +344,6 @@ TEST_F(FrmBackTest, calculerAddsAndFillsTheFieldAndMetadataShowsItsEntry) {
         degrees.push_back(std::get<double>(row->GetValue(field)));
     }
     EXPECT_EQ(degrees, (std::vector<double>{0, 0.5, 1, 1}));
-
     ClickItem(*dialog.Lst_fields, QStringLiteral("FZY_SLOPE"));
     std::string shown;
     std::string title;
@@ -399,11 +375,9 @@ TEST_F(FrmBackTest, metadataShowsText153AndWritesNothing) {
         EXPECT_TRUE(*seen);
         return shown;
     };
-
     // No layer chosen yet: there is no metadata file to look into.
     EXPECT_EQ(shownOnClick(), Text(153));
     EXPECT_EQ(std::filesystem::exists("/.fzy"), rootFileBefore);
-
     ClickItem(*dialog.Lst_shapes, QStringLiteral("parcels"));
     ClickItem(*dialog.Lst_fields, QStringLiteral("SLOPE"));
     EXPECT_EQ(shownOnClick(), Text(153));
@@ -468,9 +442,7 @@ TEST_F(FrmBackTest, languageListRelabelsTheDialogAndKeepsOneLeadingBlank) {
     EXPECT_EQ(dialog.listlang1->currentItem()->text(), QStringLiteral("fr"));
     EXPECT_EQ(dialog.cmd_go->text().toStdString(), " " + Text(127));
     const std::string frenchGo = Text(127);
-
     ClickItem(*dialog.listlang1, QStringLiteral("en"));
-
     EXPECT_NE(Text(127), frenchGo);
     EXPECT_EQ(dialog.windowTitle().toStdString(), Text(119));
     EXPECT_EQ(dialog.Label1->text().toStdString(), Text(120));
@@ -478,12 +450,10 @@ TEST_F(FrmBackTest, languageListRelabelsTheDialogAndKeepsOneLeadingBlank) {
     EXPECT_EQ(dialog.cmd_go->text().toStdString(), " " + Text(127));
     EXPECT_EQ(dialog.cmd_sortie->text().toStdString(), " " + Text(118));
     EXPECT_EQ(m_settings->GetSetting("Ombrel_Brumalis", "params", "lang"), "en");
-
     // Choosing the current language again re-applies the texts: still one blank.
     ClickItem(*dialog.listlang1, QStringLiteral("en"));
     util::SelectListItem(dialog.LanguageList(), "en");
     EXPECT_EQ(dialog.cmd_go->text().toStdString(), " " + Text(127));
-
     // A new showing loads the remembered language.
     m_dialog.reset();
     EXPECT_EQ(Dialog().cmd_sortie->text().toStdString(), " " + Text(118));

@@ -95,7 +95,6 @@ TEST_P(PreviewAgreementTest, countsWhatTheRunWrites) {
                           &counts.zero, &counts.partial, &counts.one, &counts.null, &extra),
               4)
         << shown.out;
-
     std::vector<std::string> run = {"run", path, "--field", c.field, "--out", "DEGREE"};
     run.insert(run.end(), c.criterion.begin(), c.criterion.end());
     const auto ran = Quorel(run);

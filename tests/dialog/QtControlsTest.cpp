@@ -86,7 +86,6 @@ TEST_F(DialogTest, listControlRaisesItsClickOncePerSelectionButNotWhenCleared) {
     list.AddItem("en");
     EXPECT_EQ(list.ListIndex(), -1);
     EXPECT_EQ(list.List(-1), "");
-
     list.SetListIndex(1);
     EXPECT_EQ(clicks, 1);
     list.SetListIndex(1);
@@ -94,7 +93,6 @@ TEST_F(DialogTest, listControlRaisesItsClickOncePerSelectionButNotWhenCleared) {
     EXPECT_EQ(list.Text(), "en");
     EXPECT_EQ(util::SelectListItem(list, "fr"), 0);
     EXPECT_EQ(clicks, 3);
-
     widget.setCurrentRow(1); // as the user's click or arrow key changes it
     EXPECT_EQ(clicks, 4);
     list.Clear();
@@ -120,20 +118,17 @@ TEST_F(DialogTest, labelledFormMapsCaptionTextTooltipAndFont) {
     box->setObjectName(QStringLiteral("Text1"));
     auto* list = new QListWidget(&form);
     list->setObjectName(QStringLiteral("List1"));
-
     QtLabelledForm labelled(form);
     EXPECT_EQ(labelled.Name(), "frm");
     EXPECT_EQ(labelled.Tag(), "119");
     labelled.SetCaption("title");
     EXPECT_EQ(form.windowTitle(), QStringLiteral("title"));
-
     std::vector<std::string> names;
     for (lang::ILabelledControl* control : labelled.Controls()) {
         names.push_back(control->Name());
     }
     EXPECT_EQ(names,
               (std::vector<std::string>{"Label1", "cmd", "Frame1", "Txt", "Text1", "List1"}));
-
     EXPECT_EQ(labelled.Control("Label1")->Tag(), "12:");
     EXPECT_EQ(labelled.Control("cmd")->Tag(), "");
     for (const char* captioned : {"Label1", "cmd", "Frame1"}) {
@@ -151,7 +146,6 @@ TEST_F(DialogTest, labelledFormMapsCaptionTextTooltipAndFont) {
     EXPECT_TRUE(labelled.Control("Text1")->SetText("several"));
     EXPECT_EQ(box->toPlainText(), QStringLiteral("several"));
     EXPECT_FALSE(labelled.Control("List1")->SetText("x"));
-
     EXPECT_TRUE(labelled.Control("cmd")->SetToolTipText("tip"));
     EXPECT_EQ(button->toolTip(), QStringLiteral("tip"));
     EXPECT_TRUE(labelled.Control("cmd")->SetFontName("DejaVu Serif"));

@@ -43,7 +43,6 @@ TEST(HandleErrorTest, showsTheCallStackBoxLineByLine) {
     util::RecordingMessageUi ui;
     HandleError(ui, ProcedureText("Class_Terminate", "clsRequêteSouple", 7), 91, "Quorel",
                 "Object variable not set");
-
     EXPECT_EQ(ui.beeps, 1);
     ASSERT_EQ(ui.boxes.size(), 1u);
     EXPECT_EQ(ui.boxes[0].icon, util::MessageIcon::Exclamation);

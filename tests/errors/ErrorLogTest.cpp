@@ -76,7 +76,6 @@ TEST_F(ErrorLogTest, twoReportsGiveTwoEntriesInTheLogBesideTheComponent) {
                     "Debug=1", true);
     log.ReportError(Error(6, "Quorel", "Overflow"), "frm_back", "cmd_go_Click", true, 0, "Debug=5",
                     true);
-
     const auto lines = SplitLines(test::ReadBytes(m_folder / "Quorel.log"));
     const std::vector<std::string> expected = {
         "",

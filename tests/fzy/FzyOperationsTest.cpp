@@ -52,7 +52,6 @@ TEST_F(FzyAppendTest, workedExampleIsByteExact) {
     EXPECT_EQ(m_io.fzy_io_writenumber("FZY_PEN", "FZY_PEN", 2, 1, 2, 3, 4, "/data/abcd", "PARCE"),
               1);
     m_io.fzy_io_close();
-
     const Bytes file = ReadBytes(FzyPath());
     ASSERT_EQ(file.size(), 108u);
     EXPECT_EQ(Bytes(file.begin(), file.begin() + 8), (Bytes{1, 0, 0, 0, 1, 0, 0, 0}));
@@ -87,7 +86,6 @@ TEST_F(FzyAppendTest, appendPastTheLimitFailsUncountedAndNextGoesBehindLeftovers
     Bytes file = MakeFile(0, 1, 0, {EncodeNumberEntry(filler)});
     const std::size_t startSize = file.size(); // 400 bytes under the limit
     WriteBytes(FzyPath(), file);
-
     Open();
     EXPECT_EQ(Thrown([&] {
                   m_io.fzy_io_writenumber("FZY_BIG", "FZY_BIG", 2, 1, 2, 3, 4, longFolder,
@@ -99,7 +97,6 @@ TEST_F(FzyAppendTest, appendPastTheLimitFailsUncountedAndNextGoesBehindLeftovers
     EXPECT_EQ(Int16At(afterFailure, 4), 1);
     EXPECT_GT(afterFailure.size(), startSize);
     EXPECT_LE(afterFailure.size(), static_cast<std::size_t>(kMaxFileSize));
-
     Open();
     m_io.fzy_io_writenumber("FZY_S", "FZY_S", 2, 1, 2, 3, 4, "/d", "P");
     m_io.fzy_io_close();

@@ -48,14 +48,12 @@ TEST_F(FzyValidationTest, vanishedFieldIsDeletedAndCompactedAway) {
     const Bytes c = EncodeNumberEntry(MakeNumber("FZY_C"));
     WriteBytes(FzyPath(), MakeFile(0, 3, 0, {a, b, c}));
     Class().DeleteField("FZY_B");
-
     EXPECT_EQ(Validate(), 1);
     EXPECT_EQ(ReadBytes(FzyPath()), MakeFile(0, 2, 0, {a, c}));
     EXPECT_EQ(m_io.NumberCount(), 2);
     EXPECT_EQ(m_io.DeletedCount(), 0);
     EXPECT_FALSE(fs::exists(m_folder / "PARCELLES.tmp"));
     EXPECT_TRUE(m_ui.boxes.empty());
-
     // The same handle goes on with the compacted file.
     EXPECT_TRUE(m_io.fzy_io_numberinfo("FZY_C"));
     EXPECT_FALSE(m_io.fzy_io_numberinfo("FZY_B"));
@@ -83,7 +81,6 @@ TEST_F(FzyValidationTest, anEntryAppendedAfterAFailedCompactionIsReadBack) {
     });
     fs::permissions(m_folder, fs::perms::owner_write, fs::perm_options::add);
     ASSERT_EQ(status, 0);
-
     // The marked original stays, and the count takes in the entry appended behind it.
     const Bytes marked = MakeFile(0, 3, 1, {a, WithKind(b, 12), c});
     const Bytes file = ReadBytes(FzyPath());
@@ -107,7 +104,6 @@ TEST_F(FzyValidationTest, compactionReplacesOnlyTheMetadataFileAndKeepsItsOwnerA
     if (root) {
         ASSERT_EQ(::chown(FzyPath().c_str(), quorel::test::kNobody, quorel::test::kNoGroup), 0);
     }
-
     EXPECT_EQ(Validate(), 1);
     EXPECT_EQ(ReadBytes(FzyPath()), MakeFile(0, 1, 0, {a}));
     EXPECT_EQ(ReadBytes(m_folder / "PARCELLES.tmp"), users);
@@ -125,7 +121,6 @@ TEST_F(FzyValidationTest, everythingGoneLeavesTheHeaderAndNextAppendGoesToOffset
     EXPECT_EQ(Validate(), 1);
     EXPECT_EQ(ReadBytes(FzyPath()), MakeFile(0, 0, 0, {}));
     EXPECT_EQ(m_io.FileStatus(), "Old");
-
     m_io.fzy_io_writenumber("FZY_A", "FZY_A", 2, 1, 2, 3, 4, "/data/sig", "PARCELLES");
     m_io.fzy_io_close();
     const Bytes file = ReadBytes(FzyPath());
@@ -150,7 +145,6 @@ TEST_F(FzyValidationTest, deletedKindsAreSkippedAndDroppedAndRecordsRecounted) {
         file.insert(file.end(), entry->begin(), entry->end());
     }
     WriteBytes(FzyPath(), file);
-
     EXPECT_EQ(Validate(), 1);
     header.RecordCount = 1;
     header.NumberCount = 1;

@@ -72,7 +72,6 @@ TEST_F(DataAccessTest, unreadableDatabaseRaisesOrReturnsTheEnginesDescription) {
     const Error e = Thrown([&] { m_dao.DAO_Open(db, path, true); });
     EXPECT_EQ(e.Number(), kErrorOpenDatabase);
     EXPECT_EQ(e.Description(), "Error open database:\r\n" + path);
-
     const std::string description = m_dao.DAO_Open(db, path, false);
     EXPECT_FALSE(description.empty());
     EXPECT_EQ(db, nullptr);
@@ -86,13 +85,11 @@ TEST_F(DataAccessTest, sharedFolderPrefixIsRewrittenEverywhereInThePath) {
     EXPECT_EQ(dao.RewriteSharedFolder("//SERVER/share/text.mdb"), "//SERVER/share/text.mdb");
     EXPECT_EQ(dao.RewriteSharedFolder("a//server/share//server/share"),
               "a" + m_scratch.Path() + m_scratch.Path());
-
     SqliteFile();
     std::shared_ptr<IDatabase> db;
     EXPECT_EQ(dao.DAO_Open(db, "//server/share/text.mdb", true), "");
     ASSERT_NE(db, nullptr);
     EXPECT_EQ(db->Path(), m_scratch.File("text.mdb"));
-
     // A missing file names the rewritten path.
     const Error e = Thrown([&] { dao.DAO_Open(db, "//server/share/none.mdb", false); });
     EXPECT_EQ(e.Description(), "Database not found:\r\n" + m_scratch.File("none.mdb"));
@@ -165,7 +162,6 @@ TEST_F(DataAccessTest, maxValueReadsTheHighestValueOnBothEngines) {
     auto sqlite = Opened(SqliteFile());
     EXPECT_EQ(m_dao.DAO_MaxValue(sqlite.get(), "tblText", "id", true), DbValue(3.0));
     EXPECT_EQ(m_dao.DAO_MaxValue(sqlite.get(), "tblText", "en", true), DbValue("zero"));
-
     auto access = Opened(kAccessSample);
     EXPECT_EQ(m_dao.DAO_MaxValue(access.get(), "Table1", "D", true), DbValue(222.0));
     EXPECT_EQ(m_dao.DAO_MaxValue(access.get(), "Table1", "F", true), DbValue(444.555));
@@ -178,7 +174,6 @@ TEST_F(DataAccessTest, maxValueReadsTheHighestValueOnBothEngines) {
 TEST_F(DataAccessTest, maxValueOfAnEmptyTableIsNullOnBothEngines) {
     auto sqlite = Opened(SqliteFile("CREATE TABLE tblText (id INTEGER, fr TEXT);"));
     EXPECT_TRUE(IsNull(m_dao.DAO_MaxValue(sqlite.get(), "tblText", "id", true)));
-
     auto access = Opened(kAccessSample);
     EXPECT_TRUE(IsNull(m_dao.DAO_MaxValue(access.get(), "Table4", "name", true)));
     EXPECT_TRUE(m_ui.boxes.empty());
@@ -224,7 +219,6 @@ TEST_F(DataAccessTest, failingValueShowsTheBoxOnlyWhenAskedAndGivesEmpty) {
     auto db = Opened(SqliteFile());
     EXPECT_TRUE(IsEmpty(m_dao.DAO_MaxValue(db.get(), "tblNone", "id", false)));
     EXPECT_TRUE(m_ui.boxes.empty());
-
     EXPECT_TRUE(IsEmpty(m_dao.DAO_MaxValue(db.get(), "tblNone", "id", true)));
     ASSERT_EQ(m_ui.boxes.size(), 1u);
     EXPECT_EQ(m_ui.boxes[0].title, "DAO_SQL2Value");
@@ -234,7 +228,6 @@ TEST_F(DataAccessTest, failingValueShowsTheBoxOnlyWhenAskedAndGivesEmpty) {
     const std::string tail = "\r\nSQL=SELECT max(id) FROM tblNone";
     ASSERT_GT(text.size(), tail.size());
     EXPECT_EQ(text.substr(text.size() - tail.size()), tail);
-
     // No database at all behaves the same way.
     EXPECT_TRUE(IsEmpty(m_dao.DAO_SQL2Value(nullptr, "SELECT 1", true)));
     EXPECT_EQ(m_ui.boxes.size(), 2u);
@@ -270,7 +263,6 @@ TEST_F(DataAccessTest, accessFileListsItsColumnsAndReadsItsRows) {
     EXPECT_EQ(m_dao.DAO_FillFieldList(db.get(), "Table1", list), "");
     EXPECT_EQ(list.items, (std::vector<std::string>{"A", "B", "C", "D", "E", "F", "G", "H", "I"}));
     EXPECT_NE(m_dao.DAO_FillFieldList(db.get(), "tblText", list), "");
-
     std::unique_ptr<IRecordset> rs;
     m_dao.DAO_OpenRs(db, rs, kAccessSample, "SELECT [A], e, F FROM Table1");
     ASSERT_EQ(rs->FieldCount(), 3);

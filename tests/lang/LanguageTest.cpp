@@ -121,7 +121,6 @@ TEST_F(LanguageTest, choosingAnotherLanguageReloadsRelabelsAndRemembersIt) {
     LoadDialog();
     ASSERT_EQ(Texts().ResourceString(2), "Sortir");
     EXPECT_EQ(Texts().FontName, "Tahoma");
-
     m_dialog.list.SetListIndex(1);
     EXPECT_TRUE(m_ui.boxes.empty());
     EXPECT_EQ(Texts().LanguageCode(), "en");
@@ -138,7 +137,6 @@ TEST_F(LanguageTest, choosingAnotherLanguageReloadsRelabelsAndRemembersIt) {
     EXPECT_EQ(m_dialog.At("Txt_new_name").text, "typed");
     EXPECT_EQ(m_dialog.At("Frame5").caption, "b :");
     EXPECT_EQ(m_dialog.At("Frame5").fontName, "Tahoma");
-
     // The next opening of the dialog starts in the remembered language.
     TestDialog again;
     m_dialog.form = again.form;
@@ -154,7 +152,6 @@ TEST_F(LanguageTest, choosingTheCurrentLanguageReappliesWithoutReloading) {
     LoadDialog();
     MakeSqliteDatabase(DatabasePath(), "UPDATE tblText SET fr = 'changé' WHERE id = 2;");
     m_settings.SaveSetting("Ombrel_Brumalis", "params", "lang", "xx");
-
     m_dialog.list.SetListIndex(0);
     EXPECT_EQ(Texts().ResourceString(2), "Sortir");
     EXPECT_EQ(RememberedLanguage(), "fr");
@@ -170,7 +167,6 @@ TEST_F(LanguageTest, rememberedLanguageWithoutAColumnLeavesEmptyTextsUntilOneIsC
     EXPECT_EQ(m_ui.boxes[0].icon, util::MessageIcon::Critical);
     const std::string head = "Error SQL:SELECT id, de FROM tblText\r\non database\r\n\r\nError: ";
     EXPECT_EQ(m_ui.boxes[0].text.substr(0, head.size()), head);
-
     ASSERT_TRUE(Texts().Texts().has_value());
     EXPECT_EQ(Texts().Texts()->size(), 5u);
     for (std::int16_t id = 0; id <= 4; ++id) {
@@ -179,7 +175,6 @@ TEST_F(LanguageTest, rememberedLanguageWithoutAColumnLeavesEmptyTextsUntilOneIsC
     EXPECT_EQ(m_dialog.form.caption, "");
     EXPECT_EQ(m_dialog.list.index, -1);
     EXPECT_EQ(RememberedLanguage(), "de");
-
     m_dialog.list.SetListIndex(1);
     EXPECT_EQ(Texts().ResourceString(3), "Compute");
     EXPECT_EQ(RememberedLanguage(), "en");
@@ -304,7 +299,6 @@ TEST_F(LanguageTest, failingToRememberTheLanguageIsReportedAndLogged) {
     // A file where the settings folder should be makes the store unwritable.
     std::filesystem::remove_all(m_scratch.Dir() / "config");
     std::ofstream(m_scratch.Dir() / "config") << "in the way";
-
     m_dialog.list.SetListIndex(1);
     ASSERT_EQ(m_ui.boxes.size(), 1u);
     EXPECT_NE(m_ui.boxes[0].text.find("listLang1_Click"), std::string::npos);
@@ -343,14 +337,12 @@ TEST_F(LanguageTest, fontFollowsTextOneAndIsLeftAloneWhenEmpty) {
     texts.LoadFormLanguageText(m_dialog.form, true);
     EXPECT_EQ(m_dialog.At("cmd_sortie").fontName, "DejaVu Sans");
     EXPECT_EQ(m_dialog.At("Txt_explique").fontName, "Tahoma"); // tooltip only
-
     texts.FontId = 0;
     texts.SetFontFromDb();
     EXPECT_EQ(texts.FontName, "");
     texts.SetFontFromDb(1);
     EXPECT_EQ(texts.FontId, 1);
     EXPECT_EQ(texts.FontName, "DejaVu Sans");
-
     texts.LanguageCode("en");
     texts.LoadResData();
     EXPECT_EQ(texts.FontName, "");
@@ -360,7 +352,6 @@ TEST_F(LanguageTest, fontFollowsTextOneAndIsLeftAloneWhenEmpty) {
     EXPECT_EQ(fresh.At("cmd_sortie").fontName, "Tahoma");
     texts.LoadFormLanguageText(fresh.form, true);
     EXPECT_EQ(fresh.At("cmd_sortie").fontName, "(form)");
-
     EXPECT_THROW(texts.SetFontFromDb(9), Error);
 }
 

@@ -96,7 +96,6 @@ TEST(SettingsStoreTest, userFolderFollowsXdgConfigHomeElseHome) {
     const std::string savedXdg = oldXdg != nullptr ? oldXdg : "";
     const char* oldHome = std::getenv("HOME");
     const std::string savedHome = oldHome != nullptr ? oldHome : "";
-
     setenv("XDG_CONFIG_HOME", "/tmp/quorel-xdg", 1);
     EXPECT_EQ(IniSettingsStore::UserConfigFolder(), "/tmp/quorel-xdg");
     setenv("XDG_CONFIG_HOME", "relative/ignored", 1);
@@ -104,7 +103,6 @@ TEST(SettingsStoreTest, userFolderFollowsXdgConfigHomeElseHome) {
     EXPECT_EQ(IniSettingsStore::UserConfigFolder(), "/home/analyst/.config");
     unsetenv("XDG_CONFIG_HOME");
     EXPECT_EQ(IniSettingsStore::UserConfigFolder(), "/home/analyst/.config");
-
     setenv("HOME", savedHome.c_str(), 1);
     if (oldXdg != nullptr) {
         setenv("XDG_CONFIG_HOME", savedXdg.c_str(), 1);

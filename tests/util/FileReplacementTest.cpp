@@ -42,9 +42,7 @@ TEST_F(FileReplacementTest, replacesTheTargetKeepingItsModeAndOwnerAndNothingEls
     for (const char* other : {"t.dbf.tmp", "t.tmp", "t.dbf.quorel-tmp"}) {
         test::WriteBytes(Path(other), "mine");
     }
-
     ReplaceFile(Path("t.dbf"), "new content", "Test");
-
     EXPECT_EQ(test::ReadBytes(Path("t.dbf")), "new content");
     for (const char* other : {"t.dbf.tmp", "t.tmp", "t.dbf.quorel-tmp"}) {
         EXPECT_EQ(test::ReadBytes(Path(other)), "mine") << other;

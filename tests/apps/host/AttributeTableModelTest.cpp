@@ -95,7 +95,6 @@ TEST_F(AttributeTableModelTest, aMillionRowsOpenAtOnceAndAnyRowReadsOnDemand) {
         record[29] = 'n';
         std::copy(text, end, record + 30);
     });
-
     AttributeTableModel model;
     model.SetTable(std::make_shared<TableReader>(path.string()));
     ASSERT_EQ(model.rowCount(), 1'000'000);
@@ -109,7 +108,6 @@ TEST_F(AttributeTableModelTest, aMillionRowsOpenAtOnceAndAnyRowReadsOnDemand) {
         EXPECT_EQ(Cell(model, row, 2).toDouble(), (row % 1000) / 1000.0);
         EXPECT_EQ(Cell(model, row, 3), QStringLiteral("n%1").arg(row % 97));
     }
-
     // A view scrolls to the end of it.
     QTableView view;
     view.verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
@@ -145,6 +143,15 @@ TEST_F(AttributeTableModelTest, deletedRecordsAreNoRowsAndRowsKeepTheirRecordsFi
                 << "row " << row << ", column " << column;
         }
     }
+
+    // Selected FIDs find their rows past the deleted records; a deleted one shows nothing.
+    model.SetSelection({0, 2, 5});
+    model.SetSelectedOnly(true);
+    ASSERT_EQ(model.rowCount(), 2);
+    EXPECT_EQ(Cell(model, 0, 0), "2");
+    EXPECT_EQ(Cell(model, 1, 3), "f");
+    EXPECT_EQ(model.ModelRow(3), 1);
+    EXPECT_EQ(model.ModelRow(2), std::nullopt);
 }
 
 } // namespace

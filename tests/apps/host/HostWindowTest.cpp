@@ -5,11 +5,13 @@
 #include "apps/quorel-host/MainWindow.h"
 #include "component/hostside/ComponentLoader.h"
 #include "component/registry/ClassRegistry.h"
+#include "host/api/Selection.h"
 #include "tests/support/ScratchFolder.h"
 
 #include <QAbstractButton>
 #include <QAction>
 #include <QApplication>
+#include <QCheckBox>
 #include <QComboBox>
 #include <QLineEdit>
 #include <QListWidget>
@@ -170,7 +172,6 @@ TEST_F(HostWindowTest, theCommandStandsInItsCategorysToolbarWithItsTextsAndPictu
     EXPECT_TRUE(action->isEnabled());
     EXPECT_EQ(action->icon().availableSizes().value(0), QSize(71, 62));
     EXPECT_TRUE(m_window->Components().Failures().empty());
-
     // The document was opened after the command was created: its handlers followed it there.
     const auto document =
         std::dynamic_pointer_cast<host::map::MxDocument>(m_window->Application()->Document());
@@ -223,12 +224,10 @@ TEST_F(HostWindowTest, aCriterionRunShowsInTheLegendTheTableAndWhatIdentifyFinds
     EXPECT_FALSE(TableHeaders().contains(QStringLiteral("FZY_SLOPE")));
     EXPECT_EQ(m_window->AttributeModel()->rowCount(), 400);
     Screenshot("host_before");
-
     const QStringList boxes = ClickCommandAndDrive(RunTrapezoidOnSlope);
     ASSERT_EQ(boxes.size(), 1) << boxes.join(QLatin1Char('|')).toStdString();
     EXPECT_TRUE(boxes.front().startsWith(QStringLiteral("Le critère a été calculé")))
         << boxes.front().toStdString();
-
     EXPECT_EQ(m_window->View()->LegendTitle(), QStringLiteral("FZY_SLOPE"));
     const auto legend = m_window->View()->Legend();
     ASSERT_EQ(legend.size(), 5u);
@@ -239,7 +238,6 @@ TEST_F(HostWindowTest, aCriterionRunShowsInTheLegendTheTableAndWhatIdentifyFinds
     // The calculator's message was shown, then cleared.
     EXPECT_EQ(m_window->StatusMessage(), QString());
     Screenshot("host_after");
-
     // Zoomed in on a few parcels, identify a click on parcel 191 (FID): the sample's parcels
     // are the 100 m cells of a 20 x 20 grid, their corners moved less than 30 m, numbered row
     // by row from the bottom left, so a cell's centre lies in its parcel.
@@ -263,6 +261,62 @@ TEST_F(HostWindowTest, aCriterionRunShowsInTheLegendTheTableAndWhatIdentifyFinds
     Screenshot("host_identify");
 }
 
+// The colour the map shows at the centre of a sample parcel (FID): the 100 m cells of a 20 x 20
+// grid, numbered row by row from the bottom left.
+QRgb ParcelPixel(const MapView& view, int fid) {
+    const Extent full = view.FullExtent();
+    const double x = std::round(full.minX / 100) * 100 + (fid % 20 + 0.5) * 100;
+    const double y = std::round(full.minY / 100) * 100 + (fid / 20 + 0.5) * 100;
+    const ScreenPoint at = view.Viewport().ToScreen({x, y});
+    QApplication::processEvents();
+    return const_cast<MapView&>(view).grab().toImage().pixel(static_cast<int>(at.x),
+                                                             static_cast<int>(at.y));
+}
+
+TEST_F(HostWindowTest, aLayersSelectionIsDrawnAndMarkedInTheTableWhichCanShowItAlone) {
+    const auto layer = m_window->FindLayer(QStringLiteral("parcels"));
+    host::IFeatureSelection* selection = host::SelectionOf(layer);
+    ASSERT_NE(selection, nullptr);
+    const AttributeTableModel& model = *m_window->AttributeModel();
+    const auto fidAt = [&](int row) {
+        return model.data(model.index(row, 0), Qt::DisplayRole).toString();
+    };
+    const auto marked = [&](int row) {
+        return model.data(model.index(row, 0), Qt::BackgroundRole).isValid();
+    };
+    const QRgb before191 = ParcelPixel(*m_window->View(), 191);
+    const QRgb before100 = ParcelPixel(*m_window->View(), 100);
+
+    // As a component selects, through the layer: the window hears it.
+    selection->SelectFeatures({191, 5});
+    QApplication::processEvents();
+    EXPECT_NE(ParcelPixel(*m_window->View(), 191), before191);
+    EXPECT_EQ(ParcelPixel(*m_window->View(), 100), before100);
+    ASSERT_EQ(model.rowCount(), 400);
+    EXPECT_TRUE(marked(191));
+    EXPECT_TRUE(marked(5));
+    EXPECT_FALSE(marked(190));
+    EXPECT_EQ(m_window->SelectionCountText(), QStringLiteral("2 sélectionnée(s) sur 400"));
+
+    m_window->SelectedOnlyBox()->setChecked(true);
+    ASSERT_EQ(model.rowCount(), 2);
+    EXPECT_EQ(fidAt(0), QStringLiteral("5"));
+    EXPECT_EQ(fidAt(1), QStringLiteral("191"));
+    Screenshot("host_selection");
+    selection->SelectFeatures({7, 399, 400});
+    QApplication::processEvents();
+    ASSERT_EQ(model.rowCount(), 2) << "400 names no feature";
+    EXPECT_EQ(fidAt(1), QStringLiteral("399"));
+
+    m_window->findChild<QAction*>(QStringLiteral("clearSelection"))->trigger();
+    QApplication::processEvents();
+    EXPECT_TRUE(selection->SelectedIds().empty());
+    EXPECT_EQ(model.rowCount(), 0);
+    m_window->SelectedOnlyBox()->setChecked(false);
+    EXPECT_EQ(model.rowCount(), 400);
+    EXPECT_EQ(ParcelPixel(*m_window->View(), 191), before191);
+}
+
 TEST_F(HostWindowTest, whileEditingTheRunIsRefusedAndNoFieldIsAdded) {
     m_window->EditingAction()->trigger();
     EXPECT_TRUE(m_window->IsEditing());
@@ -273,7 +327,6 @@ TEST_F(HostWindowTest, whileEditingTheRunIsRefusedAndNoFieldIsAdded) {
         << boxes.front().toStdString();
     EXPECT_FALSE(TableHeaders().contains(QStringLiteral("FZY_SLOPE")));
     EXPECT_EQ(m_window->View()->LegendTitle(), QString());
-
     m_window->EditingAction()->trigger();
     EXPECT_FALSE(m_window->IsEditing());
 }
@@ -296,14 +349,12 @@ TEST_F(HostWindowTest, contentsFollowLayersAddedRenamedHiddenMadeUnselectableAnd
         ADD_FAILURE() << "not among the map's layers";
         return false;
     };
-
     // The check box hides and shows the layer; it leaves the selectable flag alone.
     root->child(1)->setCheckState(0, Qt::Unchecked);
     EXPECT_FALSE(shown(added));
     EXPECT_TRUE(added->Selectable());
     m_window->Contents()->topLevelItem(0)->child(1)->setCheckState(0, Qt::Checked);
     EXPECT_TRUE(shown(added));
-
     // Selectable is the context menu's.
     const auto menu =
         m_window->Contents()->ContextMenuFor(m_window->Contents()->topLevelItem(0)->child(1));
@@ -314,13 +365,11 @@ TEST_F(HostWindowTest, contentsFollowLayersAddedRenamedHiddenMadeUnselectableAnd
     selectable->trigger();
     EXPECT_FALSE(added->Selectable());
     EXPECT_TRUE(shown(added));
-
     const QString saved = QString::fromStdString((m_folder / "saved.qmap").string());
     m_window->SaveDocumentFile(saved);
     m_window->RemoveLayer(added);
     EXPECT_EQ(m_window->Contents()->topLevelItem(0)->childCount(), 1);
     EXPECT_EQ(m_window->FindLayer(QStringLiteral("copie")), nullptr);
-
     m_window->OpenDocumentFile(saved);
     const auto reopened = std::dynamic_pointer_cast<host::IFeatureLayer>(
         m_window->FindLayer(QStringLiteral("copie")));
@@ -340,7 +389,6 @@ TEST_F(HostWindowTest, aComponentThatFailsToLoadIsNamedWithItsReasonAndStaysDisa
         registry.Path(), {kCommand.toStdString(), "Broken.Command", "Missing.Component"}});
     m_window->show();
     QApplication::processEvents();
-
     QMessageBox* box = m_window->LoadFailureMessage();
     ASSERT_NE(box, nullptr);
     EXPECT_TRUE(box->isVisible());
@@ -350,7 +398,6 @@ TEST_F(HostWindowTest, aComponentThatFailsToLoadIsNamedWithItsReasonAndStaysDisa
     EXPECT_TRUE(box->text().contains(QStringLiteral("Missing.Component : not registered")))
         << box->text().toStdString();
     box->accept();
-
     QMenu* failed = m_window->menuBar()->findChild<QMenu*>(QStringLiteral("failedComponents"));
     ASSERT_NE(failed, nullptr);
     QStringList items;

@@ -43,7 +43,6 @@ TEST(LayerGeometryTest, theIndexFindsWhatAWalkOverEveryFeatureFinds) {
             }
         }
         ASSERT_EQ(geometry.Query(extent), walked) << "query " << q;
-
         std::optional<std::size_t> top;
         for (std::size_t f = 0; f < geometry.FeatureCount(); ++f) {
             if (RingsContain(geometry, f, x, y)) {

@@ -58,13 +58,11 @@ TEST_F(MapDocumentFileTest, aSavedDocumentOpensWithTheSameMapsLayersGroupsAndFoc
     auto second = std::make_shared<host::map::Map>("Second map");
     document->AddMap(second);
     document->SetFocusMap(second);
-
     const std::string path = (m_folder / "saved.qmap").string();
     SaveMapDocument(*document, path);
     const std::string text = test::ReadBytes(path);
     // Relative to the document, so the folder can move as a whole.
     EXPECT_NE(text.find("\tdata/parcels.shp\t"), std::string::npos) << text;
-
     host::shapefile::Application other;
     const auto read = LoadMapDocument(other, path);
     ASSERT_EQ(read->Maps().size(), 2u);

@@ -92,7 +92,6 @@ TEST_F(MapNavigationTest, zoomingInThenOutComesBackToTheSameExtent) {
     EXPECT_LT(m_view.VisibleExtent().maxX - m_view.VisibleExtent().minX, start.maxX - start.minX);
     Wheel({400, 60}, -2);
     ExpectSameExtent(m_view.VisibleExtent(), start);
-
     m_view.ZoomBy(2);
     m_view.ZoomBy(0.5);
     ExpectSameExtent(m_view.VisibleExtent(), start);
@@ -110,7 +109,6 @@ TEST_F(MapNavigationTest, aDragPansByTheDraggedDistanceInMapUnits) {
     ExpectSameExtent(m_view.VisibleExtent(), {start.minX - 75 * scale, start.minY + 52 * scale,
                                               start.maxX - 75 * scale, start.maxY + 52 * scale});
     EXPECT_DOUBLE_EQ(m_view.Viewport().UnitsPerPixel(), scale);
-
     // The full extent comes back whole after any navigation.
     m_view.ZoomToFullExtent();
     EXPECT_TRUE(Contains(m_view.VisibleExtent(), Extent{1000, 5000, 2000, 6000}));
@@ -122,7 +120,6 @@ TEST_F(MapNavigationTest, onlyTheIdentifyToolIdentifiesAndItNamesTheMapPointClic
     Mouse(QEvent::MouseButtonPress, {200, 150}, Qt::LeftButton, Qt::LeftButton);
     Mouse(QEvent::MouseButtonRelease, {200, 150}, Qt::LeftButton, Qt::NoButton);
     EXPECT_FALSE(asked) << "the pan tool does not identify";
-
     m_view.SetTool(MapView::Tool::Identify);
     Mouse(QEvent::MouseButtonPress, {200, 150}, Qt::LeftButton, Qt::LeftButton);
     Mouse(QEvent::MouseButtonRelease, {200, 150}, Qt::LeftButton, Qt::NoButton);

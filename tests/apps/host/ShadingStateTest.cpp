@@ -54,11 +54,9 @@ TEST(ShadingStateTest, eachFeatureFallsInTheClassItsValueLiesIn) {
     // Beyond the scale: the end classes.
     EXPECT_EQ(shading.ClassOf(-3.0), 0);
     EXPECT_EQ(shading.ClassOf(7.0), ShadingState::kClasses - 1);
-
     // A field with one value: all of it in the top class.
     EXPECT_EQ(ShadingState(layer, "F", {7.0, 7.0}).FeatureClasses(),
               (std::vector<std::uint8_t>{4, 4}));
-
     // The shading belongs to the layer object, not to a name.
     const auto namesake = std::make_shared<host::map::FeatureLayer>();
     layer->SetName("parcels");

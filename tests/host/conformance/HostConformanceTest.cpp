@@ -4,9 +4,13 @@
 #include "criterion/Membership.h"
 #include "criterion/Script.h"
 #include "host/api/LayerWalk.h"
+#include "host/api/Selection.h"
 #include "host/map/Map.h"
 #include "host/memory/MemoryHost.h"
 #include "host/shapefile/Application.h"
+#include "source/Application.h"
+#include "source/OpenSource.h"
+#include "tests/host/gpkg/TestGeoPackages.h"
 #include "tests/host/shapefile/TestShapefiles.h"
 #include "tests/support/LockError.h"
 #include "util/Error.h"
@@ -18,6 +22,7 @@
 #include <cmath>
 #include <filesystem>
 #include <functional>
+#include <set>
 
 namespace quorel::host {
 namespace {
@@ -89,6 +94,17 @@ protected:
             values.push_back(row[field]);
         }
         return values;
+    }
+
+    // Every row's object id, in the cursor's order.
+    std::vector<std::int64_t> ObjectIds(bool recycling) const {
+        const auto cursor = m_layer->Search(recycling);
+        ObjectIdReader reader(*cursor->Fields());
+        std::vector<std::int64_t> ids;
+        while (const auto row = cursor->NextRow()) {
+            ids.push_back(reader.Next(*row));
+        }
+        return ids;
     }
 
     std::shared_ptr<IFeatureLayer> NewLayer(const std::string& name) const {
@@ -256,15 +272,76 @@ TEST_P(HostConformanceTest, oneWriterPerLayerUntilItLetsGo) {
     testing::ScratchFolder elsewhere;
     const auto other = GetParam().make(m_folder.Path(), kFields, kRows);
     const auto another = GetParam().make(elsewhere.Path(), kFields, kRows);
+    // Where the layer's data lie: a folder of shapefiles, a GeoPackage file.
+    const std::string data = m_class->Workspace()->PathName();
+    const std::string elsewhereData = elsewhere.Path() + data.substr(m_folder.Path().size());
 
-    auto held = m_app->LockLayerForWriting(m_folder.Path(), "PARCELS");
+    auto held = m_app->LockLayerForWriting(data, "PARCELS");
     ASSERT_NE(held, nullptr);
-    EXPECT_EQ(test::LockError(*m_app, m_folder.Path(), "PARCELS"), error_number::kHostLayerLocked);
-    EXPECT_EQ(test::LockError(*other, m_folder.Path(), "PARCELS.shp"),
-              error_number::kHostLayerLocked);
-    EXPECT_EQ(test::LockError(*another, elsewhere.Path(), "PARCELS"), 0);
+    EXPECT_EQ(test::LockError(*m_app, data, "PARCELS"), error_number::kHostLayerLocked);
+    EXPECT_EQ(test::LockError(*other, data, "PARCELS.shp"), error_number::kHostLayerLocked);
+    EXPECT_EQ(test::LockError(*another, elsewhereData, "PARCELS"), 0);
     held.reset();
-    EXPECT_EQ(test::LockError(*other, m_folder.Path(), "PARCELS"), 0);
+    EXPECT_EQ(test::LockError(*other, data, "PARCELS"), 0);
+}
+
+struct SelectionCounter final : ISelectionEvents {
+    void SelectionChanged() override { ++heard; }
+    int heard = 0;
+};
+
+TEST_P(HostConformanceTest, aSelectionHoldsObjectIdsOnceAndIsHeardOnlyWhenItChanges) {
+    IFeatureSelection* selection = SelectionOf(m_layer);
+    ASSERT_NE(selection, nullptr);
+    EXPECT_TRUE(selection->SelectedIds().empty());
+
+    // Ids are one per feature, the same through every cursor and after a field is added.
+    const auto ids = ObjectIds(false);
+    ASSERT_EQ(ids.size(), kRows.size());
+    EXPECT_EQ(std::set<std::int64_t>(ids.begin(), ids.end()).size(), ids.size());
+    EXPECT_EQ(ObjectIds(true), ids);
+    AddDouble("FZY");
+    EXPECT_EQ(ObjectIds(false), ids);
+
+    SelectionCounter counter;
+    selection->Advise(&counter);
+    // The features whose SLOPE is 10 or more, given backwards and one twice.
+    std::vector<std::int64_t> steep{ids[4], ids[3], ids[2], ids[4]};
+    selection->SelectFeatures(steep);
+    EXPECT_EQ(selection->SelectedIds(), (std::vector<std::int64_t>{ids[2], ids[3], ids[4]}));
+    for (std::size_t i = 0; i < ids.size(); ++i) {
+        EXPECT_EQ(selection->IsSelected(ids[i]), kRows[i][0] >= 10) << i;
+    }
+    EXPECT_EQ(counter.heard, 1);
+    selection->SelectFeatures({ids[2], ids[3], ids[4]});
+    EXPECT_EQ(counter.heard, 1) << "the same features again is no change";
+    selection->Clear();
+    selection->Clear();
+    EXPECT_EQ(counter.heard, 2);
+    EXPECT_TRUE(selection->SelectedIds().empty());
+    selection->Unadvise(&counter);
+    selection->SelectFeatures({ids[0]});
+    EXPECT_EQ(counter.heard, 2);
+}
+
+TEST_P(HostConformanceTest, eachLayerSelectsApartAndOtherDataEmptyItsSelection) {
+    const auto ids = ObjectIds(false);
+    const auto other = NewLayer("OTHER");
+    m_map->AddLayer(other);
+    IFeatureSelection* selection = SelectionOf(m_layer);
+    IFeatureSelection* otherSelection = SelectionOf(other);
+    ASSERT_TRUE(selection != nullptr && otherSelection != nullptr);
+    selection->SelectFeatures({ids[1]});
+    EXPECT_TRUE(otherSelection->SelectedIds().empty());
+
+    SelectionCounter counter;
+    selection->Advise(&counter);
+    m_layer->SetFeatureClass(m_class);
+    EXPECT_EQ(selection->SelectedIds(), std::vector<std::int64_t>{ids[1]});
+    m_layer->SetFeatureClass(nullptr);
+    EXPECT_TRUE(selection->SelectedIds().empty());
+    EXPECT_EQ(counter.heard, 1);
+    selection->Unadvise(&counter);
 }
 
 HostFixture ShapefileHost() {
@@ -311,8 +388,29 @@ HostFixture MemoryHost() {
             std::nullopt};
 }
 
+HostFixture GeoPackageHost() {
+    return {"geopackage",
+            [](const std::string& folder, const std::vector<std::string>& fields,
+               const Rows& rows) -> std::shared_ptr<IApplication> {
+                const std::string path = folder + "/PARCELS.gpkg";
+                if (!std::filesystem::exists(path)) {
+                    std::vector<std::vector<Value>> values;
+                    for (const auto& row : rows) {
+                        values.emplace_back(row.begin(), row.end());
+                    }
+                    testing::MakeGeoPackage(path, {{"PARCELS", fields, values}});
+                }
+                auto app = std::make_shared<source::Application>();
+                app->SetWriteLockWait(std::chrono::milliseconds(0));
+                source::OpenSourceLayer(*app, path, "");
+                return app;
+            },
+            {"fid", "geom"},
+            std::nullopt};
+}
+
 INSTANTIATE_TEST_SUITE_P(Hosts, HostConformanceTest,
-                         ::testing::Values(ShapefileHost(), MemoryHost()),
+                         ::testing::Values(ShapefileHost(), MemoryHost(), GeoPackageHost()),
                          [](const auto& test) { return std::string(test.param.name); });
 
 } // namespace

@@ -69,7 +69,6 @@ TEST(MapEventsTest, layersAddedMovedDeletedAndClearedReachOnlyConnectedHandlers)
     map.Advise(&connected); // a second connection of the same handler is one connection
     map.Advise(&gone);
     map.Unadvise(&gone);
-
     const auto roads = Named("roads");
     map.AddLayer(roads);
     map.AddLayer(Named("parcels"));
@@ -111,11 +110,9 @@ TEST(DocumentEventsTest, newAndOpenedDocumentsAreAnnouncedToThePreviousDocuments
     Recorder view("view", journal);
     const auto originalMap = std::dynamic_pointer_cast<Map>(original->FocusMap());
     originalMap->Advise(&view);
-
     const auto fresh = app.NewDocument();
     EXPECT_EQ(app.Document(), fresh);
     EXPECT_EQ(journal, (Journal{"h: NewDocument", "view: FocusMapChanged"}));
-
     // The handler follows the active document, as a command's sink does.
     original->Unadvise(&handler);
     fresh->Advise(&handler);
@@ -145,7 +142,6 @@ TEST(DocumentEventsTest, aHandlerMayDisconnectItselfWhileItHearsAnEvent) {
         void AfterItemDraw() override {}
         void SpatialReferenceChanged() override {}
         int heard = 0;
-
     private:
         Map& m_map;
     };

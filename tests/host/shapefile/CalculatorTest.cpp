@@ -157,7 +157,6 @@ TEST_F(CalculatorTest, deletedRecordsKeepTheirBytesWhenTheColumnIsFilled) {
         }
     }
     NewCalculator("Val = [SLOPE] * 2", "OUT")->Calculate();
-
     DbfBatchFile file(dbf, false);
     const DbfField slope = file.Header().fields[0];
     const DbfField out = file.Header().fields[2];
@@ -215,7 +214,6 @@ TEST(CalculatorRepeatsTest, featuresSharingATextGetItsValue) {
         calculator->SetField("OUT");
         calculator->Calculate();
     };
-
     // The singleton gives Null texts a value (its Else), the trapezoids leave them Null.
     for (const KindCase& k : {KindCase{criterion::Trapezoid, 10.0, 30.0, 60.0, 90.0},
                               KindCase{criterion::Trapezoid, 0.0, 20.0, 40.0, 100.0},
@@ -236,7 +234,6 @@ TEST(CalculatorRepeatsTest, featuresSharingATextGetItsValue) {
                 << i;
         }
     }
-
     // A text that fails fails wherever it first comes.
     EXPECT_EQ(Thrown([&] { calculate("Val = 1 / ([SLOPE] - 50)"); }).Number(),
               error_number::kDivisionByZero);

@@ -283,9 +283,7 @@ TEST_F(DbfAddFieldTest, addsANullDoubleColumnAndKeepsEverythingElse) {
     const std::string shx = ReadBytes(m_folder.File("parcels.shx"));
     const std::string cpg = ReadBytes(m_folder.File("parcels.cpg"));
     const GdalTable before = ReadWithGdal(m_shp);
-
     AddDbfField(m_dbf, "FZY_POP", 'N', 19, 11);
-
     const GdalTable after = ReadWithGdal(m_shp);
     EXPECT_EQ(after.featureCount, 3);
     ASSERT_EQ(after.fields.size(), 3u);
@@ -303,7 +301,6 @@ TEST_F(DbfAddFieldTest, addsANullDoubleColumnAndKeepsEverythingElse) {
     EXPECT_EQ(ReadBytes(m_folder.File("parcels.shx")), shx);
     EXPECT_EQ(ReadBytes(m_folder.File("parcels.cpg")), cpg);
     EXPECT_FALSE(HoldsTemporary(m_folder.Path()));
-
     // The header's counts and lengths describe the file exactly.
     const DbfHeader header = ReadDbfHeader(m_dbf);
     EXPECT_EQ(header.recordCount, 3u);
@@ -361,7 +358,6 @@ TEST_F(DbfAddFieldTest, columnFilledInBatchesOnEveryCoreKeepsRecordOrder) {
     WriteDbfColumn(
         dbf, plan, &filler, [&](std::size_t done) { progress.push_back(done); },
         DbfWorkSharing{100, 3});
-
     const GdalTable table = ReadWithGdal(folder.File("t.shp"));
     ASSERT_EQ(table.rows.size(), 50u);
     for (std::size_t r = 0; r < 50; ++r) {

@@ -105,7 +105,6 @@ TEST_F(ShapefileWriteLockTest, staleTemporariesGoOnlyOnceTheLockIsHeld) {
     std::ofstream(stale) << "killed run";
     auto held = m_app->LockLayerForWriting(m_folder.Path(), "parcels");
     EXPECT_FALSE(fs::exists(stale));
-
     // A live writer's temporary looks the same: a refused writer leaves it.
     const std::string live = m_dbf + ".quorel-Cd4yW8";
     std::ofstream(live) << "live run";

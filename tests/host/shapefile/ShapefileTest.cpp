@@ -124,7 +124,6 @@ TEST_F(ShapefileTest, addFieldMakesADoubleN19_11AndRefusesHostNames) {
     EXPECT_EQ(header.fields[4].length, 19);
     EXPECT_EQ(header.fields[4].decimals, 11);
     EXPECT_EQ(featureClass->FindField("FZY_POP"), 6);
-
     for (const char* name : {"FID", "Shape", "FZY_POP"}) {
         EXPECT_EQ(Thrown([&] {
                       featureClass->AddField(host::map::Field(name, kFieldTypeDouble));
@@ -150,7 +149,6 @@ TEST_F(ShapefileTest, aFieldWhoseWriteFailedStaysPendingAndFailsAgain) {
     const std::string whole = testing::ReadBytes(dbf);
     // A table cut short takes no field.
     { std::ofstream(dbf, std::ios::binary | std::ios::trunc) << whole.substr(0, whole.size() - 9); }
-
     EXPECT_THROW(featureClass->WritePendingField(), Error);
     // Not forgotten: asked again, it fails again rather than going on without the field.
     EXPECT_THROW(featureClass->WritePendingField(), Error);

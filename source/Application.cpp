@@ -1,0 +1,92 @@
+#include "source/Application.h"
+
+#include "host/gpkg/GeoPackage.h"
+#include "host/map/DataStatistics.h"
+#include "host/map/Map.h"
+#include "host/shapefile/Application.h"
+#include "host/shapefile/Calculator.h"
+#include "host/shapefile/Shapefile.h"
+
+namespace quorel::source {
+namespace {
+
+// Keeps what the run sets, then hands it to the calculator of the cursor's source when asked to
+// calculate.
+class SourceCalculator final : public host::ICalculator {
+public:
+    explicit SourceCalculator(std::shared_ptr<host::IStatusBar> statusBar)
+        : m_statusBar(std::move(statusBar)) {}
+
+    void SetCursor(std::shared_ptr<host::ICursor> cursor) override { m_cursor = std::move(cursor); }
+    void SetPreExpression(const std::string& script) override { m_preExpression = script; }
+    void SetExpression(const std::string& expression) override { m_expression = expression; }
+    void SetField(const std::string& fieldName) override { m_field = fieldName; }
+
+    void Calculate() override {
+        std::shared_ptr<host::ICalculator> calculator;
+        if (dynamic_cast<host::gpkg::GeoPackageCursor*>(m_cursor.get())) {
+            calculator = std::make_shared<host::gpkg::Calculator>(m_statusBar);
+        } else {
+            calculator = std::make_shared<host::shapefile::Calculator>(m_statusBar);
+        }
+        calculator->SetCursor(m_cursor);
+        calculator->SetPreExpression(m_preExpression);
+        calculator->SetExpression(m_expression);
+        calculator->SetField(m_field);
+        calculator->Calculate();
+    }
+
+private:
+    std::shared_ptr<host::IStatusBar> m_statusBar;
+    std::shared_ptr<host::ICursor> m_cursor;
+    std::string m_preExpression;
+    std::string m_expression;
+    std::string m_field;
+};
+
+} // namespace
+
+std::shared_ptr<host::IFieldEdit> ObjectFactory::NewField() {
+    return std::make_shared<host::map::Field>();
+}
+
+std::shared_ptr<host::ICalculator> ObjectFactory::NewCalculator() {
+    return std::make_shared<SourceCalculator>(m_application.StatusBar());
+}
+
+std::shared_ptr<host::IDataStatistics> ObjectFactory::NewDataStatistics() {
+    return std::make_shared<host::map::DataStatistics>();
+}
+
+std::shared_ptr<host::IWorkspaceFactory> ObjectFactory::NewShapefileWorkspaceFactory() {
+    return std::make_shared<host::shapefile::ShapefileWorkspaceFactory>();
+}
+
+std::shared_ptr<host::IFeatureLayer> ObjectFactory::NewFeatureLayer() {
+    return std::make_shared<host::map::FeatureLayer>();
+}
+
+std::unique_ptr<host::ILayerWriteLock> Application::LockLayerForWriting(const std::string& folder,
+                                                                        const std::string& name) {
+    if (host::gpkg::IsGeoPackagePath(folder)) {
+        return std::make_unique<host::gpkg::GeoPackageWriteLock>(folder, m_writeLockWait);
+    }
+    return host::shapefile::LockShapefileLayer(*this, folder, name, m_writeLockWait);
+}
+
+std::shared_ptr<host::IFeatureLayer> Application::AddShapefileLayer(const std::string& shpPath) {
+    const auto slash = shpPath.find_last_of('/');
+    const std::string folder = slash == std::string::npos ? "." : shpPath.substr(0, slash);
+    std::string name = slash == std::string::npos ? shpPath : shpPath.substr(slash + 1);
+    if (name.size() > 4 && (name.ends_with(".shp") || name.ends_with(".SHP"))) {
+        name.resize(name.size() - 4);
+    }
+    const auto workspace = m_factory.NewShapefileWorkspaceFactory()->OpenFromFile(folder, 0);
+    auto layer = m_factory.NewFeatureLayer();
+    layer->SetFeatureClass(workspace->OpenFeatureClass(name));
+    layer->SetName(layer->FeatureClass()->AliasName());
+    Document()->FocusMap()->AddLayer(layer);
+    return layer;
+}
+
+} // namespace quorel::source
