@@ -13,20 +13,16 @@ using quorel::test::Thrown;
 
 using FzyOpenTest = FzyFixture;
 
-TEST_F(FzyOpenTest, newNameGivesAnEightByteFileAndDropsShp) {
-    std::string name = "PARCELLES.shp";
-    EXPECT_EQ(m_io.fzy_io_open(Folder(), name), 0);
-    EXPECT_EQ(name, "PARCELLES");
-    EXPECT_EQ(m_io.FileStatus(), "New");
-    EXPECT_EQ(ReadBytes(FzyPath()), (Bytes{1, 0, 0, 0, 0, 0, 0, 0}));
-    EXPECT_EQ(m_io.fzy_io_close(), 1);
-}
-
-TEST_F(FzyOpenTest, theExtensionIsDroppedInAnyLetterCase) {
-    std::string name = "PARCELLES.SHP";
-    m_io.fzy_io_open(Folder(), name);
-    EXPECT_EQ(name, "PARCELLES");
-    EXPECT_TRUE(fs::exists(m_folder / "PARCELLES.fzy"));
+TEST_F(FzyOpenTest, newNameGivesAnEightByteFileAndDropsShpInAnyLetterCase) {
+    for (const std::string given : {"PARCELLES.shp", "PARCELLES.SHP"}) {
+        fs::remove(FzyPath());
+        std::string name = given;
+        EXPECT_EQ(m_io.fzy_io_open(Folder(), name), 0);
+        EXPECT_EQ(name, "PARCELLES");
+        EXPECT_EQ(m_io.FileStatus(), "New");
+        EXPECT_EQ(ReadBytes(FzyPath()), (Bytes{1, 0, 0, 0, 0, 0, 0, 0}));
+        EXPECT_EQ(m_io.fzy_io_close(), 1);
+    }
 }
 
 TEST_F(FzyOpenTest, shortFileIsNewAndOnlyItsFirstEightBytesAreRewritten) {
@@ -60,10 +56,31 @@ TEST_F(FzyAppendTest, workedExampleIsByteExact) {
                          3,         4, "/data/abcd", "PARCE", util::ToAutomationDate(m_now),
                          99};
     EXPECT_EQ(Bytes(file.begin() + 23, file.end()), EncodeNumberEntry(expected));
-    EXPECT_EQ(file[23], 0x55);
-    EXPECT_EQ(file[24], 0x00);
-    EXPECT_EQ(file[107], 0x00);
-    EXPECT_EQ(file[106], 0x63);
+    // Length 85, kind 2, the name's length and bytes, and the end mark 99, little-endian.
+    EXPECT_EQ(Bytes(file.begin() + 23, file.begin() + 36),
+              (Bytes{85, 0, 2, 0, 7, 0, 'F', 'Z', 'Y', '_', 'P', 'E', 'N'}));
+    EXPECT_EQ(Int16At(file, 106), 99);
+}
+
+TEST(FzyFormatTest, headerIsLittleEndianAndTextsOneWindows1252BytePerCharacter) {
+    FzyHeader header;
+    header.RecordCount = 0x0102;
+    header.NumberCount = -2;
+    header.DeletedCount = 3;
+    EXPECT_EQ(EncodeHeader(header),
+              (Bytes{1, 0, 2, 1, 0xFE, 0xFF, 3, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
+    ByteWriter writer;
+    writer.WriteText("é€");
+    EXPECT_EQ(writer.Bytes(), (Bytes{2, 0, 0xE9, 0x80}));
+}
+
+TEST(FzyFormatTest, positionsAndTheWalkedEntryCountAreSixteenBit) {
+    Bytes bytes(40000, 0);
+    MemorySource source(bytes);
+    ByteReader reader(source, 32766, true);
+    EXPECT_EQ(Thrown([&] { reader.ReadDouble(); }).Number(), error_number::kOverflow);
+    EXPECT_EQ(EntriesToWalk(3, 4), 7);
+    EXPECT_THROW(EntriesToWalk(30000, 30000), Error);
 }
 
 TEST_F(FzyAppendTest, oldFileAppendsAtItsEnd) {
