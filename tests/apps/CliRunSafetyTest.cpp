@@ -13,13 +13,11 @@
 #include <algorithm>
 #include <chrono>
 #include <csignal>
-#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <map>
 #include <random>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
@@ -128,21 +126,6 @@ std::vector<host::Value> Column(const testing::GdalTable& table, const std::stri
         }
     }
     return {};
-}
-
-TEST_F(CliRunSafetyTest, aLayerAnotherRunHoldsIsRefusedWithNothingChanged) {
-    testing::MakeShapefile(Folder("held"), "p", {{"SLOPE", 'N', 7, 2}}, {{1.0}, {7.5}});
-    const std::string dbf = ReadBytes(Folder("held") + "/p.dbf");
-    // What a run in another process holds while it writes.
-    const int shp = ::open((Folder("held") + "/p.shp").c_str(), O_RDONLY | O_CLOEXEC);
-    ASSERT_EQ(::flock(shp, LOCK_EX), 0);
-    const Outcome outcome = Run("held", With(kTrapezoidOnSlope, "FZY_SLOPE"));
-    ::close(shp);
-    EXPECT_EQ(outcome.status, 1) << outcome.output;
-    EXPECT_NE(outcome.output.find(kLockMessage), std::string::npos) << outcome.output;
-    EXPECT_NE(outcome.output.find("Nothing was changed"), std::string::npos) << outcome.output;
-    EXPECT_EQ(ReadBytes(Folder("held") + "/p.dbf"), dbf);
-    EXPECT_FALSE(fs::exists(Folder("held") + "/p.fzy"));
 }
 
 // Files the user may not write are refused before anything is written, even in a folder where
