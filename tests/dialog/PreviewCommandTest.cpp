@@ -1,7 +1,6 @@
 // quorel preview, run as a program: its counts against the values quorel run writes, its
 // refusals, and its picture.
 
-#include "tests/apps/RunProgram.h"
 #include "tests/dialog/DialogFixture.h"
 
 #include "tools/sample/SampleData.h"
@@ -25,12 +24,6 @@ void PrintTo(const Counts& c, std::ostream* os) {
 
 class PreviewCommandTest : public DialogTest {
 protected:
-    quorel::test::ProgramResult Quorel(const std::vector<std::string>& arguments) {
-        return quorel::test::RunProgram(
-            QUOREL_CLI, arguments, {},
-            {{"XDG_CONFIG_HOME", m_scratch.path().toStdString()}, {"LC_ALL", "C"}});
-    }
-
     // The shapefile of the samples, and one whose values sit on the break points of the
     // cases below, where the script's ramp gives a degree a hair away from 0.
     std::string Shapefile(const std::string& which) {

@@ -154,40 +154,19 @@ TEST_F(DialogTest, labelledFormMapsCaptionTextTooltipAndFont) {
     EXPECT_FALSE(button->font().bold());
 }
 
-} // namespace
-} // namespace quorel::dialog::test
-
-namespace quorel::dialog::test {
-namespace {
-
-struct PictureCase {
-    int id;
-    QSize size;
-};
-
-void PrintTo(const PictureCase& c, std::ostream* os) {
-    *os << "bitmap " << c.id;
-}
-
-class PictureTest : public DialogTest, public ::testing::WithParamInterface<PictureCase> {};
-
-TEST_P(PictureTest, hasItsSizeAndDiffersFromTheOtherKinds) {
-    const QImage picture = LoadResPicture(GetParam().id).toImage();
-    EXPECT_EQ(picture.size(), GetParam().size);
-    const int first = GetParam().id <= 105 ? 101 : 106;
-    for (int other = first; other < first + 5; ++other) {
-        if (other != GetParam().id) {
-            EXPECT_NE(picture, LoadResPicture(other).toImage()) << other;
+// The shape buttons' pictures and the diagrams: each of its size and unlike the others of its set.
+TEST_F(DialogTest, picturesHaveTheirSizesAndDifferFromTheOtherKinds) {
+    for (const auto& [first, size] :
+         {std::pair{101, QSize(60, 60)}, std::pair{106, QSize(280, 187)}}) {
+        for (int id = first; id < first + 5; ++id) {
+            const QImage picture = LoadResPicture(id).toImage();
+            EXPECT_EQ(picture.size(), size) << id;
+            for (int other = id + 1; other < first + 5; ++other) {
+                EXPECT_NE(picture, LoadResPicture(other).toImage()) << id << " and " << other;
+            }
         }
     }
 }
-
-INSTANTIATE_TEST_SUITE_P(Bitmaps, PictureTest,
-                         ::testing::Values(PictureCase{101, {60, 60}}, PictureCase{103, {60, 60}},
-                                           PictureCase{105, {60, 60}}, PictureCase{106, {280, 187}},
-                                           PictureCase{108, {280, 187}},
-                                           PictureCase{110, {280, 187}}),
-                         [](const auto& testInfo) { return std::to_string(testInfo.param.id); });
 
 TEST_F(DialogTest, unknownBitmapIsNullAndTheHiddenFormHoldsTheCommandPicture) {
     EXPECT_TRUE(LoadResPicture(100).isNull());
