@@ -3,6 +3,7 @@
 
 #include "RunProgram.h"
 
+#include "fzy/FzyDump.h"
 #include "fzy/FzyFormat.h"
 #include "tests/host/shapefile/TestShapefiles.h"
 #include "tests/support/Unprivileged.h"
@@ -18,6 +19,7 @@
 #include <iostream>
 #include <map>
 #include <random>
+#include <sstream>
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
@@ -94,23 +96,21 @@ std::vector<std::string> With(std::vector<std::string> options, const std::strin
     return options;
 }
 
-// The live number entries of a metadata file, by output name; throws when it cannot be read.
+// The live number entries of a metadata file, by output name, as the dump shows them; throws
+// when it cannot be read.
 std::vector<std::string> MetadataEntries(const std::string& path) {
     const std::string text = ReadBytes(path);
-    const std::vector<std::uint8_t> bytes(text.begin(), text.end());
-    const fzy::MemorySource source(bytes);
-    const fzy::FzyHeader header = fzy::ReadHeader(source);
+    std::ostringstream dump;
+    fzy::DumpFzy(std::vector<std::uint8_t>(text.begin(), text.end()), dump);
+    std::istringstream lines(dump.str());
     std::vector<std::string> names;
-    std::int64_t position = fzy::kHeaderSize;
-    for (int i = 0; i < fzy::EntriesToWalk(header.RecordCount, header.NumberCount); ++i) {
-        fzy::ByteReader reader(source, position);
-        const fzy::FzyEntryFrame frame = fzy::ReadFrame(reader);
-        if (frame.EntryKind == fzy::kNumberEntryKind) {
-            names.push_back(fzy::ReadNumberBody(reader).FieldName);
-        } else if (frame.EntryKind == fzy::kRecordEntryKind) {
-            fzy::ReadRecordBody(reader);
+    bool live = false;
+    for (std::string line; std::getline(lines, line);) {
+        if (line.starts_with("entry ")) {
+            live = line.ends_with("(number, live)");
+        } else if (live && line.starts_with("  FieldName: \"")) {
+            names.push_back(line.substr(14, line.size() - 15));
         }
-        position += frame.Length;
     }
     return names;
 }

@@ -26,23 +26,18 @@ TEST(CliScriptTest, printsTheScriptWithCrLfAndNothingAfterTheLastLine) {
     EXPECT_EQ(r.err, "");
 }
 
-TEST(CliMembershipTest, printsOneDegreePerValueWithNegativeValuesAfterDashes) {
-    const auto r =
+// Values after dashes (negative ones among them) or on standard input; a division by zero is
+// reported and fails the run at its end.
+TEST(CliMembershipTest, printsOneDegreePerValue) {
+    auto r =
         Quorel({"membership", "--kind", "2", "-a", "-5", "-b", "0", "-c", "5", "--", "-2.5", "1"});
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(r.out, "0.5\n0.80000000000000004\n");
-}
-
-TEST(CliMembershipTest, readsValuesFromStandardInput) {
-    const auto r =
-        Quorel({"membership", "--kind", "5", "-a", "0", "-b", "10", "-c", "20", "-d", "30"},
+    r = Quorel({"membership", "--kind", "5", "-a", "0", "-b", "10", "-c", "20", "-d", "30"},
                "15\n25\r\n30\n31\n");
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(r.out, "1\n0.5\n0\n0\n");
-}
-
-TEST(CliMembershipTest, divisionByZeroIsReportedAndFailsAtTheEnd) {
-    const auto r = Quorel({"membership", "--kind", "3", "-a", "4", "-b", "4", "1", "2"});
+    r = Quorel({"membership", "--kind", "3", "-a", "4", "-b", "4", "1", "2"});
     EXPECT_EQ(r.status, 1);
     EXPECT_NE(r.err.find("Division by zero"), std::string::npos);
 }
