@@ -181,23 +181,6 @@ TEST_F(HostWindowTest, theCommandStandsInItsCategorysToolbarWithItsTextsAndPictu
     EXPECT_TRUE(map->ViewActive());
 }
 
-TEST_F(HostWindowTest, theRootMenuListsItsItemsDisabledByTheirProgIds) {
-    QMenu* menu = nullptr;
-    for (QAction* entry : m_window->menuBar()->actions()) {
-        if (entry->text() == QStringLiteral("Requêtes souples")) {
-            menu = entry->menu();
-        }
-    }
-    ASSERT_NE(menu, nullptr);
-    QStringList items;
-    for (QAction* item : menu->actions()) {
-        EXPECT_FALSE(item->isEnabled());
-        items << item->text();
-    }
-    EXPECT_EQ(items, (QStringList{QStringLiteral("Pravel.clsrequêtesouple"),
-                                  QStringLiteral("Pravel.clsagregationsouple")}));
-}
-
 // The trapezoid (2, 5, 15, 25) the dialog is driven to compute.
 double TrapezoidDegree(double slope) {
     if (slope <= 2 || slope >= 25) {
@@ -257,20 +240,6 @@ TEST_F(HostWindowTest, aCriterionRunShowsInTheLegendTheTableAndWhatIdentifyFinds
         << "SLOPE " << slope.toStdString();
     EXPECT_EQ(found.ValueOf(QStringLiteral("LANDUSE")).isEmpty(), false);
     Screenshot("host_identify");
-}
-
-TEST_F(HostWindowTest, whileEditingTheRunIsRefusedAndNoFieldIsAdded) {
-    m_window->EditingAction()->trigger();
-    EXPECT_TRUE(m_window->IsEditing());
-    EXPECT_EQ(m_window->EditingAction()->text(), QStringLiteral("Arrêter la mise à jour"));
-    const QStringList boxes = ClickCommandAndDrive(RunTrapezoidOnSlope);
-    ASSERT_EQ(boxes.size(), 1);
-    EXPECT_TRUE(boxes.front().startsWith(QStringLiteral("La couche est en cours de mise à jour")))
-        << boxes.front().toStdString();
-    EXPECT_FALSE(TableHeaders().contains(QStringLiteral("FZY_SLOPE")));
-    EXPECT_EQ(m_window->View()->LegendTitle(), QString());
-    m_window->EditingAction()->trigger();
-    EXPECT_FALSE(m_window->IsEditing());
 }
 
 TEST_F(HostWindowTest, contentsFollowLayersAddedRenamedHiddenMadeUnselectableAndRemoved) {
