@@ -98,17 +98,24 @@ TEST_F(FrmBackTest, twoLayersOfOneNameTheLastInTheMapWins) {
     EXPECT_EQ(m_session->state.g_layer_index, 1);
 }
 
-TEST_F(FrmBackTest, addingShapefileListsItAndItsFieldsAndAddsItToTheMap) {
+// Cancelled first, then chosen.
+TEST_F(FrmBackTest, addingShapefileListsItAndItsFieldsAndAddsItToTheMapAndCancellingNothing) {
     const std::string roads = WritePolygons("disk", "roads", {{"WIDTH", {3}}, {"LANES", {2}}});
     std::string title;
     Strings filters;
+    std::optional<std::string> chosen;
     m_session->context.chooseFile = [&](const std::string& t, const Strings& f) {
         title = t;
         filters = f;
-        return std::optional<std::string>(roads);
+        return chosen;
     };
     m_session->state.g_layer_name = "previous";
+    m_session->state.g_shape_name = "older";
     frm_back& dialog = Dialog();
+    Click(*dialog.cmd_open_shape);
+    EXPECT_EQ(dialog.Lst_shapes->count(), 0);
+    EXPECT_EQ(m_session->state.g_shape_name, "");
+    chosen = roads;
     Click(*dialog.cmd_open_shape);
     EXPECT_EQ(title, "Définir le fichier shape contenant la donnée à traiter");
     EXPECT_EQ(filters, (Strings{"Fichiers shape (*.shp)", "Tous les fichiers (*.*)"}));
@@ -119,18 +126,6 @@ TEST_F(FrmBackTest, addingShapefileListsItAndItsFieldsAndAddsItToTheMap) {
     EXPECT_EQ(map->Layer(0)->Name(), "roads");
     EXPECT_EQ(m_session->state.g_shape_folder, Folder("disk"));
     EXPECT_EQ(m_session->state.g_layer_name, "previous");
-    EXPECT_TRUE(m_ui.boxes.empty());
-}
-
-TEST_F(FrmBackTest, cancellingTheOpenDialogAddsNothing) {
-    m_session->context.chooseFile = [](const std::string&, const Strings&) {
-        return std::optional<std::string>();
-    };
-    m_session->state.g_shape_name = "older";
-    frm_back& dialog = Dialog();
-    Click(*dialog.cmd_open_shape);
-    EXPECT_EQ(dialog.Lst_shapes->count(), 0);
-    EXPECT_EQ(m_session->state.g_shape_name, "");
     EXPECT_TRUE(m_ui.boxes.empty());
 }
 
@@ -400,14 +395,6 @@ TEST_F(StatsButtonTest, listsDistinctValuesInOrderAndShowsTheSummary) {
     EXPECT_TRUE(m_ui.boxes.empty());
 }
 
-TEST_F(StatsButtonTest, withoutFieldNothingHappens) {
-    AddLayer(WritePolygons("data", "parcels", {{"V", {1}}}));
-    ClickItem(*Dialog().Lst_shapes, QStringLiteral("parcels"));
-    Dialog().cmdStats_Click();
-    EXPECT_EQ(QApplication::activeModalWidget(), nullptr);
-    EXPECT_TRUE(m_ui.boxes.empty());
-}
-
 TEST_F(StatsButtonTest, fieldWithoutLayerEntryIsReportedAndNoWindowShown) {
     const std::string path = WritePolygons("data", "parcels", {{"V", {1}}});
     m_session->context.chooseFile = [&](const std::string&, const Strings&) {
@@ -446,28 +433,23 @@ TEST_F(FrmBackTest, languageListRelabelsTheDialogAndKeepsOneLeadingBlank) {
     EXPECT_EQ(Dialog().listlang1->currentItem()->text(), QStringLiteral("en"));
 }
 
-TEST_F(FrmBackTest, sortirClosesTheDialogAndKeepsTheChoice) {
-    AddLayer(WritePolygons("data", "parcels", {{"SLOPE", {1}}}));
-    frm_back& dialog = Dialog();
-    ClickItem(*dialog.Lst_shapes, QStringLiteral("parcels"));
-    Click(*dialog.cmd_nf[1]);
-    Click(*dialog.cmd_sortie);
-    EXPECT_FALSE(dialog.isVisible());
-    EXPECT_EQ(m_session->state.g_layer_name, "parcels");
-    EXPECT_EQ(m_session->state.kind, 2);
-}
-
-TEST_F(FrmBackTest, enterInABoxDoesNotRunTheCriterion) {
+// Enter in a box runs nothing; Sortir closes the dialog and keeps the choices.
+TEST_F(FrmBackTest, enterInABoxRunsNothingAndSortirClosesTheDialogKeepingTheChoice) {
     AddLayer(WritePolygons("data", "parcels", {{"SLOPE", {1}}}));
     frm_back& dialog = Dialog();
     ClickItem(*dialog.Lst_shapes, QStringLiteral("parcels"));
     ClickItem(*dialog.Lst_fields, QStringLiteral("SLOPE"));
+    Click(*dialog.cmd_nf[1]);
     dialog.Txt_new_name->setFocus();
     QTest::keyClick(dialog.Txt_new_name, Qt::Key_Return);
     QTest::keyClick(dialog.Txt_new_name, Qt::Key_Enter);
     EXPECT_TRUE(m_ui.boxes.empty());
     EXPECT_EQ(Items(*dialog.Lst_fields), (Strings{"SLOPE"}));
     EXPECT_TRUE(dialog.isVisible());
+    Click(*dialog.cmd_sortie);
+    EXPECT_FALSE(dialog.isVisible());
+    EXPECT_EQ(m_session->state.g_layer_name, "parcels");
+    EXPECT_EQ(m_session->state.kind, 2);
 }
 
 // Controls at the dialog's smallest size and at a large one: none covers another.

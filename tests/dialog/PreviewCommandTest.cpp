@@ -105,18 +105,10 @@ INSTANTIATE_TEST_SUITE_P(
                       {"--kind", "5", "-a", "2", "-b", "5.55", "-c", "15.09", "-d", "23.17"}},
         AgreementCase{
             "samplePopulationSingleton", "sample", "POPULATION", {"--kind", "1", "-a", "0"}},
-        AgreementCase{"sampleAltitudeTriangle",
-                      "sample",
-                      "ALTITUDE",
-                      {"--kind", "2", "-a", "295.6", "-b", "347.3", "-c", "390.9"}},
         AgreementCase{"sampleDistanceFallingRamp",
                       "sample",
                       "DISTANCE",
                       {"--kind", "4", "-a", "658.3", "-b", "1144.8"}},
-        AgreementCase{"edgeTrapezoid",
-                      "edges",
-                      "V",
-                      {"--kind", "5", "-a", "2", "-b", "5", "-c", "15", "-d", "25"}},
         AgreementCase{
             "edgeTriangle", "edges", "V", {"--kind", "2", "-a", "1.1", "-b", "7.3", "-c", "20.2"}},
         AgreementCase{"edgeRisingRamp", "edges", "V", {"--kind", "3", "-a", "0.7", "-b", "9.9"}}),

@@ -6,7 +6,6 @@
 #include "dialog/QtLabelledForm.h"
 #include "dialog/QtListControl.h"
 #include "dialog/QtMessageUi.h"
-#include "dialog/frm_back.h"
 #include "dialog/frm_ress.h"
 
 #include <QApplication>
@@ -154,20 +153,6 @@ TEST_F(DialogTest, labelledFormMapsCaptionTextTooltipAndFont) {
     EXPECT_FALSE(button->font().bold());
 }
 
-// The shape buttons' pictures and the diagrams: each of its size and unlike the others of its set.
-TEST_F(DialogTest, picturesHaveTheirSizesAndDifferFromTheOtherKinds) {
-    for (const auto& [first, size] :
-         {std::pair{101, QSize(60, 60)}, std::pair{106, QSize(280, 187)}}) {
-        for (int id = first; id < first + 5; ++id) {
-            const QImage picture = LoadResPicture(id).toImage();
-            EXPECT_EQ(picture.size(), size) << id;
-            for (int other = id + 1; other < first + 5; ++other) {
-                EXPECT_NE(picture, LoadResPicture(other).toImage()) << id << " and " << other;
-            }
-        }
-    }
-}
-
 TEST_F(DialogTest, unknownBitmapIsNullAndTheHiddenFormHoldsTheCommandPicture) {
     EXPECT_TRUE(LoadResPicture(100).isNull());
     EXPECT_TRUE(LoadResPicture(111).isNull());
@@ -175,19 +160,6 @@ TEST_F(DialogTest, unknownBitmapIsNullAndTheHiddenFormHoldsTheCommandPicture) {
     EXPECT_FALSE(form.isVisible());
     ASSERT_NE(form.Picture2, nullptr);
     EXPECT_EQ(form.Picture2->pixmap().size(), QSize(71, 62));
-}
-
-TEST_F(DialogTest, mainprogShowsTheDialogModallyAndReturnsWhenItCloses) {
-    std::string title;
-    bool modal = false;
-    const auto seen = OnNextModal([&](QWidget& window) {
-        title = window.objectName().toStdString();
-        modal = window.isModal();
-    });
-    Mainprog(m_session->context);
-    EXPECT_TRUE(*seen);
-    EXPECT_EQ(title, "frm_back");
-    EXPECT_TRUE(modal);
 }
 
 } // namespace

@@ -253,13 +253,6 @@ TEST_F(FzyDescriptionTest, showInfoShowsTheTextAndDiscardsTheWindow) {
     EXPECT_EQ(m_window.shown[1], "");
 }
 
-TEST_F(FzyDescriptionTest, readTextReadsWindows1252Bytes) {
-    WriteBytes(FzyPath(), MakeFile(0, 1, 0, {EncodeNumberEntry(MakeNumber("Pente_é"))}));
-    Open();
-    EXPECT_EQ(m_io.fzy_io_readtext(7, 23 + 6), "Pente_é");
-    EXPECT_EQ(m_io.fzy_io_readtext(0, 23), "");
-}
-
 // Damaged files: the dump refuses each, each search that meets the damage reports its step,
 // and nothing is written.
 class FzyDamagedFileTest : public FzyFixture, public testing::WithParamInterface<DamagedFzyFile> {};
