@@ -57,32 +57,21 @@ TEST_F(ShapefileWriteLockTest, aDamagedShapefileIsRefusedBeforeAnythingIsWritten
 
 // What cannot be written in place is refused even when the folder would take a new table; root
 // may write anything, so the lock is asked for by an unprivileged child.
-struct ReadOnlyCase {
-    const char* name;
-    mode_t table;
-    mode_t folder;
-};
-
-class ShapefileReadOnlyTest : public ShapefileWriteLockTest,
-                              public ::testing::WithParamInterface<ReadOnlyCase> {};
-
-TEST_P(ShapefileReadOnlyTest, isRefusedBeforeAnythingIsWritten) {
-    ASSERT_EQ(::chmod(m_dbf.c_str(), GetParam().table), 0);
-    ASSERT_EQ(::chmod(m_folder.Path().c_str(), GetParam().folder), 0);
-    const int status = quorel::test::RunUnprivileged([this] {
-        return test::LockError(*m_app, m_folder.Path(), "parcels") ==
-                       error_number::kHostLayerReadOnly
-                   ? 0
-                   : 1;
-    });
-    ::chmod(m_folder.Path().c_str(), 0700);
-    EXPECT_EQ(status, 0);
+TEST_F(ShapefileWriteLockTest, aReadOnlyTableOrFolderIsRefusedBeforeAnythingIsWritten) {
+    for (const auto& [table, folder] :
+         {std::pair<mode_t, mode_t>{0444, 0777}, std::pair<mode_t, mode_t>{0666, 0555}}) {
+        ASSERT_EQ(::chmod(m_dbf.c_str(), table), 0);
+        ASSERT_EQ(::chmod(m_folder.Path().c_str(), folder), 0);
+        const int status = quorel::test::RunUnprivileged([this] {
+            return test::LockError(*m_app, m_folder.Path(), "parcels") ==
+                           error_number::kHostLayerReadOnly
+                       ? 0
+                       : 1;
+        });
+        ::chmod(m_folder.Path().c_str(), 0700);
+        EXPECT_EQ(status, 0) << std::oct << table << " in " << folder;
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(Permissions, ShapefileReadOnlyTest,
-                         ::testing::Values(ReadOnlyCase{"table", 0444, 0777},
-                                           ReadOnlyCase{"folder", 0666, 0555}),
-                         [](const auto& test) { return std::string(test.param.name); });
 
 TEST_F(ShapefileWriteLockTest, staleTemporariesGoOnlyOnceTheLockIsHeld) {
     const std::string stale = m_dbf + ".quorel-Ab3xZ9";
