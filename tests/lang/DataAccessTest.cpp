@@ -13,7 +13,6 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <sstream>
 
 namespace quorel::lang {
 namespace {
@@ -123,40 +122,30 @@ TEST_F(DataAccessTest, openRsOpensTheDatabaseFromThePathWhenNoneIsSet) {
 }
 
 // The statements that fail on a missing column or table give error 1001 with the same layout on
-// both engines.
-struct BadStatement {
-    bool access;
-    const char* sql;
-};
-
-void PrintTo(const BadStatement& c, std::ostream* os) {
-    *os << (c.access ? "Access " : "SQLite ") << ::testing::PrintToString(c.sql);
-}
-
-class BadStatementTest : public DataAccessTest, public testing::WithParamInterface<BadStatement> {};
-
-TEST_P(BadStatementTest, raisesError1001WithTheStatementAndThePath) {
-    const std::string path = GetParam().access ? kAccessSample : SqliteFile();
-    auto db = Opened(path);
-    for (const std::string& dbPath : {path, std::string()}) {
-        std::unique_ptr<IRecordset> rs;
-        const Error e = Thrown([&] { m_dao.DAO_OpenRs(db, rs, dbPath, GetParam().sql); });
-        EXPECT_EQ(e.Number(), -2147220503);
-        EXPECT_EQ(e.Source(), "DAO_OpenRs");
-        const std::string head = std::string("Error SQL:") + GetParam().sql +
-                                 "\r\non database\r\n" + dbPath + "\r\nError: ";
-        EXPECT_EQ(e.Description().substr(0, head.size()), head);
-        EXPECT_GT(e.Description().size(), head.size()) << "the engine's description is missing";
-        EXPECT_EQ(rs, nullptr);
+// both engines, whether the database is named or only open.
+TEST_F(DataAccessTest, aBadStatementRaisesError1001WithTheStatementAndThePath) {
+    const std::string sqlite = SqliteFile();
+    for (const auto& [access, sql] :
+         {std::pair{false, "SELECT id, de FROM tblText"},
+          std::pair{false, "SELECT id, fr FROM tblNone"},
+          std::pair{true, "SELECT A, Z FROM Table1"}, std::pair{true, "SELECT id, fr FROM tblText"},
+          std::pair{true, "DELETE FROM Table1"}}) {
+        const std::string path = access ? kAccessSample : sqlite;
+        auto db = Opened(path);
+        for (const std::string& dbPath : {path, std::string()}) {
+            SCOPED_TRACE(std::string(sql) + " on " + path);
+            std::unique_ptr<IRecordset> rs;
+            const Error e = Thrown([&] { m_dao.DAO_OpenRs(db, rs, dbPath, sql); });
+            EXPECT_EQ(e.Number(), -2147220503);
+            EXPECT_EQ(e.Source(), "DAO_OpenRs");
+            const std::string head =
+                std::string("Error SQL:") + sql + "\r\non database\r\n" + dbPath + "\r\nError: ";
+            EXPECT_EQ(e.Description().substr(0, head.size()), head);
+            EXPECT_GT(e.Description().size(), head.size()) << "the engine's description is missing";
+            EXPECT_EQ(rs, nullptr);
+        }
     }
 }
-
-INSTANTIATE_TEST_SUITE_P(BothEngines, BadStatementTest,
-                         testing::Values(BadStatement{false, "SELECT id, de FROM tblText"},
-                                         BadStatement{false, "SELECT id, fr FROM tblNone"},
-                                         BadStatement{true, "SELECT A, Z FROM Table1"},
-                                         BadStatement{true, "SELECT id, fr FROM tblText"},
-                                         BadStatement{true, "DELETE FROM Table1"}));
 
 TEST_F(DataAccessTest, maxValueReadsTheHighestValueOrNullOnBothEngines) {
     auto sqlite = Opened(SqliteFile());
