@@ -129,44 +129,33 @@ std::vector<host::Value> Column(const testing::GdalTable& table, const std::stri
 }
 
 // Files the user may not write are refused before anything is written, even in a folder where
-// the run could put new ones.
-struct ReadOnlyCase {
-    const char* name;
-    const char* file;
-    const char* message;
-};
-
-class CliReadOnlyTest : public CliRunSafetyTest,
-                        public ::testing::WithParamInterface<ReadOnlyCase> {};
-
-TEST_P(CliReadOnlyTest, isRefusedAndKeptAsItIs) {
-    testing::MakeShapefile(Folder("ro"), "p", {{"SLOPE", 'N', 7, 2}}, {{1.0}, {7.5}});
-    ASSERT_EQ(Run("ro", With(kTrapezoidOnSlope, "FZY_FIRST")).status, 0);
-    ASSERT_EQ(::chmod(Folder("ro").c_str(), 0777), 0);
-    for (const auto& entry : fs::directory_iterator(Folder("ro"))) {
-        ASSERT_EQ(::chmod(entry.path().c_str(), 0666), 0);
+// the run could put new ones: the table, then the metadata file (the message names its path).
+TEST_F(CliRunSafetyTest, aReadOnlyFileIsRefusedAndKeptAsItIs) {
+    for (const auto& [file, message] : {std::pair{"p.dbf", "cannot be written: it is read-only"},
+                                        std::pair{"p.fzy", "The metadata file "}}) {
+        fs::remove_all(Folder("ro"));
+        testing::MakeShapefile(Folder("ro"), "p", {{"SLOPE", 'N', 7, 2}}, {{1.0}, {7.5}});
+        ASSERT_EQ(Run("ro", With(kTrapezoidOnSlope, "FZY_FIRST")).status, 0);
+        ASSERT_EQ(::chmod(Folder("ro").c_str(), 0777), 0);
+        for (const auto& entry : fs::directory_iterator(Folder("ro"))) {
+            ASSERT_EQ(::chmod(entry.path().c_str(), 0666), 0);
+        }
+        const std::string readOnly = Folder("ro") + "/" + file;
+        ASSERT_EQ(::chmod(readOnly.c_str(), 0444), 0);
+        const std::string dbf = ReadBytes(Folder("ro") + "/p.dbf");
+        const std::string fzy = ReadBytes(Folder("ro") + "/p.fzy");
+        const Outcome outcome = Run("ro", With(kTrapezoidOnSlope, "FZY_SECOND"), true);
+        EXPECT_EQ(outcome.status, 1) << outcome.output;
+        EXPECT_NE(outcome.output.find(message), std::string::npos) << outcome.output;
+        EXPECT_NE(outcome.output.find("Nothing was changed"), std::string::npos) << outcome.output;
+        EXPECT_EQ(ReadBytes(Folder("ro") + "/p.dbf"), dbf);
+        EXPECT_EQ(ReadBytes(Folder("ro") + "/p.fzy"), fzy);
+        struct stat status {};
+        ASSERT_EQ(::stat(readOnly.c_str(), &status), 0);
+        EXPECT_EQ(status.st_uid, ::geteuid());
+        EXPECT_EQ(status.st_mode & 07777, 0444u);
     }
-    const std::string readOnly = Folder("ro") + "/" + GetParam().file;
-    ASSERT_EQ(::chmod(readOnly.c_str(), 0444), 0);
-    const std::string dbf = ReadBytes(Folder("ro") + "/p.dbf");
-    const std::string fzy = ReadBytes(Folder("ro") + "/p.fzy");
-    const Outcome outcome = Run("ro", With(kTrapezoidOnSlope, "FZY_SECOND"), true);
-    EXPECT_EQ(outcome.status, 1) << outcome.output;
-    EXPECT_NE(outcome.output.find(GetParam().message), std::string::npos) << outcome.output;
-    EXPECT_NE(outcome.output.find("Nothing was changed"), std::string::npos) << outcome.output;
-    EXPECT_EQ(ReadBytes(Folder("ro") + "/p.dbf"), dbf);
-    EXPECT_EQ(ReadBytes(Folder("ro") + "/p.fzy"), fzy);
-    struct stat status {};
-    ASSERT_EQ(::stat(readOnly.c_str(), &status), 0);
-    EXPECT_EQ(status.st_uid, ::geteuid());
-    EXPECT_EQ(status.st_mode & 07777, 0444u);
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Files, CliReadOnlyTest,
-    ::testing::Values(ReadOnlyCase{"table", "p.dbf", "cannot be written: it is read-only"},
-                      ReadOnlyCase{"metadata", "p.fzy", "The metadata file " /* then its path */}),
-    [](const auto& test) { return std::string(test.param.name); });
 
 TEST_F(CliRunSafetyTest, twoRunsAtOnceOnOneTableLoseNothing) {
     tools::WriteSampleShapefile(Folder("original") + "/p.shp", 2000);
