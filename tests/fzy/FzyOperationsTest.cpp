@@ -83,18 +83,6 @@ TEST(FzyFormatTest, positionsAndTheWalkedEntryCountAreSixteenBit) {
     EXPECT_THROW(EntriesToWalk(30000, 30000), Error);
 }
 
-TEST_F(FzyAppendTest, oldFileAppendsAtItsEnd) {
-    WriteBytes(FzyPath(), MakeFile(0, 1, 0, {EncodeNumberEntry(MakeNumber("FZY_A"))}));
-    const auto before = fs::file_size(FzyPath());
-    Open();
-    EXPECT_EQ(m_io.FileStatus(), "Old");
-    m_io.fzy_io_writenumber("FZY_B", "FZY_B", 1, 5, 1e14, 1e14, 1e14, "/d", "PARCELLES");
-    m_io.fzy_io_close();
-    const Bytes file = ReadBytes(FzyPath());
-    EXPECT_EQ(Int16At(file, 4), 2);
-    EXPECT_EQ(Int16At(file, before), static_cast<std::int16_t>(file.size() - before));
-}
-
 // The size limit: the cut entry is not counted, and the next append goes behind what it left.
 TEST_F(FzyAppendTest, appendPastTheLimitFailsUncountedAndNextGoesBehindLeftovers) {
     const std::string longFolder(380, 'f');
@@ -150,6 +138,7 @@ TEST_F(FzyAppendTest, noEntryFitsOnceTheCountsAreFull) {
 
 using FzyDescriptionTest = FzyFixture;
 
+// A Windows folder as it is and the later of two entries of one name: the meta command's tests.
 TEST_F(FzyDescriptionTest, numberDescriptionLineByLine) {
     Open();
     m_io.fzy_io_writenumber("FZY_PEN", "FZY_PEN", 3, 2.5, 10, 1e14, 1e14, "/data/sig", "PARCELLES");
@@ -174,28 +163,6 @@ TEST_F(FzyDescriptionTest, decimalMarkIsTheUsers) {
     m_io.SetDecimalMark(',');
     ASSERT_TRUE(m_io.fzy_io_numberinfo("FZY_PEN"));
     EXPECT_EQ(SplitLines(*m_io.InfoText())[1], " Val_a = 2,5");
-}
-
-TEST_F(FzyDescriptionTest, windowsFolderIsShownAsItIs) {
-    NumberEntry entry = MakeNumber("FZY_W", 45356.0);
-    entry.Folder = "C:\\SIG\\data";
-    entry.ShapeName = "PARC";
-    WriteBytes(FzyPath(), MakeFile(0, 1, 0, {EncodeNumberEntry(entry)}));
-    Open();
-    ASSERT_TRUE(m_io.fzy_io_numberinfo("FZY_W"));
-    EXPECT_EQ(SplitLines(*m_io.InfoText())[5], "T152 C:\\SIG\\data\\PARC T156 05/03/2024");
-}
-
-TEST_F(FzyDescriptionTest, laterOfTwoSameNamedEntriesIsShown) {
-    NumberEntry first = MakeNumber("FZY_A");
-    NumberEntry second = MakeNumber("FZY_A");
-    second.A = 42;
-    WriteBytes(FzyPath(), MakeFile(0, 3, 0,
-                                   {EncodeNumberEntry(first), EncodeNumberEntry(MakeNumber("X")),
-                                    EncodeNumberEntry(second)}));
-    Open();
-    ASSERT_TRUE(m_io.fzy_io_numberinfo("FZY_A"));
-    EXPECT_EQ(SplitLines(*m_io.InfoText())[1], " Val_a = 42");
 }
 
 TEST_F(FzyDescriptionTest, recordDescriptionLineByLine) {

@@ -53,18 +53,15 @@ TEST(ApplicationTest, statusBarKeepsPaneTextsAndTellsItsListeners) {
     EXPECT_EQ(progress, (std::vector<double>{0.5, -1}));
 }
 
-TEST(ApplicationTest, documentsHaveAFocusMapAndTheActiveOneIsTheDocument) {
+// (New and opened documents, and focus changes, are the event tests'.)
+TEST(ApplicationTest, theActiveDocumentIsTheDocument) {
     memory::MemoryApplication app;
     const auto first = app.Documents().front();
     const auto second = app.NewDocument();
     EXPECT_EQ(app.Document(), second);
-    auto other = std::make_shared<Map>("Other");
-    second->AddMap(other);
-    second->SetFocusMap(other);
-    EXPECT_EQ(app.Document()->FocusMap()->Name(), "Other");
     app.SetActiveDocument(first);
+    EXPECT_EQ(app.Document(), first);
     EXPECT_EQ(app.Document()->FocusMap()->Name(), "Layers");
-    EXPECT_THROW(second->SetFocusMap(std::make_shared<Map>()), Error);
 }
 
 } // namespace
