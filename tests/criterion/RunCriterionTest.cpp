@@ -19,7 +19,6 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <filesystem>
 #include <fstream>
 
 namespace quorel::criterion {
