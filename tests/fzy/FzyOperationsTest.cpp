@@ -252,13 +252,5 @@ TEST_P(FzyDamagedFileTest, readersReportTheDamageAndWriteNothing) {
 INSTANTIATE_TEST_SUITE_P(Files, FzyDamagedFileTest, testing::ValuesIn(DamagedFzyFiles()),
                          [](const auto& testInfo) { return std::string(testInfo.param.name); });
 
-TEST_F(FzyDescriptionTest, localErrorTextHasNumberTwoBlanksDescriptionLabelAndStep) {
-    WriteBytes(FzyPath(), MakeFile(0, 5, 0, {EncodeNumberEntry(MakeNumber("FZY_A"))}));
-    Open();
-    m_io.fzy_io_numberinfo("FZY_A");
-    ASSERT_EQ(m_ui.boxes.size(), 1u);
-    EXPECT_EQ(m_ui.boxes[0].text, "62  Input past end of file fzy_io_numberinfo Debug=2");
-}
-
 } // namespace
 } // namespace quorel::fzy::test

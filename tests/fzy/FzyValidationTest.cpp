@@ -132,6 +132,7 @@ TEST_F(FzyValidationTest, deletedKindsAreSkippedAndDroppedAndRecordsRecounted) {
     EXPECT_EQ(m_io.RecordCount(), 1);
 }
 
+// The box's text: the number, two blanks, the description, the procedure and the step.
 TEST_F(FzyValidationTest, corruptFileReportsAndWritesNothing) {
     Bytes entry = EncodeNumberEntry(MakeNumber("FZY_GONE"));
     entry[0] = 0; // zero Length

@@ -5,6 +5,7 @@
 #include "apps/quorel-host/MainWindow.h"
 #include "component/hostside/ComponentLoader.h"
 #include "component/registry/ClassRegistry.h"
+#include "criterion/Membership.h"
 #include "tests/support/ScratchFolder.h"
 
 #include <QAbstractButton>
@@ -181,14 +182,6 @@ TEST_F(HostWindowTest, theCommandStandsInItsCategorysToolbarWithItsTextsAndPictu
     EXPECT_TRUE(map->ViewActive());
 }
 
-// The trapezoid (2, 5, 15, 25) the dialog is driven to compute.
-double TrapezoidDegree(double slope) {
-    if (slope <= 2 || slope >= 25) {
-        return 0;
-    }
-    return slope < 5 ? (slope - 2) / 3 : slope <= 15 ? 1 : (25 - slope) / 10;
-}
-
 void Click(QWidget& widget, const QPoint& at) {
     const QPointF global = widget.mapToGlobal(QPointF(at));
     QMouseEvent press(QEvent::MouseButtonPress, QPointF(at), global, Qt::LeftButton, Qt::LeftButton,
@@ -236,7 +229,7 @@ TEST_F(HostWindowTest, aCriterionRunShowsInTheLegendTheTableAndWhatIdentifyFinds
     const QString slope = found.ValueOf(QStringLiteral("SLOPE"));
     ASSERT_FALSE(slope.isEmpty());
     EXPECT_NEAR(found.ValueOf(QStringLiteral("FZY_SLOPE")).toDouble(),
-                TrapezoidDegree(slope.toDouble()), 1e-9)
+                criterion::Membership(5, slope.toDouble(), 2, 5, 15, 25), 1e-9)
         << "SLOPE " << slope.toStdString();
     EXPECT_EQ(found.ValueOf(QStringLiteral("LANDUSE")).isEmpty(), false);
     Screenshot("host_identify");
