@@ -1,6 +1,7 @@
 #include "source/OpenSource.h"
 
 #include "host/gpkg/GeoPackage.h"
+#include "host/postgis/PostGIS.h"
 #include "host/shapefile/Shapefile.h"
 #include "source/Application.h"
 
@@ -59,7 +60,14 @@ bool IsGeoPackageSource(const std::string& source) {
     return host::gpkg::IsGeoPackagePath(source);
 }
 
+bool IsPostgresSource(const std::string& source) {
+    return host::postgis::IsPostgresSource(source);
+}
+
 std::vector<std::string> SourceLayers(const std::string& source) {
+    if (IsPostgresSource(source)) {
+        return host::postgis::LayerNames(source);
+    }
     if (IsGeoPackageSource(source)) {
         return host::gpkg::LayerNames(source);
     }
@@ -68,6 +76,11 @@ std::vector<std::string> SourceLayers(const std::string& source) {
 
 std::shared_ptr<host::IFeatureClass> OpenSourceFeatureClass(const std::string& source,
                                                             const std::string& layer) {
+    if (IsPostgresSource(source)) {
+        const std::string table = ChosenLayer(source, layer, host::postgis::LayerNames(source));
+        return host::postgis::PostgisWorkspaceFactory().OpenFromFile(source, 0)->OpenFeatureClass(
+            table);
+    }
     if (IsGeoPackageSource(source)) {
         const std::string table = ChosenLayer(source, layer, host::gpkg::LayerNames(source));
         return host::gpkg::GeoPackageWorkspaceFactory().OpenFromFile(source, 0)->OpenFeatureClass(
@@ -87,12 +100,11 @@ std::shared_ptr<host::IFeatureClass> OpenSourceFeatureClass(const std::string& s
 
 std::shared_ptr<host::IFeatureLayer> OpenSourceLayer(Application& app, const std::string& source,
                                                      const std::string& layer) {
-    if (IsGeoPackageSource(source)) {
-        const std::string table = ChosenLayer(source, layer, host::gpkg::LayerNames(source));
-        const auto workspace = host::gpkg::GeoPackageWorkspaceFactory().OpenFromFile(source, 0);
+    if (IsPostgresSource(source) || IsGeoPackageSource(source)) {
+        const auto featureClass = OpenSourceFeatureClass(source, layer);
         auto opened = app.Factory().NewFeatureLayer();
-        opened->SetFeatureClass(workspace->OpenFeatureClass(table));
-        opened->SetName(table);
+        opened->SetFeatureClass(featureClass);
+        opened->SetName(featureClass->AliasName());
         app.Document()->FocusMap()->AddLayer(opened);
         return opened;
     }

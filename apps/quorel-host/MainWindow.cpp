@@ -622,14 +622,20 @@ MainWindow::SelectedMarks(const std::shared_ptr<host::IFeatureLayer>& layer,
     if (selection == nullptr || selection->SelectedIds().empty()) {
         return nullptr;
     }
+    // Kept while the selection and the table stay: a redraw need not read the table again.
+    SelectionMarks& kept = m_selectionMarks[layer.get()];
     std::shared_ptr<const TableReader> table;
     try {
-        table = TableOf(*layer);
+        table = kept.table && kept.table->IsCurrent() ? kept.table : TableOf(*layer);
     } catch (const std::exception&) {
         return nullptr; // a layer whose data went away is drawn without its selection
     }
     if (!table) {
         return nullptr;
+    }
+    if (kept.marks && kept.table == table && kept.ids == selection->SelectedIds() &&
+        kept.marks->size() == featureCount) {
+        return kept.marks;
     }
     // The map's features are the table's rows, one for one.
     auto marks = std::make_shared<std::vector<std::uint8_t>>(featureCount, 0);
@@ -638,6 +644,7 @@ MainWindow::SelectedMarks(const std::shared_ptr<host::IFeatureLayer>& layer,
             (*marks)[*row] = 1;
         }
     }
+    kept = {selection->SelectedIds(), table, marks};
     return marks;
 }
 
@@ -823,6 +830,11 @@ void MainWindow::Redraw() {
                              m_toc->IsShown(*it), std::move(selected)});
         }
     }
+    std::erase_if(m_selectionMarks, [&](const auto& entry) {
+        return std::none_of(drawn.begin(), drawn.end(), [&](const DrawnLayer& d) {
+            return d.layer.get() == entry.first && d.selected;
+        });
+    });
     // The geometry of layers gone from the map is let go: a large layer holds much memory.
     std::erase_if(m_geometry, [&](const auto& entry) {
         return std::none_of(drawn.begin(), drawn.end(),

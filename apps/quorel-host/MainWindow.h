@@ -155,6 +155,13 @@ private:
     std::map<std::string, std::shared_ptr<const LayerGeometry>> m_geometry;
     // Field names of each layer's data as last seen, by shapefile path.
     std::map<std::string, std::vector<std::string>> m_knownFields;
+    // The selection's marks of each drawn layer, with what they were made from.
+    struct SelectionMarks {
+        std::vector<std::int64_t> ids;
+        std::shared_ptr<const TableReader> table;
+        std::shared_ptr<const std::vector<std::uint8_t>> marks;
+    };
+    std::map<const host::IFeatureLayer*, SelectionMarks> m_selectionMarks;
     bool m_refreshScheduled = false;
     bool m_selectionUpdateScheduled = false;
 };

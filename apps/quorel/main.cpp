@@ -23,6 +23,7 @@ std::vector<const Subcommand*> AllCommands() {
         &quorel::cli::MembershipCommand(), &quorel::cli::RunCommand(),
         &quorel::cli::FzyCommand(),        &quorel::cli::MetaCommand(),
         &quorel::cli::StatsCommand(),      &quorel::cli::PreviewCommand(),
+        &quorel::cli::AggregateCommand(),  &quorel::cli::QueryCommand(),
         &quorel::cli::RegisterCommand(),
     };
 }

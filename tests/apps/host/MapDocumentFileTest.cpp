@@ -13,9 +13,7 @@
 
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <string>
-#include <unistd.h>
 
 namespace quorel::host_app {
 namespace {
@@ -112,43 +110,24 @@ TEST_F(MapDocumentFileTest, aGeoPackageLayerKeepsItsTable) {
     EXPECT_FALSE(layer->Selectable());
 }
 
-struct BadDocument {
-    const char* name;
-    const char* text;
-    const char* says;
-};
-
-void PrintTo(const BadDocument& c, std::ostream* os) {
-    *os << c.name;
-}
-
-class BadMapDocumentTest : public MapDocumentFileTest,
-                           public ::testing::WithParamInterface<BadDocument> {};
-
-TEST_P(BadMapDocumentTest, isRefusedNamingTheLine) {
-    host::shapefile::Application app;
-    const std::string path = Write(GetParam().text);
-    const Error e = Thrown([&] { LoadMapDocument(app, path); });
-    EXPECT_NE(e.Description().find(GetParam().says), std::string::npos) << e.Description();
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Faults, BadMapDocumentTest,
-    ::testing::Values(
-        BadDocument{"empty", "", "line 0: not a map document"},
-        BadDocument{"otherVersion", "quorel-map\t2\n", "line 1: not a map document"},
-        BadDocument{"layerBeforeMap", "quorel-map\t1\nlayer\ta\tdata/parcels.shp\tselectable\n",
+TEST_F(MapDocumentFileTest, aFaultyDocumentIsRefusedNamingTheLine) {
+    for (const auto& [text, says] :
+         {std::pair{"", "line 0: not a map document"},
+          std::pair{"quorel-map\t2\n", "line 1: not a map document"},
+          std::pair{"quorel-map\t1\nlayer\ta\tdata/parcels.shp\tselectable\n",
                     "line 2: unexpected line"},
-        BadDocument{"missingShapefile",
-                    "quorel-map\t1\nmap\tm\n# note\nlayer\ta\tdata/none.shp\tselectable\n",
+          std::pair{"quorel-map\t1\nmap\tm\n# note\nlayer\ta\tdata/none.shp\tselectable\n",
                     "line 4:"},
-        BadDocument{"missingGeoPackage",
-                    "quorel-map\t1\nmap\tm\nlayer\ta\tdata/none.gpkg\tfixed\tzones\n",
+          std::pair{"quorel-map\t1\nmap\tm\nlayer\ta\tdata/none.gpkg\tfixed\tzones\n",
                     "line 3: File not found"},
-        BadDocument{"groupWithoutEnd", "quorel-map\t1\nmap\tm\ngroup\tg\n",
-                    "a group without its end"},
-        BadDocument{"endWithoutGroup", "quorel-map\t1\nmap\tm\nend\n", "line 3: unexpected"}),
-    [](const auto& test) { return std::string(test.param.name); });
+          std::pair{"quorel-map\t1\nmap\tm\ngroup\tg\n", "a group without its end"},
+          std::pair{"quorel-map\t1\nmap\tm\nend\n", "line 3: unexpected"}}) {
+        host::shapefile::Application app;
+        const std::string path = Write(text);
+        const Error e = Thrown([&] { LoadMapDocument(app, path); });
+        EXPECT_NE(e.Description().find(says), std::string::npos) << e.Description();
+    }
+}
 
 } // namespace
 } // namespace quorel::host_app
