@@ -31,6 +31,15 @@ using FileChooser = std::function<std::optional<std::string>(
 std::optional<std::string> SystemFileChooser(const std::string& title,
                                              const std::vector<std::string>& filters);
 
+// The choice of one layer of a file of several (a GeoPackage's tables): the chosen name, or
+// nullopt when the user cancelled.
+using LayerChooser = std::function<std::optional<std::string>(
+    const std::string& title, const std::vector<std::string>& layers)>;
+
+// A list to pick from in a small modal window.
+std::optional<std::string> SystemLayerChooser(const std::string& title,
+                                              const std::vector<std::string>& layers);
+
 // What the component's windows work with: its state and the services that outlive a window.
 struct DialogContext {
     ComponentState& state;
@@ -39,6 +48,7 @@ struct DialogContext {
     errors::ErrorLog& log;
     fzy::IO_fzyext& fzy;
     FileChooser chooseFile = SystemFileChooser;
+    LayerChooser chooseLayer = SystemLayerChooser;
 };
 
 } // namespace quorel::dialog

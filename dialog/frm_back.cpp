@@ -10,6 +10,7 @@
 #include "dialog/Statistiques.h"
 #include "errors/ErrorLog.h"
 #include "fzy/IO_fzyext.h"
+#include "host/gpkg/GeoPackage.h"
 #include "lang/Module1.h"
 #include "lang/clsResourceMDB.h"
 #include "util/Error.h"
@@ -24,6 +25,7 @@
 #include <QGridLayout>
 #include <QGroupBox>
 #include <QHBoxLayout>
+#include <QInputDialog>
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
@@ -39,7 +41,8 @@ namespace {
 
 constexpr const char* kFormName = "frm_back";
 constexpr const char* kOpenTitle = "Définir le fichier shape contenant la donnée à traiter";
-constexpr const char* kOpenFilter = "Fichiers shape (*.shp)|*.shp|Tous les fichiers (*.*)|*.*";
+constexpr const char* kOpenFilter = "Fichiers shape (*.shp)|*.shp|Tous les fichiers (*.*)|*.*|"
+                                    "GeoPackage (*.gpkg)|*.gpkg";
 
 Error ToError(const std::exception& error, const char* source) {
     if (const auto* own = dynamic_cast<const Error*>(&error)) {
@@ -107,6 +110,19 @@ QFrame* MakeSeparator(QWidget* parent) {
 }
 
 } // namespace
+
+std::optional<std::string> SystemLayerChooser(const std::string& title,
+                                              const std::vector<std::string>& layers) {
+    QStringList items;
+    for (const std::string& layer : layers) {
+        items << QString::fromStdString(layer);
+    }
+    bool chosen = false;
+    const QString item =
+        QInputDialog::getItem(QApplication::activeModalWidget(), QString::fromStdString(title),
+                              QString(), items, 0, false, &chosen);
+    return chosen ? std::optional<std::string>(item.toStdString()) : std::nullopt;
+}
 
 std::optional<std::string> SystemFileChooser(const std::string& title,
                                              const std::vector<std::string>& filters) {
@@ -430,6 +446,16 @@ void frm_back::choose_shapefile() {
         m_context.state.g_shape_name.clear();
         return;
     }
+    // A GeoPackage: the file, and the table the user picks when it has several.
+    if (host::gpkg::IsGeoPackagePath(*chosen)) {
+        const auto layers = host::gpkg::LayerNames(*chosen);
+        const std::optional<std::string> layer = layers.size() == 1
+                                                     ? std::optional<std::string>(layers.front())
+                                                     : m_context.chooseLayer(kOpenTitle, layers);
+        m_context.state.g_shape_folder = layer ? *chosen : std::string();
+        m_context.state.g_shape_name = layer.value_or("");
+        return;
+    }
     // The last four characters go whatever they are: ".shp" in the normal case.
     if (chosen->size() < 4) {
         throw Error(error_number::kInvalidArgument, "choose_shapefile",
@@ -456,7 +482,10 @@ void frm_back::cmd_open_shape_Click() {
         m_shapes->AddItem(state.g_shape_name);
         host::IApplication& app = RequireApp(state, "cmd_open_shape_Click");
         const auto workspace =
-            app.Factory().NewShapefileWorkspaceFactory()->OpenFromFile(state.g_shape_folder, 0);
+            host::gpkg::IsGeoPackagePath(state.g_shape_folder)
+                ? host::gpkg::GeoPackageWorkspaceFactory().OpenFromFile(state.g_shape_folder, 0)
+                : app.Factory().NewShapefileWorkspaceFactory()->OpenFromFile(state.g_shape_folder,
+                                                                             0);
         const auto featureClass = workspace->OpenFeatureClass(state.g_shape_name);
         const auto layer = app.Factory().NewFeatureLayer();
         layer->SetFeatureClass(featureClass);
@@ -624,6 +653,34 @@ void frm_back::cmdStats_Click() {
     }
 }
 
+namespace {
+
+// The chosen layer's records when its source keeps them in its own data (a GeoPackage); a
+// layer that cannot be taken has none.
+std::shared_ptr<host::ICriterionRecords> ChosenLayerRecords(const ComponentState& state,
+                                                            std::string& database) {
+    try {
+        const auto document = state.g_app ? state.g_app->Document() : nullptr;
+        const auto map = document ? document->FocusMap() : nullptr;
+        if (!map || state.g_layer_name.empty() || state.g_layer_index < 0 ||
+            state.g_layer_index >= map->LayerCount()) {
+            return nullptr;
+        }
+        const auto layer =
+            std::dynamic_pointer_cast<host::IFeatureLayer>(map->Layer(state.g_layer_index));
+        const auto featureClass = layer ? layer->FeatureClass() : nullptr;
+        auto records = std::dynamic_pointer_cast<host::ICriterionRecords>(featureClass);
+        if (records) {
+            database = featureClass->Workspace()->PathName();
+        }
+        return records;
+    } catch (const std::exception&) {
+        return nullptr;
+    }
+}
+
+} // namespace
+
 void frm_back::sum_table_Click() {
     std::optional<int> marker;
     try {
@@ -631,6 +688,19 @@ void frm_back::sum_table_Click() {
         ComponentState& state = m_context.state;
         fzy.SetApplication(state.g_app);
         marker = 1;
+        std::string database;
+        if (const auto records = ChosenLayerRecords(state, database)) {
+            // Shown as the metadata file's number entry is.
+            const std::string fieldName = m_fields->List(m_fields->ListIndex());
+            marker = 3;
+            const auto record = records->Record(fieldName);
+            fzy.SetInfoText(record ? fzy::FormatNumberDescription(CurrentTexts(m_context.module1),
+                                                                  util::DecimalSeparator(), *record,
+                                                                  database)
+                                   : Text(153));
+            fzy.fzy_io_showinfo();
+            return;
+        }
         // Only read: no layer chosen, or no metadata file yet, is nothing recorded.
         const bool recorded = !state.g_layer_name.empty() &&
                               fzy.fzy_io_openread(state.g_layer_path, state.g_layer_name);

@@ -7,6 +7,7 @@
 #include "dialog/Pictures.h"
 #include "dialog/PreviewView.h"
 #include "host/shapefile/Application.h"
+#include "tests/host/gpkg/TestGeoPackages.h"
 #include "util/ListControl.h"
 #include "util/StringFunctions.h"
 
@@ -118,7 +119,8 @@ TEST_F(FrmBackTest, addingShapefileListsItAndItsFieldsAndAddsItToTheMapAndCancel
     chosen = roads;
     Click(*dialog.cmd_open_shape);
     EXPECT_EQ(title, "Définir le fichier shape contenant la donnée à traiter");
-    EXPECT_EQ(filters, (Strings{"Fichiers shape (*.shp)", "Tous les fichiers (*.*)"}));
+    EXPECT_EQ(filters, (Strings{"Fichiers shape (*.shp)", "Tous les fichiers (*.*)",
+                                "GeoPackage (*.gpkg)"}));
     EXPECT_EQ(Items(*dialog.Lst_shapes), (Strings{"roads"}));
     EXPECT_EQ(Items(*dialog.Lst_fields), (Strings{"WIDTH", "LANES"}));
     const auto map = m_app->Document()->FocusMap();
@@ -126,6 +128,45 @@ TEST_F(FrmBackTest, addingShapefileListsItAndItsFieldsAndAddsItToTheMapAndCancel
     EXPECT_EQ(map->Layer(0)->Name(), "roads");
     EXPECT_EQ(m_session->state.g_shape_folder, Folder("disk"));
     EXPECT_EQ(m_session->state.g_layer_name, "previous");
+    EXPECT_TRUE(m_ui.boxes.empty());
+}
+
+TEST_F(FrmBackTest, aGeoPackageAsksForItsTableAndShowsItsRecordInTheMetadata) {
+    const std::string path = Folder("disk") + "/two.gpkg";
+    testing::MakeGeoPackage(path,
+                            {{"roads", {"WIDTH"}, {{3.0}}}, {"zones", {"SLOPE"}, {{1.0}, {5.0}}}});
+    m_session->context.chooseFile = [&](const std::string&, const Strings&) {
+        return std::optional<std::string>(path);
+    };
+    Strings offered;
+    m_session->context.chooseLayer = [&](const std::string&, const Strings& layers) {
+        offered = layers;
+        return std::optional<std::string>("zones");
+    };
+    frm_back& dialog = Dialog();
+    Click(*dialog.cmd_open_shape);
+    EXPECT_EQ(offered, (Strings{"roads", "zones"}));
+    EXPECT_EQ(Items(*dialog.Lst_shapes), (Strings{"zones"}));
+    EXPECT_EQ(Items(*dialog.Lst_fields), (Strings{"SLOPE"}));
+    const auto layer =
+        std::dynamic_pointer_cast<host::IFeatureLayer>(m_app->Document()->FocusMap()->Layer(0));
+    ASSERT_TRUE(layer);
+    dynamic_cast<host::ICriterionRecords&>(*layer->FeatureClass())
+        .WriteRecord({"zones", "SLOPE", "SLOPE", 3, 0, 10, 1e14, 1e15, "2026-11-24T15:00:00+01:00",
+                      "10.3.2"});
+    ClickItem(*dialog.Lst_shapes, QStringLiteral("zones"));
+    ClickItem(*dialog.Lst_fields, QStringLiteral("SLOPE"));
+    std::string shown;
+    const auto seen = OnNextModal([&](QWidget& window) {
+        shown = window.findChild<QPlainTextEdit*>()->toPlainText().toStdString();
+    });
+    Click(*dialog.sum_table);
+    ASSERT_TRUE(*seen);
+    EXPECT_EQ(shown.rfind(Text(147) + " SLOPE(", 0), 0u) << shown;
+    EXPECT_NE(shown.find("\n Val_b = 10\n"), std::string::npos) << shown;
+    EXPECT_NE(shown.find(path + "/zones " + Text(156) + " 2026-11-24T15:00:00+01:00"),
+              std::string::npos)
+        << shown;
     EXPECT_TRUE(m_ui.boxes.empty());
 }
 
