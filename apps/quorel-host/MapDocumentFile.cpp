@@ -1,6 +1,7 @@
 #include "apps/quorel-host/MapDocumentFile.h"
 
 #include "host/gpkg/GeoPackage.h"
+#include "host/postgis/PostGIS.h"
 #include "host/shapefile/Shapefile.h"
 #include "source/OpenSource.h"
 #include "util/Error.h"
@@ -54,6 +55,16 @@ void WriteLayers(std::ostream& out, const host::ILayer& layer, const fs::path& f
         std::dynamic_pointer_cast<host::shapefile::ShapefileFeatureClass>(featureClass);
     const auto geoPackage =
         std::dynamic_pointer_cast<host::gpkg::GeoPackageFeatureClass>(featureClass);
+    // A database is named by its connection, written as it was given.
+    if (const auto postgis =
+            std::dynamic_pointer_cast<host::postgis::PostgisFeatureClass>(featureClass)) {
+        CheckName(postgis->Source());
+        CheckName(postgis->AliasName());
+        out << "layer\t" << layer.Name() << '\t' << postgis->Source() << '\t'
+            << (featureLayer->Selectable() ? "selectable" : "fixed") << '\t' << postgis->AliasName()
+            << '\n';
+        return;
+    }
     if (!shapefile && !geoPackage) {
         throw Error(error_number::kTypeMismatch, kSource,
                     "The layer " + layer.Name() + " is neither a shapefile nor a GeoPackage layer");
@@ -179,17 +190,17 @@ private:
         }
     }
 
-    // A table of a file of several layers (a GeoPackage).
+    // A table of a file of several layers (a GeoPackage), or of a database (PostGIS).
     std::shared_ptr<host::IFeatureLayer> OpenTable(const std::string& data,
                                                    const std::string& table) {
         fs::path file(data);
-        if (file.is_relative()) {
+        if (file.is_relative() && !source::IsPostgresSource(data)) {
             file = m_folder / file;
         }
         try {
             auto layer = m_app.Factory().NewFeatureLayer();
-            layer->SetFeatureClass(
-                source::OpenSourceFeatureClass(file.lexically_normal().string(), table));
+            layer->SetFeatureClass(source::OpenSourceFeatureClass(
+                source::IsPostgresSource(data) ? data : file.lexically_normal().string(), table));
             return layer;
         } catch (const Error& e) {
             throw Error(e.Number(), kSource,

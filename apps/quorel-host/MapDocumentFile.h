@@ -7,6 +7,8 @@
 //   map	Layers	focus             a map; "focus" marks the focus map
 //   layer	parcels	parcels.shp	selectable   a shapefile: name, file, flag
 //   layer	zones	data.gpkg	fixed	zones   a GeoPackage's table: name, file, flag, table
+//   layer	roads	PG:"dbname=gis host=db"	selectable	roads   a PostGIS table: name,
+//                                        connection (as given, never made relative), flag, table
 //   group	Zones               a group layer; its layers follow until "end"
 //   end
 //

@@ -1,6 +1,7 @@
 #include "apps/quorel-host/MapLayers.h"
 
 #include "host/gpkg/GeoPackage.h"
+#include "host/postgis/PostGIS.h"
 #include "host/shapefile/Shapefile.h"
 
 namespace quorel::host_app {
@@ -22,6 +23,11 @@ LayerData LayerDataOf(const host::IFeatureLayer& layer) {
     if (const auto geoPackage =
             std::dynamic_pointer_cast<host::gpkg::GeoPackageFeatureClass>(layer.FeatureClass())) {
         return {geoPackage->Path(), geoPackage->Table()};
+    }
+    // GDAL's PostgreSQL driver takes the connection without the quotes a shell needs.
+    if (const auto postgis =
+            std::dynamic_pointer_cast<host::postgis::PostgisFeatureClass>(layer.FeatureClass())) {
+        return {"PG:" + host::postgis::ConnectionInfo(postgis->Source()), postgis->AliasName()};
     }
     return {ShpPathOf(layer), ""};
 }

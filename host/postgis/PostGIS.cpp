@@ -164,7 +164,7 @@ std::vector<std::string> LayerNames(const std::string& source) {
     const Result layers = connection->Exec(
         "SELECT DISTINCT CASE WHEN f_table_schema = ANY (pg_catalog.current_schemas(false)) "
         "THEN f_table_name ELSE f_table_schema || '.' || f_table_name END "
-        "FROM public.geometry_columns ORDER BY 1");
+        "FROM geometry_columns ORDER BY 1");
     std::vector<std::string> names;
     for (int i = 0; i < layers.Rows(); ++i) {
         names.push_back(layers.Text(i, 0));
@@ -197,7 +197,7 @@ std::string PostgisFeatureClass::QualifiedName() const {
 
 std::int32_t PostgisFeatureClass::ShapeType() const {
     const Result type = m_connection->Exec(
-        "SELECT upper(type) FROM public.geometry_columns WHERE f_table_schema = $1 AND "
+        "SELECT upper(type) FROM geometry_columns WHERE f_table_schema = $1 AND "
         "f_table_name = $2 LIMIT 1",
         {m_table.schema, m_table.name});
     const std::string name = type.Rows() > 0 ? type.Text(0, 0) : "";

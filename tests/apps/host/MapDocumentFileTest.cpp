@@ -4,6 +4,7 @@
 #include "host/shapefile/Application.h"
 #include "source/Application.h"
 #include "source/OpenSource.h"
+#include "tests/host/postgis/TestPostgis.h"
 #include "tests/support/ScratchFolder.h"
 #include "util/Error.h"
 
@@ -108,6 +109,26 @@ TEST_F(MapDocumentFileTest, aGeoPackageLayerKeepsItsTable) {
     EXPECT_EQ(layer->FeatureClass()->AliasName(), "zones");
     EXPECT_EQ(layer->FeatureClass()->Workspace()->PathName(), gpkg);
     EXPECT_FALSE(layer->Selectable());
+}
+
+TEST_F(MapDocumentFileTest, aPostgisLayerKeepsItsConnectionAndTable) {
+    const std::string source = testing::MakePostgisTable("roads", {"WIDTH"}, {{1.0}, {2.0}});
+    source::Application app;
+    source::OpenSourceLayer(app, source, "roads")->SetName("main roads");
+    const std::string path = (m_folder / "saved.qmap").string();
+    SaveMapDocument(*std::dynamic_pointer_cast<host::map::MxDocument>(app.Document()), path);
+    const std::string text = test::ReadBytes(path);
+    EXPECT_NE(text.find("layer\tmain roads\t" + source + "\tselectable\troads\n"),
+              std::string::npos)
+        << text;
+
+    source::Application other;
+    const auto read = LoadMapDocument(other, path);
+    const auto layer = std::dynamic_pointer_cast<host::IFeatureLayer>(read->FocusMap()->Layer(0));
+    ASSERT_TRUE(layer);
+    EXPECT_EQ(layer->Name(), "main roads");
+    EXPECT_EQ(layer->FeatureClass()->Workspace()->PathName(), source);
+    EXPECT_EQ(layer->FeatureClass()->AliasName(), "roads");
 }
 
 TEST_F(MapDocumentFileTest, aFaultyDocumentIsRefusedNamingTheLine) {
