@@ -7,12 +7,8 @@
 #include "lang/Module1.h"
 #include "lang/SettingsStore.h"
 
-// The two windows come with the dialogs; a build without them says so when a command is clicked.
-#if __has_include("dialog/FrmAggregation.h") && __has_include("dialog/FrmQuery.h")
 #include "dialog/FrmAggregation.h"
 #include "dialog/FrmQuery.h"
-#define QUOREL_PRAVEL_WINDOWS 1
-#endif
 
 #include <QColor>
 #include <QImage>
@@ -42,7 +38,6 @@ public:
     void ShowWindow(PravelWindow window) override {
         // Each opening reads the language remembered now, as the definition dialog does.
         m_module1.InitLanguage();
-#ifdef QUOREL_PRAVEL_WINDOWS
         if (window == PravelWindow::Aggregation) {
             dialog::FrmAggregation form(m_state, m_texts);
             form.Show();
@@ -50,15 +45,9 @@ public:
             dialog::FrmQuery form(m_state, m_texts);
             form.Show();
         }
-#else
-        (void)window;
-        m_ui.MessageBox(m_texts.ResourceString(kTextWindowMissing), util::MessageIcon::Critical);
-#endif
     }
 
-    com::Picture CommandPicture(PravelWindow window) override {
-        return DrawCommandPicture(window);
-    }
+    com::Picture CommandPicture(PravelWindow window) override { return DrawCommandPicture(window); }
 
 private:
     dialog::QtMessageUi m_ui;

@@ -15,12 +15,11 @@ namespace quorel::component::pravel {
 
 enum class PravelWindow { Aggregation, Query };
 
-// Text ids of the commands' captions and tooltips, and of the windows' absence.
+// Text ids of the commands' captions and tooltips.
 inline constexpr std::int16_t kTextAggregationCaption = 320;
 inline constexpr std::int16_t kTextAggregationTooltip = 321;
 inline constexpr std::int16_t kTextQueryCaption = 322;
 inline constexpr std::int16_t kTextQueryTooltip = 323;
-inline constexpr std::int16_t kTextWindowMissing = 324;
 
 class IPravelServices {
 public:

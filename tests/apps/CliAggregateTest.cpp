@@ -9,6 +9,7 @@
 #include "tools/sample/SampleData.h"
 
 #include <gdal.h>
+#include <gdal_utils.h>
 #include <ogr_api.h>
 
 #include <gtest/gtest.h>
@@ -20,6 +21,7 @@
 #include <fstream>
 #include <iostream>
 #include <random>
+#include <sstream>
 #include <thread>
 
 namespace quorel::cli {
@@ -136,6 +138,53 @@ TEST_F(CliAggregateTest, querySelectsWhatTheStoredAggregationHoldsAndSavesThoseF
                              0),
               0u)
         << meta.out;
+}
+
+TEST_F(CliAggregateTest, aGeoPackageIsQueriedAsItsShapefileButNotYetAggregated) {
+    const std::string shp = MakeCriteria("gpkg", 200);
+    const std::string gpkg = m_scratch.File("gpkg") + "/p.gpkg";
+    GDALAllRegister();
+    {
+        GDALDatasetH source = GDALOpenEx(shp.c_str(), GDAL_OF_VECTOR, nullptr, nullptr, nullptr);
+        ASSERT_NE(source, nullptr);
+        char* options[] = {const_cast<char*>("-f"), const_cast<char*>("GPKG"), nullptr};
+        GDALVectorTranslateOptions* translate = GDALVectorTranslateOptionsNew(options, nullptr);
+        GDALDatasetH made =
+            GDALVectorTranslate(gpkg.c_str(), nullptr, 1, &source, translate, nullptr);
+        GDALVectorTranslateOptionsFree(translate);
+        ASSERT_NE(made, nullptr);
+        GDALClose(made);
+        GDALClose(source);
+    }
+    const std::vector<std::string> combine = {
+        "--fields", "FZY_SLOPE,FZY_POPULA", "--op", "gamma", "--gamma", "0.3", "--alpha", "0.2"};
+    std::vector<std::string> onShapefile = {"query", shp};
+    onShapefile.insert(onShapefile.end(), combine.begin(), combine.end());
+    std::vector<std::string> onGeoPackage = {"query", gpkg, "--layer", "p"};
+    onGeoPackage.insert(onGeoPackage.end(), combine.begin(), combine.end());
+    const auto fromShapefile = Quorel(onShapefile);
+    const auto fromGeoPackage = Quorel(onGeoPackage);
+    ASSERT_EQ(fromShapefile.status, 0) << fromShapefile.err;
+    ASSERT_EQ(fromGeoPackage.status, 0) << fromGeoPackage.err;
+    EXPECT_EQ(fromGeoPackage.err, fromShapefile.err);
+    // The same features: a GeoPackage numbers them from 1, a shapefile from 0.
+    std::istringstream shapefileIds(fromShapefile.out);
+    std::istringstream geoPackageIds(fromGeoPackage.out);
+    long a = 0;
+    long b = 0;
+    int count = 0;
+    while (shapefileIds >> a) {
+        ASSERT_TRUE(geoPackageIds >> b);
+        EXPECT_EQ(b, a + 1);
+        ++count;
+    }
+    EXPECT_GT(count, 0);
+    EXPECT_FALSE(geoPackageIds >> b);
+
+    const auto aggregated =
+        Quorel({"aggregate", gpkg, "--fields", "FZY_SLOPE,FZY_POPULA", "--op", "and"});
+    EXPECT_EQ(aggregated.status, 2);
+    EXPECT_NE(aggregated.err.find("only a shapefile layer"), std::string::npos) << aggregated.err;
 }
 
 struct RefusalCase {
