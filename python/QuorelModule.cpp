@@ -10,9 +10,10 @@
 #include "errors/Component.h"
 #include "fzy/FzyFormat.h"
 #include "host/api/Host.h"
-#include "host/shapefile/Application.h"
 #include "lang/Module1.h"
 #include "lang/StandaloneLanguage.h"
+#include "source/Application.h"
+#include "source/OpenSource.h"
 #include "util/Error.h"
 #include "util/MessageUi.h"
 
@@ -221,17 +222,19 @@ std::optional<std::string> ScriptOf(int kind, const py::object& a, const py::obj
     return criterion::BuildPreExpression(r.kind, field, r.a, r.b, r.c, r.d);
 }
 
-// The source's layer, added to the host's focus map. A shapefile holds one layer, named after
-// the file.
-std::shared_ptr<host::IFeatureLayer> OpenLayer(host::shapefile::Application& app,
-                                               const std::string& source,
+// The source's layer, added to the host's focus map: a shapefile's one layer (named after the
+// file), or a GeoPackage's table (which may be left unnamed when it is the only one).
+std::shared_ptr<host::IFeatureLayer> OpenLayer(source::Application& app, const std::string& source,
                                                const std::optional<std::string>& layerName) {
-    auto layer = app.AddShapefileLayer(source);
-    if (layerName && *layerName != layer->Name()) {
+    try {
+        return source::OpenSourceLayer(app, source, layerName.value_or(""));
+    } catch (const source::LayerChoiceError& error) {
+        if (error.Asked().empty()) {
+            throw PythonError{g_error, error.Description()};
+        }
         throw PythonError{g_error, Message(kTextNoSuchLayer, "no layer '%1' in %2 (layers: %3)",
-                                           {*layerName, source, layer->Name()})};
+                                           {error.Asked(), source, error.LayerList()})};
     }
-    return layer;
 }
 
 std::string Run(const std::string& source, const std::string& field, int kind, const py::object& a,
@@ -251,7 +254,7 @@ std::string Run(const std::string& source, const std::string& field, int kind, c
     request.outName = out;
     const util::ITextSource& texts = Texts();
 
-    auto app = std::make_shared<host::shapefile::Application>();
+    auto app = std::make_shared<source::Application>();
     // A progress callable that raises stops the run: the exception is kept to be raised again.
     std::optional<py::error_already_set> progressFailure;
     if (!progress.is_none()) {
@@ -300,7 +303,7 @@ std::string Run(const std::string& source, const std::string& field, int kind, c
 
 py::object Stats(const std::string& source, const std::string& field,
                  const std::optional<std::string>& layerName) {
-    auto app = std::make_shared<host::shapefile::Application>();
+    auto app = std::make_shared<source::Application>();
     try {
         const auto layer = OpenLayer(*app, source, layerName);
         std::vector<double> distinct;
@@ -338,52 +341,79 @@ py::object Stats(const std::string& source, const std::string& field,
     }
 }
 
-// An entry's fields under their names in the file; dates as datetime.
-py::dict EntryDict(const char* entry, const std::vector<fzy::FzyFieldRead>& fields,
-                   const std::vector<std::string>& texts) {
+py::object DateTime(double automationDate) {
     static const py::object epoch = py::module_::import("datetime").attr("datetime")(1899, 12, 30);
     static const py::object days = py::module_::import("datetime").attr("timedelta");
+    return epoch + days(automationDate);
+}
+
+// The dict key of an entry's field: the number entry's under the names every source's record
+// shares, the record entry's others lower-cased.
+std::string KeyOf(const std::string& name) {
+    static const std::pair<const char*, const char*> shared[] = {
+        {"FieldName", "field"}, {"AliasName", "alias"}, {"NumberKind", "kind"},
+        {"ShapeName", "layer"}, {"Created", "created"},
+    };
+    for (const auto& [file, key] : shared) {
+        if (name == file) {
+            return key;
+        }
+    }
+    std::string key = name;
+    std::transform(key.begin(), key.end(), key.begin(),
+                   [](unsigned char ch) { return static_cast<char>(std::tolower(ch)); });
+    return key;
+}
+
+// An entry of the metadata file as a dict; its end mark is the format's, not the record's.
+py::dict EntryDict(const char* entry, const std::vector<fzy::FzyFieldRead>& fields,
+                   const std::vector<std::string>& texts) {
     py::dict dict;
-    dict["Entry"] = entry;
+    dict["entry"] = entry;
     std::size_t text = 0;
     for (const fzy::FzyFieldRead& field : fields) {
+        const std::string key = KeyOf(field.name);
         switch (field.type) {
         case fzy::FzyFieldType::Text:
-            dict[field.name] = texts[text++];
+            dict[key.c_str()] = texts[text++];
             break;
         case fzy::FzyFieldType::Int16:
-            dict[field.name] = static_cast<int>(field.number);
+            if (key != "endmark") {
+                dict[key.c_str()] = static_cast<int>(field.number);
+            }
             break;
         case fzy::FzyFieldType::Double:
-            dict[field.name] = field.number;
+            dict[key.c_str()] = field.number;
             break;
         case fzy::FzyFieldType::Date:
-            dict[field.name] = epoch + days(field.number);
+            dict[key.c_str()] = DateTime(field.number);
             break;
         }
     }
     return dict;
 }
 
-// What the metadata window shows for a field: the last live number entry of that output field,
-// else its live record entry; None when the file records neither (or there is no file).
-py::object Meta(const std::string& source, const std::string& field,
-                const std::optional<std::string>& layerName) {
-    fs::path path(source);
-    std::string base = path.filename().string();
-    if (base.size() > 4) {
-        std::string extension = base.substr(base.size() - 4);
-        std::transform(extension.begin(), extension.end(), extension.begin(),
-                       [](unsigned char ch) { return static_cast<char>(std::tolower(ch)); });
-        if (extension == ".shp") {
-            base.resize(base.size() - 4);
-        }
-    }
-    if (layerName && *layerName != base) {
-        throw PythonError{g_error, Message(kTextNoSuchLayer, "no layer '%1' in %2 (layers: %3)",
-                                           {*layerName, source, base})};
-    }
-    std::ifstream file(path.parent_path() / (base + ".fzy"), std::ios::binary);
+// A database's record of a column, under the same keys.
+py::dict RecordDict(const host::CriterionRecord& record) {
+    py::dict dict;
+    dict["entry"] = "number";
+    dict["field"] = record.column;
+    dict["kind"] = record.kind;
+    dict["a"] = record.a;
+    dict["b"] = record.b;
+    dict["c"] = record.c;
+    dict["d"] = record.d;
+    dict["layer"] = record.table;
+    dict["source_field"] = record.sourceField;
+    dict["created"] =
+        py::module_::import("datetime").attr("datetime").attr("fromisoformat")(record.created);
+    dict["version"] = record.version;
+    return dict;
+}
+
+// The metadata file's last live number entry of that output field, else its live record entry.
+py::object ShapefileMeta(const fs::path& fzyPath, const std::string& field) {
+    std::ifstream file(fzyPath, std::ios::binary);
     if (!file) {
         return py::none();
     }
@@ -392,39 +422,59 @@ py::object Meta(const std::string& source, const std::string& field,
     if (static_cast<std::int64_t>(bytes.size()) < fzy::kSmallestOldFile) {
         return py::none();
     }
-    try {
-        const fzy::MemorySource memory(bytes);
-        const fzy::FzyHeader header = fzy::ReadHeader(memory);
-        const std::int16_t total = fzy::EntriesToWalk(header.RecordCount, header.NumberCount);
-        py::object number = py::none();
-        py::object record = py::none();
-        std::int64_t position = fzy::kHeaderSize;
-        for (std::int16_t i = 0; i < total; ++i) {
-            fzy::ByteReader reader(memory, position);
-            const fzy::FzyEntryFrame frame = fzy::ReadFrame(reader);
-            std::vector<fzy::FzyFieldRead> fields;
-            std::vector<std::string> texts;
-            const auto keep = [&](const fzy::FzyFieldRead& read) {
-                if (!read.lengthOnly) {
-                    fields.push_back(read);
-                    if (read.type == fzy::FzyFieldType::Text) {
-                        texts.push_back(*read.text);
-                    }
-                }
-                return true;
-            };
-            if (frame.EntryKind == fzy::kNumberEntryKind) {
-                if (fzy::SameStoredName(field, fzy::ReadNumberBody(reader, keep).FieldName)) {
-                    number = EntryDict("number", fields, texts);
-                }
-            } else if (frame.EntryKind == fzy::kRecordEntryKind && record.is_none()) {
-                if (fzy::SameStoredName(field, fzy::ReadRecordBody(reader, keep).FieldName)) {
-                    record = EntryDict("record", fields, texts);
+    const fzy::MemorySource memory(bytes);
+    const fzy::FzyHeader header = fzy::ReadHeader(memory);
+    const std::int16_t total = fzy::EntriesToWalk(header.RecordCount, header.NumberCount);
+    py::object number = py::none();
+    py::object record = py::none();
+    std::int64_t position = fzy::kHeaderSize;
+    for (std::int16_t i = 0; i < total; ++i) {
+        fzy::ByteReader reader(memory, position);
+        const fzy::FzyEntryFrame frame = fzy::ReadFrame(reader);
+        std::vector<fzy::FzyFieldRead> fields;
+        std::vector<std::string> texts;
+        const auto keep = [&](const fzy::FzyFieldRead& read) {
+            if (!read.lengthOnly) {
+                fields.push_back(read);
+                if (read.type == fzy::FzyFieldType::Text) {
+                    texts.push_back(*read.text);
                 }
             }
-            position += frame.Length;
+            return true;
+        };
+        if (frame.EntryKind == fzy::kNumberEntryKind) {
+            if (fzy::SameStoredName(field, fzy::ReadNumberBody(reader, keep).FieldName)) {
+                number = EntryDict("number", fields, texts);
+            }
+        } else if (frame.EntryKind == fzy::kRecordEntryKind && record.is_none()) {
+            if (fzy::SameStoredName(field, fzy::ReadRecordBody(reader, keep).FieldName)) {
+                record = EntryDict("record", fields, texts);
+            }
         }
-        return number.is_none() ? record : number;
+        position += frame.Length;
+    }
+    return number.is_none() ? record : number;
+}
+
+// What the metadata window shows for a field; None when nothing is recorded. Only reads.
+py::object Meta(const std::string& source, const std::string& field,
+                const std::optional<std::string>& layerName) {
+    try {
+        if (source::IsGeoPackageSource(source)) {
+            source::Application app;
+            const auto layer = OpenLayer(app, source, layerName);
+            const auto records =
+                std::dynamic_pointer_cast<host::ICriterionRecords>(layer->FeatureClass());
+            const auto record = records ? records->Record(field) : std::nullopt;
+            return record ? py::object(RecordDict(*record)) : py::none();
+        }
+        // A shapefile's one layer is known from its name: the data need not be opened.
+        const std::string base = source::SourceLayers(source).front();
+        if (layerName && *layerName != base) {
+            throw PythonError{g_error, Message(kTextNoSuchLayer, "no layer '%1' in %2 (layers: %3)",
+                                               {*layerName, source, base})};
+        }
+        return ShapefileMeta(fs::path(source).parent_path() / (base + ".fzy"), field);
     } catch (const Error& error) {
         throw FromError(error);
     }
@@ -502,17 +552,20 @@ None for kind 0, which has no script. Raises RefusedError for parameters out of 
           py::arg("out") = py::none(), py::arg("progress") = py::none(),
           R"(Computes a criterion on a layer in place, as "quorel run" does.
 
-Adds a double field to the table of source (a shapefile) and fills it with each feature's
-degree of field, then records the criterion in the metadata file (NAME.fzy) beside it. The
-table is replaced whole, safely; runs on one source take turns.
+Adds a double field to the layer's table and fills it with each feature's degree of field,
+then records the criterion: in the metadata file (NAME.fzy) beside a shapefile, in a
+GeoPackage's metadata tables. A shapefile's table is replaced whole, safely; a GeoPackage's run
+is one transaction. Runs on one source take turns.
 
-source:   the path of a shapefile (.shp).
+source:   a shapefile (.shp) or a GeoPackage (.gpkg).
 field:    the numeric field to classify.
 kind:     0 to 5; a, b, c, d: the break points (see the module's help).
-layer:    the layer of the source; a shapefile's one layer is named after the file.
+layer:    the layer of the source: a GeoPackage's table (needed when it has several); a
+          shapefile's one layer is named after the file.
 out:      the output field's name; by default "FZY_" and field, cut and numbered to fit.
 progress: called with the fraction done (0 to 1) while the table is written. If it raises,
-          the run stops: the field stays added with Null values and the exception is raised.
+          the run stops and the exception is raised again: a shapefile keeps the field, Null,
+          a GeoPackage is left as it was; no criterion is recorded.
 
 Returns the name of the field added. Raises RefusedError when a check refused the run before
 anything changed, Error on a reported failure (the command line's messages).)");
@@ -527,12 +580,12 @@ Raises Error for a missing source or field.)");
 
     m.def("meta", &Meta, py::arg("source"), py::arg("field"), py::kw_only(),
           py::arg("layer") = py::none(),
-          R"(What the metadata file records about an output field, as "quorel meta" shows it.
+          R"(What is recorded about an output field, as "quorel meta" shows it; only read.
 
-Returns the last criterion (number entry) recorded for field, else its record entry, as a dict
-of the entry's fields under their names in the file ("Entry": "number" or "record",
-"FieldName", "NumberKind", "A" to "D", "Folder", "ShapeName", "Created" as a datetime...);
-None when nothing is recorded. The metadata file is only read.)");
+Returns None when nothing is recorded, else a dict: entry ("number" for a criterion), field,
+kind, a, b, c, d, layer and created (a datetime); a shapefile's metadata file (.fzy) adds
+alias and folder, a GeoPackage's tables source_field and version. A record entry of the
+metadata file (entry "record") has the entry's own fields, lower-cased.)");
 
     m.def("set_language", &SetLanguage, py::arg("code"),
           R"(Switches the messages to another language of the text database ("fr", "en"),

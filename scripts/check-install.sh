@@ -33,6 +33,25 @@ registered=$("$p/bin/quorel" register)
 grep -qF "$p/lib/quorel/Quorel.so" <<<"$registered" && grep -qF "$p/lib/quorel/Pravel.so" <<<"$registered" ||
     { echo "check-install: quorel register does not enter the installed components" >&2; exit 1; }
 "$p/bin/quorel" register --unregister >/dev/null
+# The Python module and the QGIS plugin, when built: the module imports from the installed tree
+# with the system Python and reads the installed texts.
+if compgen -G "$p/lib/python3/dist-packages/quorel.*.so" >/dev/null; then
+    [[ -f "$p/share/quorel/qgis/quorel_processing/metadata.txt" &&
+       -f "$p/share/quorel/qgis/quorel_processing/texts.tsv" ]] ||
+        { echo "check-install: the QGIS plugin is not installed" >&2; exit 1; }
+    python_out=$(PYTHONPATH="$p/lib/python3/dist-packages" /usr/bin/python3 -c '
+import numpy, quorel
+quorel.set_language("en")
+print(quorel.membership(2, 0, 10, 20, values=numpy.array([5.0, 15.0])).tolist())
+try:
+    quorel.script(3, 5, 2, None, None, "X")
+except quorel.RefusedError as refusal:
+    print(refusal)') ||
+        { echo "check-install: the installed Python module does not import" >&2; exit 1; }
+    [[ "$python_out" == "[0.5, 0.5]"*"The parameters"* ]] ||
+        { echo "check-install: unexpected output of the installed module:" >&2
+          echo "$python_out" >&2; exit 1; }
+fi
 if command -v man >/dev/null; then
     ! man --warnings -l "$p/share/man/man1/quorel.1" 2>&1 >/dev/null | grep . ||
         { echo "check-install: the manual page has errors" >&2; exit 1; }

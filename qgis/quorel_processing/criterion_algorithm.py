@@ -1,6 +1,7 @@
 """The algorithm quorel:criterion, "Critère flou" / "Fuzzy criterion": the criterion run of the
 quorel command line on a polygon layer's own source, through the Python module, in place."""
 
+import html
 import os
 
 import quorel
@@ -33,12 +34,18 @@ class _Stopped(Exception):
     """Raised from the progress callback when the user cancels."""
 
 
-def source_path(layer):
-    """The file of the layer's data, when Quorel can run on it; None otherwise."""
+def layer_source(layer):
+    """The file of the layer's data and its layer in it (None for a shapefile's one layer), when
+    Quorel can run on it (a shapefile or a GeoPackage); None otherwise."""
     if layer.providerType() != "ogr":
         return None
-    path = QgsProviderRegistry.instance().decodeUri("ogr", layer.source()).get("path", "")
-    return path if path.lower().endswith(".shp") else None
+    parts = QgsProviderRegistry.instance().decodeUri("ogr", layer.source())
+    path = parts.get("path", "")
+    if path.lower().endswith(".shp"):
+        return path, None
+    if path.lower().endswith(".gpkg"):
+        return path, parts.get("layerName") or None
+    return None
 
 
 class CriterionAlgorithm(QgsProcessingAlgorithm):
@@ -56,7 +63,7 @@ class CriterionAlgorithm(QgsProcessingAlgorithm):
         return text(ALGORITHM)
 
     def shortHelpString(self):  # noqa: N802
-        return text(HELP)
+        return html.escape(text(HELP))  # shown as HTML: "a <= b" is no tag
 
     def initAlgorithm(self, config=None):  # noqa: N802
         self.addParameter(QgsProcessingParameterVectorLayer(
@@ -76,9 +83,10 @@ class CriterionAlgorithm(QgsProcessingAlgorithm):
 
     def processAlgorithm(self, parameters, context, feedback):  # noqa: N802
         layer = self.parameterAsVectorLayer(parameters, "INPUT", context)
-        path = source_path(layer)
-        if path is None:
+        source = layer_source(layer)
+        if source is None:
             raise QgsProcessingException(text(NOT_A_FILE, layer.source()))
+        path, layer_name = source
         if layer.isEditable():
             raise QgsProcessingException(text(EDITING))
         field = self.parameterAsFields(parameters, "FIELD", context)[0]
@@ -95,7 +103,8 @@ class CriterionAlgorithm(QgsProcessingAlgorithm):
 
         quorel.set_language(language())
         try:
-            added = quorel.run(path, field, kind, *points, out=out, progress=progress)
+            added = quorel.run(path, field, kind, *points, layer=layer_name, out=out,
+                               progress=progress)
         except _Stopped:
             raise QgsProcessingException(text(STOPPED)) from None
         except quorel.Error as error:
@@ -110,8 +119,9 @@ class CriterionAlgorithm(QgsProcessingAlgorithm):
         if self._path is not None:
             for store in (QgsProject.instance(), context.temporaryLayerStore()):
                 for layer in store.mapLayers().values():
-                    path = source_path(layer)
-                    if path and os.path.exists(path) and os.path.samefile(path, self._path):
+                    source = layer_source(layer)
+                    if source and os.path.exists(source[0]) and \
+                            os.path.samefile(source[0], self._path):
                         layer.dataProvider().reloadData()
                         layer.updateFields()
                         layer.triggerRepaint()

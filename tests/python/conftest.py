@@ -20,6 +20,16 @@ def parcels(tmp_path):
     return str(tmp_path / "parcels.shp")
 
 
+@pytest.fixture
+def geopackage(parcels):
+    """The sample as a GeoPackage, its one table named "parcels"."""
+    from osgeo import gdal
+
+    path = parcels.replace(".shp", ".gpkg")
+    gdal.VectorTranslate(path, parcels, format="GPKG")
+    return path
+
+
 def cli(*args, check=True, text=True):
     """Runs the command line; returns its completed process."""
     done = subprocess.run([CLI, *args], capture_output=True, text=text)

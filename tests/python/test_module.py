@@ -62,49 +62,53 @@ def test_refusal_and_division_by_zero_are_the_scripts():
         "--field", "SLOPE", text=False).stdout
 
 
-def read_fields(shapefile, *names):
-    source = ogr.Open(shapefile)  # kept: its layer dies with it
+def read_fields(path, *names):
+    source = ogr.Open(path)  # kept: its layer dies with it
     rows = [[f.GetField(n) for n in names] for f in source.GetLayer()]
     return np.array(rows, dtype=float)
 
 
-def test_a_run_writes_the_degrees_and_records_them(parcels):
+@pytest.mark.parametrize("source", ["parcels", "geopackage"])
+def test_a_run_writes_the_degrees_and_records_them(source, request):
+    path = request.getfixturevalue(source)
     fractions = []
-    added = quorel.run(parcels, "SLOPE", 5, 2, 5, 15, 25, progress=fractions.append)
+    added = quorel.run(path, "SLOPE", 5, 2, 5, 15, 25, progress=fractions.append)
 
     assert added == "FZY_SLOPE"
-    slope, written = read_fields(parcels, "SLOPE", "FZY_SLOPE").T
+    slope, written = read_fields(path, "SLOPE", "FZY_SLOPE").T
     assert np.isnan(slope).any()
-    # The table keeps 11 decimals.
+    # A shapefile's table keeps 11 decimals, a GeoPackage the double.
     np.testing.assert_allclose(written, quorel.membership(5, 2, 5, 15, 25, values=slope),
                                rtol=0, atol=5e-12, equal_nan=True)
     assert fractions and fractions[-1] == 1.0
-    record = quorel.meta(parcels, "FZY_SLOPE")
-    assert (record["NumberKind"], record["A"], record["D"]) == (5, 2.0, 25.0)
-    assert quorel.meta(parcels, "SLOPE") is None
-    stats = quorel.stats(parcels, "FZY_SLOPE")
+    record = quorel.meta(path, "FZY_SLOPE")
+    assert (record["kind"], record["a"], record["d"], record["layer"]) == (5, 2.0, 25.0, "parcels")
+    assert quorel.meta(path, "SLOPE") is None
+    stats = quorel.stats(path, "FZY_SLOPE", layer="parcels")
     assert stats["count"] == np.count_nonzero(~np.isnan(written))
     assert stats["maximum"] == 1.0
-    # A second run numbers nothing: the name given is taken as is, and refused by the table.
+    # The name given is taken as is, and refused by the table.
     with pytest.raises(quorel.Error):
-        quorel.run(parcels, "SLOPE", 3, 0, 10, out="FZY_SLOPE")
+        quorel.run(path, "SLOPE", 3, 0, 10, out="FZY_SLOPE")
 
 
-def test_refused_and_failed_runs_change_nothing_recorded(parcels):
+@pytest.mark.parametrize("source,field_kept", [("parcels", True), ("geopackage", False)])
+def test_refused_and_failed_runs_change_nothing_recorded(source, field_kept, request):
+    path = request.getfixturevalue(source)
     with pytest.raises(quorel.RefusedError, match="NOPE"):
-        quorel.run(parcels, "NOPE", 3, 0, 10)
+        quorel.run(path, "NOPE", 3, 0, 10)
     with pytest.raises(quorel.RefusedError):
-        quorel.run(parcels, "SLOPE", 3, 10, 0)
+        quorel.run(path, "SLOPE", 3, 10, 0)
     with pytest.raises(quorel.Error, match="nothere"):
-        quorel.run(parcels.replace("parcels", "nothere"), "SLOPE", 3, 0, 10)
+        quorel.run(path.replace("parcels.", "nothere."), "SLOPE", 3, 0, 10)
     with pytest.raises(quorel.Error, match="other"):
-        quorel.run(parcels, "SLOPE", 3, 0, 10, layer="other")
+        quorel.run(path, "SLOPE", 3, 0, 10, layer="other")
 
     def stop(_fraction):
         raise KeyboardInterrupt
 
     with pytest.raises(KeyboardInterrupt):
-        quorel.run(parcels, "SLOPE", 3, 0, 10, progress=stop)
-    assert quorel.meta(parcels, "FZY_SLOPE") is None
-    source = ogr.Open(parcels)
-    assert source.GetLayer().GetLayerDefn().GetFieldIndex("FZY_SLOPE") >= 0
+        quorel.run(path, "SLOPE", 3, 0, 10, out="CUT", progress=stop)
+    assert quorel.meta(path, "CUT") is None
+    source = ogr.Open(path)
+    assert (source.GetLayer().GetLayerDefn().GetFieldIndex("CUT") >= 0) == field_kept

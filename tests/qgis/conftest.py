@@ -20,6 +20,16 @@ def parcels(tmp_path):
     return str(tmp_path / "parcels.shp")
 
 
+@pytest.fixture
+def geopackage(parcels):
+    """The sample as a GeoPackage, its one table named "parcels"."""
+    from osgeo import gdal
+
+    path = parcels.replace(".shp", ".gpkg")
+    gdal.VectorTranslate(path, parcels, format="GPKG")
+    return path
+
+
 def assert_degrees_written(shapefile, field):
     """The field holds the trapezoid's degrees of SLOPE, as the table keeps them."""
     import quorel
@@ -29,4 +39,4 @@ def assert_degrees_written(shapefile, field):
                                for f in source.GetLayer()], dtype=float).T
     expected = quorel.membership(5, 2, 5, 15, 25, values=slope)
     np.testing.assert_allclose(written, expected, rtol=0, atol=5e-12, equal_nan=True)
-    assert quorel.meta(shapefile, field)["NumberKind"] == 5
+    assert quorel.meta(shapefile, field)["kind"] == 5

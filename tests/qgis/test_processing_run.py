@@ -36,14 +36,21 @@ class Cancelling(QgsProcessingFeedback):
         self.cancel()
 
 
-def test_processing_run_adds_the_field_the_layer_shows(processing, parcels):
+@pytest.mark.parametrize("source,layer", [("parcels", ""), ("geopackage", "|layername=parcels")])
+def test_processing_run_adds_the_field_the_layer_shows(processing, source, layer, request):
+    path = request.getfixturevalue(source)
+    loaded = QgsVectorLayer(path + layer, "parcels", "ogr")
+    QgsProject.instance().addMapLayer(loaded)
+    result = processing.run("quorel:criterion", {"INPUT": loaded, "FIELD": "SLOPE", **CRITERION})
+    assert result["OUTPUT_FIELD"] == "FZY_SLOPE"
+    assert loaded.fields().indexOf("FZY_SLOPE") >= 0
+    assert_degrees_written(path, "FZY_SLOPE")
+    QgsProject.instance().removeAllMapLayers()
+
+
+def test_refusals_and_cancel_are_processing_errors(processing, parcels):
     layer = QgsVectorLayer(parcels, "parcels", "ogr")
     QgsProject.instance().addMapLayer(layer)
-    result = processing.run("quorel:criterion", {"INPUT": layer, "FIELD": "SLOPE", **CRITERION})
-    assert result["OUTPUT_FIELD"] == "FZY_SLOPE"
-    assert layer.fields().indexOf("FZY_SLOPE") >= 0
-    assert_degrees_written(parcels, "FZY_SLOPE")
-
     # Refusals and a cancel come back as Processing errors with Quorel's messages.
     with pytest.raises(QgsProcessingException, match="1E\\+15"):
         processing.run("quorel:criterion", {"INPUT": layer, "FIELD": "SLOPE", "SHAPE": 2,

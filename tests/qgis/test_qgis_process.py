@@ -3,6 +3,8 @@
 import os
 import subprocess
 
+import pytest
+
 from conftest import CRITERION, assert_degrees_written
 
 QGIS_PROCESS = "/usr/bin/qgis_process.bin"  # the /usr/bin/qgis_process wrapper adds an option 3.22 refuses
@@ -16,10 +18,13 @@ def qgis_process(home, *args):
     return done.stdout
 
 
-def test_qgis_process_runs_the_criterion_in_place(parcels, tmp_path):
+@pytest.mark.parametrize("source,layer", [("parcels", ""), ("geopackage", "|layername=parcels")])
+def test_qgis_process_runs_the_criterion_in_place(source, layer, tmp_path, request):
+    path = request.getfixturevalue(source)
     home = str(tmp_path / "home")
     qgis_process(home, "plugins", "enable", "quorel_processing")
-    out = qgis_process(home, "run", "quorel:criterion", "--", f"INPUT={parcels}", "FIELD=SLOPE",
-                       *[f"{k}={v}" for k, v in CRITERION.items()], "OUTPUT_FIELD=DEG")
+    out = qgis_process(home, "run", "quorel:criterion", "--", f"INPUT={path}{layer}",
+                       "FIELD=SLOPE", *[f"{k}={v}" for k, v in CRITERION.items()],
+                       "OUTPUT_FIELD=DEG")
     assert "OUTPUT_FIELD:\tDEG" in out
-    assert_degrees_written(parcels, "DEG")
+    assert_degrees_written(path, "DEG")
