@@ -5,8 +5,8 @@
 #include "apps/quorel-host/MainWindow.h"
 #include "component/hostside/ComponentLoader.h"
 #include "component/registry/ClassRegistry.h"
-#include "host/api/Selection.h"
 #include "criterion/Membership.h"
+#include "host/api/Selection.h"
 #include "tests/support/ScratchFolder.h"
 
 #include <QAbstractButton>
