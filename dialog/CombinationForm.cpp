@@ -17,6 +17,7 @@
 #include <QListWidget>
 #include <QPainter>
 #include <QPushButton>
+#include <QSignalBlocker>
 #include <QVBoxLayout>
 
 #include <algorithm>
@@ -296,7 +297,11 @@ CombinationForm::CombinationForm(criterion::ComponentState& state, const util::I
     m_layout->addLayout(m_grid, 1);
 
     connect(Cmb_layer, &QComboBox::activated, this, [this] { Cmb_layer_Click(); });
-    connect(Lst_inputs, &QListWidget::itemChanged, this, [this] { CombinationChanged(); });
+    connect(Lst_inputs, &QListWidget::itemChanged, this, [this] {
+        ProposeWeights();
+        UpdatePicture();
+        CombinationChanged();
+    });
     connect(Cmb_op, &QComboBox::currentIndexChanged, this, [this] { OperatorChanged(); });
     connect(Txt_gamma, &QLineEdit::textChanged, this, [this] {
         UpdatePicture();
@@ -337,16 +342,21 @@ void CombinationForm::FillLayers() {
     Cmb_layer->clear();
     m_layers.clear();
     m_layerIndexes.clear();
-    const auto map = m_state.g_app ? m_state.g_app->Document()->FocusMap() : nullptr;
-    for (std::int32_t i = 0; map && i < map->LayerCount(); ++i) {
-        auto layer = std::dynamic_pointer_cast<host::IFeatureLayer>(map->Layer(i));
-        if (!layer || !layer->Selectable() || !layer->FeatureClass() ||
-            layer->FeatureClass()->ShapeType() != host::kGeometryPolygon) {
-            continue;
+    try {
+        const auto document = m_state.g_app ? m_state.g_app->Document() : nullptr;
+        const auto map = document ? document->FocusMap() : nullptr;
+        for (std::int32_t i = 0; map && i < map->LayerCount(); ++i) {
+            auto layer = std::dynamic_pointer_cast<host::IFeatureLayer>(map->Layer(i));
+            if (!layer || !layer->Selectable() || !layer->FeatureClass() ||
+                layer->FeatureClass()->ShapeType() != host::kGeometryPolygon) {
+                continue;
+            }
+            Cmb_layer->addItem(Q(layer->Name()));
+            m_layers.push_back(std::move(layer));
+            m_layerIndexes.push_back(i);
         }
-        Cmb_layer->addItem(Q(layer->Name()));
-        m_layers.push_back(std::move(layer));
-        m_layerIndexes.push_back(i);
+    } catch (const std::exception&) {
+        // The layers listed so far stay; a map the host cannot walk lists no more.
     }
     // The layer chosen before, else the component's chosen layer, else the first.
     int chosen = 0;
@@ -370,11 +380,30 @@ std::shared_ptr<host::IFeatureLayer> CombinationForm::ChosenLayer() const {
 void CombinationForm::Cmb_layer_Click() {
     const int index = Cmb_layer->currentIndex();
     if (const auto layer = ChosenLayer()) {
+        const auto workspace = layer->FeatureClass()->Workspace();
         m_state.g_layer_name = layer->Name();
-        m_state.g_layer_path = layer->FeatureClass()->Workspace()->PathName();
+        m_state.g_layer_path = workspace ? workspace->PathName() : std::string();
         m_state.g_layer_index = m_layerIndexes[static_cast<std::size_t>(index)];
     }
     FillInputs();
+}
+
+void CombinationForm::ProposeWeights() {
+    // Equal weights, one per ticked field, until the user types others.
+    const QString typed = Txt_weights->text();
+    bool onlyOnes = true;
+    for (const QString& part : typed.split(QLatin1Char(';'), Qt::SkipEmptyParts)) {
+        onlyOnes = onlyOnes && part.trimmed() == QStringLiteral("1");
+    }
+    if (!onlyOnes) {
+        return;
+    }
+    QStringList ones;
+    for (std::size_t i = 0; i < CheckedInputs().size(); ++i) {
+        ones << QStringLiteral("1");
+    }
+    const QSignalBlocker quiet(Txt_weights);
+    Txt_weights->setText(ones.join(QStringLiteral("; ")));
 }
 
 void CombinationForm::FillInputs() {

@@ -129,6 +129,7 @@ protected:
 
 private:
     void OperatorChanged();
+    void ProposeWeights();
 
     bool m_unrecordedInRange;
     QVBoxLayout* m_layout = nullptr;

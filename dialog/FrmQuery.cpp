@@ -2,6 +2,7 @@
 
 #include "host/api/Selection.h"
 #include "util/NumberText.h"
+#include "util/StringFunctions.h"
 #include "util/TextSource.h"
 
 #include <QDoubleSpinBox>
@@ -152,7 +153,7 @@ void FrmQuery::ShowCount() {
     }
     Lbl_count->setText(Filled(Text(kTextSatisfied),
                               {std::to_string(*count), std::to_string(m_inputs.FeatureCount()),
-                               util::FormatNumber(Alpha())}));
+                               util::FormatNumber(Alpha(), util::DecimalSeparator())}));
 }
 
 void FrmQuery::cmd_select_Click() {

@@ -100,6 +100,7 @@ TEST_F(CombinationWindowsTest, aParameterThatIsNotANumberOrDoesNotFitIsRefusedAn
     FrmAggregation window(m_session->state, m_session->texts, m_ui, m_session->log);
     window.CheckInputs({"D1", "D2", "FZY_SLOPE"});
     ChooseOperator(window, "mean");
+    EXPECT_EQ(window.Txt_weights->text(), QStringLiteral("1; 1; 1")) << "equal weights proposed";
     const std::int32_t fieldCount = m_layer->FeatureClass()->Fields()->FieldCount();
     for (const char* weights : {"1; x; 2", "1; 2"}) {
         SCOPED_TRACE(weights);
