@@ -1,6 +1,8 @@
 """The Python module against the command line it must agree with, and a run read back with
 GDAL's Python bindings."""
 
+import pathlib
+
 import numpy as np
 import pytest
 from osgeo import ogr
@@ -57,7 +59,7 @@ def test_refusal_and_division_by_zero_are_the_scripts():
         quorel.script(2, 0, None, 5, None, "F")
     with pytest.raises(ZeroDivisionError):
         quorel.membership(5, 1, 1, 2, 3, values=np.zeros(1))
-    assert quorel.script(5, "2", "5,0", 15, 25.0, "SLOPE").encode() == cli(
+    assert quorel.script(5, "2", "5,0", np.int64(15), 25.0, "SLOPE").encode() == cli(
         "script", "--kind", "5", "-a", "2", "-b", "5", "-c", "15", "-d", "25",
         "--field", "SLOPE", text=False).stdout
 
@@ -72,7 +74,7 @@ def read_fields(path, *names):
 def test_a_run_writes_the_degrees_and_records_them(source, request):
     path = request.getfixturevalue(source)
     fractions = []
-    added = quorel.run(path, "SLOPE", 5, 2, 5, 15, 25, progress=fractions.append)
+    added = quorel.run(pathlib.Path(path), "SLOPE", 5, 2, 5, 15, 25, progress=fractions.append)
 
     assert added == "FZY_SLOPE"
     slope, written = read_fields(path, "SLOPE", "FZY_SLOPE").T
