@@ -31,6 +31,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace py = pybind11;
@@ -200,15 +201,26 @@ py::array_t<double> MembershipOf(int kind, const py::object& a, const py::object
     double* out = output.mutable_data();
     const auto count = static_cast<std::size_t>(input.size());
     const double ofNull = degree->OfNull();
-    {
-        const py::gil_scoped_release release;
-        degree->Evaluate(x, out, count);
+    const auto evaluate = [&](std::size_t first, std::size_t last) {
+        degree->Evaluate(x + first, out + first, last - first);
         // Null (NaN) follows the script: only the singleton gives it a degree.
         if (!std::isnan(ofNull)) {
-            for (std::size_t i = 0; i < count; ++i) {
+            for (std::size_t i = first; i < last; ++i) {
                 out[i] = std::isnan(x[i]) ? ofNull : out[i];
             }
         }
+    };
+    {
+        const py::gil_scoped_release release;
+        // Large arrays in slices shared among the cores, as a run shares its batches.
+        constexpr std::size_t kSlice = std::size_t{1} << 20;
+        const std::size_t threads = std::clamp<std::size_t>(
+            count / kSlice, 1, std::max(1u, std::thread::hardware_concurrency()));
+        std::vector<std::jthread> helpers;
+        for (std::size_t t = 1; t < threads; ++t) {
+            helpers.emplace_back(evaluate, count * t / threads, count * (t + 1) / threads);
+        }
+        evaluate(0, count / threads);
     }
     return output;
 }

@@ -48,6 +48,17 @@ def test_null_follows_the_scripts_rule():
         assert np.isnan(quorel.membership(kind, *params, values=nulls)).all()
 
 
+@pytest.mark.parametrize("kind,params", [CRITERIA[0], CRITERIA[4]])
+def test_a_large_array_shared_among_cores_gets_each_values_degree(kind, params):
+    values = np.random.default_rng(1).uniform(-5, 30, 3_000_001)
+    values[::7] = np.nan
+    values[::11] = 3.0
+    whole = quorel.membership(kind, *params, values=values)
+    pieces = [quorel.membership(kind, *params, values=values[i:i + 65536])
+              for i in range(0, len(values), 65536)]
+    np.testing.assert_array_equal(whole.view(np.uint64), np.concatenate(pieces).view(np.uint64))
+
+
 def test_refusal_and_division_by_zero_are_the_scripts():
     refusal = cli("script", "--kind", "3", "-a", "5", "-b", "2", "--field", "F", check=False)
     assert refusal.returncode == 2
