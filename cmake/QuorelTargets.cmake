@@ -21,14 +21,20 @@ function(quorel_library name)
     target_link_libraries(${name} PUBLIC quorel_includes ${ARG_LINKS} PRIVATE quorel_warnings)
 endfunction()
 
-# quorel_test(NAME SOURCES ... LINKS ...): one GoogleTest executable per folder.
+# quorel_test(NAME [WHOLE] SOURCES ... LINKS ...): one GoogleTest executable per folder. WHOLE
+# registers the executable as one test, for one that starts a server once for all its tests.
 function(quorel_test name)
-    cmake_parse_arguments(ARG "" "" "SOURCES;LINKS" ${ARGN})
+    cmake_parse_arguments(ARG "WHOLE" "" "SOURCES;LINKS" ${ARGN})
     add_executable(${name} ${ARG_SOURCES})
     target_link_libraries(${name} PRIVATE ${ARG_LINKS} GTest::gtest GTest::gtest_main GTest::gmock quorel_warnings)
     target_compile_definitions(${name} PRIVATE
         QUOREL_SOURCE_DIR="${PROJECT_SOURCE_DIR}"
         QUOREL_BINARY_DIR="${PROJECT_BINARY_DIR}")
+    if(ARG_WHOLE)
+        add_test(NAME ${name} COMMAND ${name})
+        set_tests_properties(${name} PROPERTIES TIMEOUT 900)
+        return()
+    endif()
     # Short test names: parameters show in failure messages, not in every line of the log.
     gtest_discover_tests(${name} NO_PRETTY_VALUES DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 300)
 endfunction()

@@ -270,8 +270,10 @@ std::string AggregationScript(const Aggregation& a, const std::vector<std::strin
     return JoinLines(lines);
 }
 
-AggregationInputs ReadAggregationInputs(host::ICursor& cursor,
-                                        const std::vector<std::string>& fields) {
+namespace {
+
+std::vector<std::int32_t> FieldIndexes(const host::ICursor& cursor,
+                                       const std::vector<std::string>& fields) {
     const auto cursorFields = cursor.Fields();
     std::vector<std::int32_t> indexes;
     for (const auto& name : fields) {
@@ -281,7 +283,25 @@ AggregationInputs ReadAggregationInputs(host::ICursor& cursor,
         }
         indexes.push_back(index);
     }
-    const std::int32_t idIndex = ObjectIdIndex(*cursorFields);
+    return indexes;
+}
+
+std::optional<double> NumberOrNull(const host::Value& value, const std::string& field) {
+    if (const double* number = std::get_if<double>(&value)) {
+        return *number;
+    }
+    if (!host::IsNull(value)) {
+        throw Error(error_number::kTypeMismatch, kSource, "Type mismatch: " + field);
+    }
+    return std::nullopt;
+}
+
+} // namespace
+
+AggregationInputs ReadAggregationInputs(host::ICursor& cursor,
+                                        const std::vector<std::string>& fields) {
+    const std::vector<std::int32_t> indexes = FieldIndexes(cursor, fields);
+    const std::int32_t idIndex = ObjectIdIndex(*cursor.Fields());
     AggregationInputs inputs;
     inputs.columns.resize(fields.size());
     std::int64_t position = 0;
@@ -295,14 +315,7 @@ AggregationInputs ReadAggregationInputs(host::ICursor& cursor,
         }
         inputs.ids.push_back(id);
         for (std::size_t k = 0; k < indexes.size(); ++k) {
-            const host::Value value = row->GetValue(indexes[k]);
-            if (const double* number = std::get_if<double>(&value)) {
-                inputs.columns[k].push_back(*number);
-            } else if (host::IsNull(value)) {
-                inputs.columns[k].push_back(std::nullopt);
-            } else {
-                throw Error(error_number::kTypeMismatch, kSource, "Type mismatch: " + fields[k]);
-            }
+            inputs.columns[k].push_back(NumberOrNull(row->GetValue(indexes[k]), fields[k]));
         }
     }
     return inputs;
@@ -323,19 +336,50 @@ std::optional<std::string> CheckInputFieldsExist(const host::IFeatureClass& tabl
     return std::nullopt;
 }
 
-std::optional<std::string> CheckInputRange(const AggregationInputs& inputs,
-                                           const std::vector<std::string>& fields,
-                                           const util::ITextSource& texts) {
-    for (std::size_t k = 0; k < inputs.columns.size(); ++k) {
-        const auto outside = std::count_if(
-            inputs.columns[k].begin(), inputs.columns[k].end(),
-            [](const std::optional<double>& v) { return v && !(*v >= 0 && *v <= 1); });
-        if (outside > 0) {
+namespace {
+
+bool OutOfRange(const std::optional<double>& v) {
+    return v && !(*v >= 0 && *v <= 1);
+}
+
+std::optional<std::string> RangeRefusal(const std::vector<std::size_t>& outside,
+                                        const std::vector<std::string>& fields,
+                                        const util::ITextSource& texts) {
+    for (std::size_t k = 0; k < outside.size(); ++k) {
+        if (outside[k] > 0) {
             return FillPlaceholders(texts.ResourceString(kTextInputOutOfRange),
-                                    {fields.at(k), std::to_string(outside)});
+                                    {fields.at(k), std::to_string(outside[k])});
         }
     }
     return std::nullopt;
+}
+
+} // namespace
+
+std::optional<std::string> CheckInputRange(const AggregationInputs& inputs,
+                                           const std::vector<std::string>& fields,
+                                           const util::ITextSource& texts) {
+    std::vector<std::size_t> outside;
+    for (const auto& column : inputs.columns) {
+        outside.push_back(
+            static_cast<std::size_t>(std::count_if(column.begin(), column.end(), OutOfRange)));
+    }
+    return RangeRefusal(outside, fields, texts);
+}
+
+std::optional<std::string> CheckInputRange(host::ICursor& cursor,
+                                           const std::vector<std::string>& fields,
+                                           const util::ITextSource& texts) {
+    const std::vector<std::int32_t> indexes = FieldIndexes(cursor, fields);
+    std::vector<std::size_t> outside(fields.size(), 0);
+    while (const std::shared_ptr<host::IRow> row = cursor.NextRow()) {
+        for (std::size_t k = 0; k < indexes.size(); ++k) {
+            if (OutOfRange(NumberOrNull(row->GetValue(indexes[k]), fields[k]))) {
+                ++outside[k];
+            }
+        }
+    }
+    return RangeRefusal(outside, fields, texts);
 }
 
 std::vector<std::optional<double>> CombinedDegrees(const Aggregation& a,

@@ -103,6 +103,11 @@ std::optional<std::string> CheckInputFieldsExist(const host::IFeatureClass& tabl
 std::optional<std::string> CheckInputRange(const AggregationInputs& inputs,
                                            const std::vector<std::string>& fields,
                                            const util::ITextSource& texts);
+// The same, reading the fields through the cursor without keeping their values (a run's check
+// before it writes). Throws as ReadAggregationInputs.
+std::optional<std::string> CheckInputRange(host::ICursor& cursor,
+                                           const std::vector<std::string>& fields,
+                                           const util::ITextSource& texts);
 
 // Each feature's combined degree, in the inputs' order.
 std::vector<std::optional<double>> CombinedDegrees(const Aggregation& a,

@@ -20,10 +20,18 @@ constexpr const char* kFormName = "FrmAggregation";
 constexpr const char* kProcedureName = "cmd_go_Click";
 // The table already has an attribute of this name.
 constexpr std::int16_t kTextNameInUse = 157;
+// The layer's source keeps no aggregation records (yet).
+constexpr std::int16_t kTextRecordsNotKept = 337;
 
 } // namespace
 
 std::unique_ptr<fzy::IAggregationRecords> ShapefileAggregationRecords(const ComponentState& state) {
+    // A source that keeps its criterion records inside its data is no shapefile: its aggregation
+    // records belong there too, and nothing keeps them yet.
+    const auto layer = ChosenFeatureLayer(state, kProcedureName);
+    if (std::dynamic_pointer_cast<host::ICriterionRecords>(layer->FeatureClass())) {
+        return nullptr;
+    }
     return std::make_unique<fzy::AggregationSidecar>(state.g_layer_path, state.g_layer_name);
 }
 
@@ -99,6 +107,9 @@ std::optional<std::string> AggregationRun::Prepare(HostObjects& host,
                                                    const AggregationChoice& choice) {
     host.lock = LockChosenLayer(m_state, m_texts, kProcedureName);
     m_openRecords = m_records(m_state);
+    if (!m_openRecords) {
+        return m_texts.ResourceString(kTextRecordsNotKept);
+    }
     if (!m_openRecords->Writable()) {
         throw Error(error_number::kPermissionDenied, kProcedureName,
                     FillPlaceholders(m_texts.ResourceString(kTextMetadataReadOnly),
@@ -115,8 +126,9 @@ std::optional<std::string> AggregationRun::Prepare(HostObjects& host,
     if (auto refusal = CheckInputFieldsExist(*host.featureClass, choice.inputs, m_texts)) {
         return refusal;
     }
-    const auto cursor = host.featureClass->Search(false);
-    return CheckInputRange(ReadAggregationInputs(*cursor, choice.inputs), choice.inputs, m_texts);
+    // A recycling cursor: each row is read before the next is asked for.
+    const auto cursor = host.featureClass->Search(true);
+    return CheckInputRange(*cursor, choice.inputs, m_texts);
 }
 
 std::optional<std::string> AggregationRun::ChooseOutputName(HostObjects& host,

@@ -8,15 +8,12 @@
 
 #include "criterion/Aggregation.h"
 #include "criterion/RunCriterion.h"
+#include "fzy/AggregationRecords.h"
 
 #include <functional>
 #include <memory>
 #include <string>
 #include <vector>
-
-namespace quorel::fzy {
-class IAggregationRecords;
-}
 
 namespace quorel::criterion {
 
@@ -30,7 +27,9 @@ struct AggregationChoice {
 };
 
 // Where the chosen layer's aggregation records go. The default keeps a shapefile's beside it
-// (fzy::AggregationSidecar); another source passes its own.
+// (fzy::AggregationSidecar) and has none for a database (a feature class that is a
+// host::ICriterionRecords), whose layers the run then refuses; a database source passes its own
+// fzy::IAggregationRecords kept with its criterion records. nullptr: none, the run refuses.
 using AggregationRecordsFactory =
     std::function<std::unique_ptr<fzy::IAggregationRecords>(const ComponentState& state)>;
 std::unique_ptr<fzy::IAggregationRecords> ShapefileAggregationRecords(const ComponentState& state);

@@ -2,6 +2,7 @@
 
 #include "criterion/Parameters.h"
 #include "criterion/Script.h"
+#include "criterion/SqlExpression.h"
 #include "errors/Component.h"
 #include "errors/ErrorLog.h"
 #include "fzy/FzyFormat.h"
@@ -387,6 +388,13 @@ void CriterionRun::Calculate(HostObjects& host, const RunParameters& p) {
         host.calculator->SetPreExpression(*script);
     }
     host.calculator->SetExpression(kCalculatorExpression);
+    // A calculator that computes in its database takes the same degrees as one SQL expression.
+    if (auto* sql = dynamic_cast<host::ISqlCalculator*>(host.calculator.get())) {
+        if (const std::string dialect = sql->SqlDialect(); !dialect.empty()) {
+            sql->SetSqlExpression(
+                SqlExpression(dialect, p.kind, host.sourceName, p.a, p.b, p.c, p.d));
+        }
+    }
     host.calculator->SetField(host.outputName);
     host.calculator->Calculate();
     host.statusBar->Message(0, "");

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Layers include only downward, in this order (a folder may include its own level and below):
 #   0 util  1 errors  2 host/api  3 lang, criterion, fzy (the core)
-#   4 the host implementations: every folder under host/ but api (map, shapefile, gpkg, gdal,
-#     memory, script)
+#   4 the host implementations: every folder under host/ but api (map, shapefile, gpkg, postgis,
+#     gdal, memory, script)
 #   5 dialog, source (opening a source by name and the one application over every source: it
 #     brings the host implementations together, so it sits above them, beside the dialog)
 #   6 component  7 apps, python (the Python module)
@@ -15,6 +15,8 @@
 #   host/gpkg -> host/script      the GeoPackage host's calculator runs the same engine, so that
 #                                 its degrees are the shapefile's, bit for bit
 #   host/gpkg -> host/map         and builds on the shared fields
+#   host/postgis -> host/script   the PostGIS host runs a user's own script with the same engine
+#   host/postgis -> host/map      and builds on the shared fields
 # lang, criterion and fzy share no other includes (criterion reads texts through
 # util/TextSource.h, not lang). tools (dialog/tools too), tests and bench may include anything;
 # nothing layered includes them. Headers under component/include/ count as component; generated
@@ -59,6 +61,8 @@ BEGIN {
     allowed["host/memory host/map"] = 1
     allowed["host/gpkg host/script"] = 1
     allowed["host/gpkg host/map"] = 1
+    allowed["host/postgis host/script"] = 1
+    allowed["host/postgis host/map"] = 1
 }
 {
     # file:line:#include "path"

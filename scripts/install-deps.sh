@@ -4,11 +4,13 @@ set -euo pipefail
 
 # dpkg-dev and file: the Debian package's library dependencies (cpack -G DEB).
 # The Python module and its tests: pybind11 over the system Python, NumPy, pytest and GDAL's
-# bindings; the QGIS plugin's: QGIS with its Python bindings.
+# bindings; the QGIS plugin's: QGIS with its Python bindings. postgresql-15 and
+# postgresql-15-postgis-3: the throwaway server the PostGIS tests start; libpq-dev: its client.
 packages=(cmake g++ make pkg-config libgtest-dev libbenchmark-dev libgdal-dev gdal-bin
           qt6-base-dev libsqlite3-dev mdbtools mdbtools-dev fonts-dejavu-core clang
           libclang-rt-14-dev dpkg-dev file ccache
-          python3-dev pybind11-dev python3-numpy python3-pytest python3-gdal qgis python3-qgis)
+          python3-dev pybind11-dev python3-numpy python3-pytest python3-gdal qgis python3-qgis
+          postgresql-15 postgresql-15-postgis-3 libpq-dev)
 
 missing=()
 for p in "${packages[@]}"; do

@@ -3,16 +3,20 @@
 #include "host/gpkg/GeoPackage.h"
 #include "host/map/DataStatistics.h"
 #include "host/map/Map.h"
+#include "host/postgis/PostGIS.h"
 #include "host/shapefile/Application.h"
 #include "host/shapefile/Calculator.h"
 #include "host/shapefile/Shapefile.h"
+
+#include <optional>
 
 namespace quorel::source {
 namespace {
 
 // Keeps what the run sets, then hands it to the calculator of the cursor's source when asked to
-// calculate.
-class SourceCalculator final : public host::ICalculator {
+// calculate. It takes the degree as SQL where the cursor's source computes in its database
+// (PostGIS); SqlDialect is empty for the others.
+class SourceCalculator final : public host::ICalculator, public host::ISqlCalculator {
 public:
     explicit SourceCalculator(std::shared_ptr<host::IStatusBar> statusBar)
         : m_statusBar(std::move(statusBar)) {}
@@ -22,9 +26,20 @@ public:
     void SetExpression(const std::string& expression) override { m_expression = expression; }
     void SetField(const std::string& fieldName) override { m_field = fieldName; }
 
+    std::string SqlDialect() const override {
+        return dynamic_cast<host::postgis::PostgisCursor*>(m_cursor.get()) ? "postgresql" : "";
+    }
+    void SetSqlExpression(const std::string& expression) override { m_sql = expression; }
+
     void Calculate() override {
         std::shared_ptr<host::ICalculator> calculator;
-        if (dynamic_cast<host::gpkg::GeoPackageCursor*>(m_cursor.get())) {
+        if (dynamic_cast<host::postgis::PostgisCursor*>(m_cursor.get())) {
+            auto postgis = std::make_shared<host::postgis::Calculator>();
+            if (m_sql) {
+                postgis->SetSqlExpression(*m_sql);
+            }
+            calculator = postgis;
+        } else if (dynamic_cast<host::gpkg::GeoPackageCursor*>(m_cursor.get())) {
             calculator = std::make_shared<host::gpkg::Calculator>(m_statusBar);
         } else {
             calculator = std::make_shared<host::shapefile::Calculator>(m_statusBar);
@@ -42,6 +57,7 @@ private:
     std::string m_preExpression;
     std::string m_expression;
     std::string m_field;
+    std::optional<std::string> m_sql;
 };
 
 } // namespace
@@ -70,6 +86,9 @@ std::unique_ptr<host::ILayerWriteLock> Application::LockLayerForWriting(const st
                                                                         const std::string& name) {
     if (host::gpkg::IsGeoPackagePath(folder)) {
         return std::make_unique<host::gpkg::GeoPackageWriteLock>(folder, m_writeLockWait);
+    }
+    if (host::postgis::IsPostgresSource(folder)) {
+        return std::make_unique<host::postgis::PostgisWriteLock>(folder, name, m_writeLockWait);
     }
     return host::shapefile::LockShapefileLayer(*this, folder, name, m_writeLockWait);
 }

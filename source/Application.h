@@ -37,7 +37,8 @@ public:
 
     host::IObjectFactory& Factory() override { return m_factory; }
     // folder names the source: a .gpkg file locks the GeoPackage (one transaction, committed by
-    // the lock's Commit); anything else the shapefile, as the shapefile host does.
+    // the lock's Commit), a PG: connection the table `name` (a server transaction, likewise);
+    // anything else the shapefile, as the shapefile host does.
     std::unique_ptr<host::ILayerWriteLock> LockLayerForWriting(const std::string& folder,
                                                                const std::string& name) override;
     // How long LockLayerForWriting waits for another writer.

@@ -1,6 +1,8 @@
 #include "source/OpenSource.h"
 
 #include "host/gpkg/GeoPackage.h"
+#include "host/postgis/PostGIS.h"
+#include "host/shapefile/Shapefile.h"
 #include "source/Application.h"
 
 #include <algorithm>
@@ -58,21 +60,51 @@ bool IsGeoPackageSource(const std::string& source) {
     return host::gpkg::IsGeoPackagePath(source);
 }
 
+bool IsPostgresSource(const std::string& source) {
+    return host::postgis::IsPostgresSource(source);
+}
+
 std::vector<std::string> SourceLayers(const std::string& source) {
+    if (IsPostgresSource(source)) {
+        return host::postgis::LayerNames(source);
+    }
     if (IsGeoPackageSource(source)) {
         return host::gpkg::LayerNames(source);
     }
     return {ShapefileLayerName(source)};
 }
 
-std::shared_ptr<host::IFeatureLayer> OpenSourceLayer(Application& app, const std::string& source,
-                                                     const std::string& layer) {
+std::shared_ptr<host::IFeatureClass> OpenSourceFeatureClass(const std::string& source,
+                                                            const std::string& layer) {
+    if (IsPostgresSource(source)) {
+        const std::string table = ChosenLayer(source, layer, host::postgis::LayerNames(source));
+        return host::postgis::PostgisWorkspaceFactory().OpenFromFile(source, 0)->OpenFeatureClass(
+            table);
+    }
     if (IsGeoPackageSource(source)) {
         const std::string table = ChosenLayer(source, layer, host::gpkg::LayerNames(source));
-        const auto workspace = host::gpkg::GeoPackageWorkspaceFactory().OpenFromFile(source, 0);
+        return host::gpkg::GeoPackageWorkspaceFactory().OpenFromFile(source, 0)->OpenFeatureClass(
+            table);
+    }
+    const auto slash = source.find_last_of('/');
+    const std::string folder = slash == std::string::npos ? "." : source.substr(0, slash);
+    const std::string name = ShapefileLayerName(source);
+    auto featureClass =
+        host::shapefile::ShapefileWorkspaceFactory().OpenFromFile(folder, 0)->OpenFeatureClass(
+            name);
+    if (!layer.empty() && layer != name) {
+        throw LayerChoiceError(source, layer, {name});
+    }
+    return featureClass;
+}
+
+std::shared_ptr<host::IFeatureLayer> OpenSourceLayer(Application& app, const std::string& source,
+                                                     const std::string& layer) {
+    if (IsPostgresSource(source) || IsGeoPackageSource(source)) {
+        const auto featureClass = OpenSourceFeatureClass(source, layer);
         auto opened = app.Factory().NewFeatureLayer();
-        opened->SetFeatureClass(workspace->OpenFeatureClass(table));
-        opened->SetName(table);
+        opened->SetFeatureClass(featureClass);
+        opened->SetName(featureClass->AliasName());
         app.Document()->FocusMap()->AddLayer(opened);
         return opened;
     }

@@ -1,8 +1,10 @@
 #pragma once
 
 // Opening a source by name, for the command line, the desktop host and the dialog alike. A
-// source is a shapefile (a path ending in .shp, one layer named after the file) or a GeoPackage
-// (a path ending in .gpkg, one layer per feature table).
+// source is a shapefile (a path ending in .shp, one layer named after the file), a GeoPackage
+// (a path ending in .gpkg, one layer per feature table) or a PostgreSQL database in GDAL's form
+// (PG:"dbname=... host=...", one layer per table with a geometry column, "schema.table"
+// outside the search path).
 
 #include "host/api/Host.h"
 #include "util/Error.h"
@@ -35,10 +37,16 @@ private:
 
 // Whether a source names a GeoPackage (.gpkg, any case); otherwise it is taken as a shapefile.
 bool IsGeoPackageSource(const std::string& source);
+// Whether a source names a PostgreSQL database (it starts with "PG:").
+bool IsPostgresSource(const std::string& source);
 
 // The layers of a source, in the order a user picks from. Throws quorel::Error when the source
 // cannot be read.
 std::vector<std::string> SourceLayers(const std::string& source);
+
+// The feature class of the source's layer, as OpenSourceLayer chooses it, in no map.
+std::shared_ptr<host::IFeatureClass> OpenSourceFeatureClass(const std::string& source,
+                                                            const std::string& layer);
 
 // Adds the layer to the app's focus map and returns it. layer empty: the source's only layer;
 // several layers and no name, or a name the source does not have: throws LayerChoiceError (its

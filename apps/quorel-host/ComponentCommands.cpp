@@ -101,7 +101,15 @@ void ComponentCommands::BuildRootMenus() {
                 std::find_if(commands.begin(), commands.end(),
                              [&](const LoadedCommand& c) { return c.progId == item.progId; });
             if (provider != commands.end()) {
+                // A loaded command shows as it does in its toolbar.
                 const auto index = static_cast<std::size_t>(provider - commands.begin());
+                com::ICommand& command = *provider->command.get();
+                action->setText(Q(command.Caption()));
+                action->setToolTip(Q(command.Tooltip()));
+                action->setStatusTip(Q(command.Message()));
+                if (const QImage image = PictureToImage(command.BitmapData()); !image.isNull()) {
+                    action->setIcon(QIcon(QPixmap::fromImage(image)));
+                }
                 QObject::connect(action, &QAction::triggered, &m_window,
                                  [this, index] { m_click(index); });
                 m_menuItems.emplace_back(action, index);

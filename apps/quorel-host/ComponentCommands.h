@@ -2,7 +2,8 @@
 
 // The loaded components in the window: each command in a toolbar and a menu named by its
 // category, with its caption, tooltip and picture; each root-level menu in the menu bar, its
-// items named by their ProgIDs (enabled when a loaded command provides them). A component that
+// items named by their ProgIDs: disabled while no loaded command provides them, else enabled
+// and shown with that command's caption, tooltip and picture. A component that
 // failed to load keeps a disabled item, named by its ProgID, under "Composants", and the window
 // says why in a message.
 

@@ -67,7 +67,7 @@ void LayerTree::FillItem(QTreeWidgetItem* parent, const std::shared_ptr<host::IL
     }
     if (const auto feature = std::dynamic_pointer_cast<host::IFeatureLayer>(layer)) {
         QFont font = item->font(0);
-        QString tip = Q(ShpPathOf(*feature));
+        QString tip = Q(LayerDataOf(*feature).Key());
         if (!feature->Selectable()) {
             font.setItalic(true);
             tip += QStringLiteral("\nNon sélectionnable");

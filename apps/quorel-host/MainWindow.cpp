@@ -5,6 +5,7 @@
 #include "apps/quorel-host/MapLayers.h"
 #include "host/api/Selection.h"
 #include "host/gdal/LayerShapes.h"
+#include "source/OpenSource.h"
 #include "util/Error.h"
 
 #include <QAction>
@@ -81,7 +82,7 @@ private:
 
 MainWindow::MainWindow(Options options, QWidget* parent)
     : QMainWindow(parent), m_options(std::move(options)),
-      m_app(std::make_shared<host::shapefile::Application>()),
+      m_app(std::make_shared<source::Application>()),
       m_viewListener(std::make_unique<ViewListener>(*this)),
       m_selectionListener(std::make_unique<SelectionListener>(*this)) {
     setObjectName(QStringLiteral("QuorelHost"));
@@ -254,9 +255,28 @@ void MainWindow::BuildActions() {
     QAction* addLayer = add(layers, QStringLiteral("&Ajouter une couche…"), [this] {
         const QString path = QFileDialog::getOpenFileName(
             this, QStringLiteral("Ajouter une couche"), QFileInfo(m_documentPath).path(),
-            QStringLiteral("Shapefiles (*.shp)"));
+            QStringLiteral("Couches (*.shp *.gpkg);;Shapefiles (*.shp);;GeoPackages (*.gpkg)"));
         if (!path.isEmpty()) {
-            Guarded(QStringLiteral("Ajouter une couche"), [&] { AddShapefile(path); });
+            Guarded(QStringLiteral("Ajouter une couche"), [&] {
+                // A file of several layers: the user picks one.
+                std::string layer;
+                const auto names = source::SourceLayers(path.toStdString());
+                if (names.size() > 1) {
+                    QStringList items;
+                    for (const auto& name : names) {
+                        items << QString::fromStdString(name);
+                    }
+                    bool chosen = false;
+                    const QString item =
+                        QInputDialog::getItem(this, QStringLiteral("Ajouter une couche"),
+                                              QStringLiteral("Couche :"), items, 0, false, &chosen);
+                    if (!chosen) {
+                        return;
+                    }
+                    layer = item.toStdString();
+                }
+                AddLayerOf(path, layer);
+            });
         }
     });
     QAction* remove = add(layers, QStringLiteral("&Retirer la couche"), [this] {
@@ -422,7 +442,12 @@ void MainWindow::SaveDocumentFile(const QString& path) {
 }
 
 std::shared_ptr<host::IFeatureLayer> MainWindow::AddShapefile(const QString& path) {
-    auto layer = m_app->AddShapefileLayer(path.toStdString());
+    return AddLayerOf(path, "");
+}
+
+std::shared_ptr<host::IFeatureLayer> MainWindow::AddLayerOf(const QString& path,
+                                                            const std::string& layerName) {
+    auto layer = source::OpenSourceLayer(*m_app, path.toStdString(), layerName);
     Refresh();
     return layer;
 }
@@ -495,9 +520,10 @@ void MainWindow::ShadeField(const QString& field) {
         FillFieldChoice();
         return;
     }
-    m_view->SetShading(
-        ShadingState(m_current, field.toStdString(),
-                     host::gdal::ReadNumericColumn(ShpPathOf(*m_current), field.toStdString())));
+    const LayerData layerData = LayerDataOf(*m_current);
+    m_view->SetShading(ShadingState(
+        m_current, field.toStdString(),
+        host::gdal::ReadNumericColumn(layerData.path, field.toStdString(), layerData.layer)));
     FillFieldChoice();
 }
 
@@ -596,14 +622,20 @@ MainWindow::SelectedMarks(const std::shared_ptr<host::IFeatureLayer>& layer,
     if (selection == nullptr || selection->SelectedIds().empty()) {
         return nullptr;
     }
+    // Kept while the selection and the table stay: a redraw need not read the table again.
+    SelectionMarks& kept = m_selectionMarks[layer.get()];
     std::shared_ptr<const TableReader> table;
     try {
-        table = TableOf(*layer);
+        table = kept.table && kept.table->IsCurrent() ? kept.table : TableOf(*layer);
     } catch (const std::exception&) {
         return nullptr; // a layer whose data went away is drawn without its selection
     }
     if (!table) {
         return nullptr;
+    }
+    if (kept.marks && kept.table == table && kept.ids == selection->SelectedIds() &&
+        kept.marks->size() == featureCount) {
+        return kept.marks;
     }
     // The map's features are the table's rows, one for one.
     auto marks = std::make_shared<std::vector<std::uint8_t>>(featureCount, 0);
@@ -612,6 +644,7 @@ MainWindow::SelectedMarks(const std::shared_ptr<host::IFeatureLayer>& layer,
             (*marks)[*row] = 1;
         }
     }
+    kept = {selection->SelectedIds(), table, marks};
     return marks;
 }
 
@@ -676,7 +709,7 @@ void MainWindow::LookForNewFields() {
     std::shared_ptr<host::IFeatureLayer> changedLayer;
     std::string newField;
     for (const auto& layer : FeatureLayersOf(*m_app->Document()->FocusMap())) {
-        const std::string path = ShpPathOf(*layer);
+        const std::string path = LayerDataOf(*layer).Key();
         if (path.empty()) {
             continue;
         }
@@ -767,15 +800,17 @@ std::shared_ptr<const LayerGeometry> MainWindow::GeometryOf(const host::IFeature
     if (!layer.FeatureClass() || layer.FeatureClass()->ShapeType() != host::kGeometryPolygon) {
         return nullptr;
     }
-    const std::string path = ShpPathOf(layer);
+    const LayerData layerData = LayerDataOf(layer);
+    const std::string path = layerData.Key();
     auto cached = m_geometry.find(path);
     if (cached == m_geometry.end()) {
         try {
-            cached = m_geometry
-                         .emplace(path,
-                                  std::make_shared<const LayerGeometry>(
-                                      LayerGeometry::FromShapes(host::gdal::ReadLayerShapes(path))))
-                         .first;
+            cached =
+                m_geometry
+                    .emplace(path,
+                             std::make_shared<const LayerGeometry>(LayerGeometry::FromShapes(
+                                 host::gdal::ReadLayerShapes(layerData.path, layerData.layer))))
+                    .first;
         } catch (const std::exception&) {
             return nullptr; // a layer whose data went away is listed but not drawn
         }
@@ -795,6 +830,11 @@ void MainWindow::Redraw() {
                              m_toc->IsShown(*it), std::move(selected)});
         }
     }
+    std::erase_if(m_selectionMarks, [&](const auto& entry) {
+        return std::none_of(drawn.begin(), drawn.end(), [&](const DrawnLayer& d) {
+            return d.layer.get() == entry.first && d.selected;
+        });
+    });
     // The geometry of layers gone from the map is let go: a large layer holds much memory.
     std::erase_if(m_geometry, [&](const auto& entry) {
         return std::none_of(drawn.begin(), drawn.end(),

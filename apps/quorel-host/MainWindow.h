@@ -10,7 +10,7 @@
 #include "apps/quorel-host/IdentifyPanel.h"
 #include "apps/quorel-host/LayerTree.h"
 #include "apps/quorel-host/MapView.h"
-#include "host/shapefile/Application.h"
+#include "source/Application.h"
 
 #include <QMainWindow>
 
@@ -52,6 +52,10 @@ public:
 
     // Layers of the focus map.
     std::shared_ptr<host::IFeatureLayer> AddShapefile(const QString& path);
+    // The layer of a source (a shapefile, a GeoPackage's table; "" for a source's only layer),
+    // added to the focus map.
+    std::shared_ptr<host::IFeatureLayer> AddLayerOf(const QString& path,
+                                                    const std::string& layerName);
     void RemoveLayer(const std::shared_ptr<host::ILayer>& layer);
     void RenameLayer(const std::shared_ptr<host::ILayer>& layer, const QString& name);
     void SetLayerSelectable(const std::shared_ptr<host::IFeatureLayer>& layer, bool selectable);
@@ -80,7 +84,7 @@ public:
     // appeared since the last look (a criterion just computed) becomes the shaded one.
     void Refresh();
 
-    const std::shared_ptr<host::shapefile::Application>& Application() const { return m_app; }
+    const std::shared_ptr<source::Application>& Application() const { return m_app; }
     const ComponentSet& Components() const { return *m_components; }
     QAction* CommandAction(const QString& progId) const;
     QToolBar* CategoryToolBar(const QString& category) const;
@@ -122,7 +126,7 @@ private:
     template <typename Action> void Guarded(const QString& what, Action action);
 
     Options m_options;
-    std::shared_ptr<host::shapefile::Application> m_app;
+    std::shared_ptr<source::Application> m_app;
     std::unique_ptr<ComponentSet> m_components;
     std::unique_ptr<ComponentCommands> m_commands;
     std::unique_ptr<ViewListener> m_viewListener;
@@ -151,6 +155,13 @@ private:
     std::map<std::string, std::shared_ptr<const LayerGeometry>> m_geometry;
     // Field names of each layer's data as last seen, by shapefile path.
     std::map<std::string, std::vector<std::string>> m_knownFields;
+    // The selection's marks of each drawn layer, with what they were made from.
+    struct SelectionMarks {
+        std::vector<std::int64_t> ids;
+        std::shared_ptr<const TableReader> table;
+        std::shared_ptr<const std::vector<std::uint8_t>> marks;
+    };
+    std::map<const host::IFeatureLayer*, SelectionMarks> m_selectionMarks;
     bool m_refreshScheduled = false;
     bool m_selectionUpdateScheduled = false;
 };

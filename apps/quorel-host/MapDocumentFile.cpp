@@ -1,6 +1,8 @@
 #include "apps/quorel-host/MapDocumentFile.h"
 
+#include "host/gpkg/GeoPackage.h"
 #include "host/shapefile/Shapefile.h"
+#include "source/OpenSource.h"
 #include "util/Error.h"
 #include "util/FileReplacement.h"
 
@@ -47,24 +49,31 @@ void WriteLayers(std::ostream& out, const host::ILayer& layer, const fs::path& f
         return;
     }
     const auto* featureLayer = dynamic_cast<const host::IFeatureLayer*>(&layer);
-    const auto shapefile = featureLayer == nullptr
-                               ? nullptr
-                               : std::dynamic_pointer_cast<host::shapefile::ShapefileFeatureClass>(
-                                     featureLayer->FeatureClass());
-    if (!shapefile) {
+    const auto featureClass = featureLayer == nullptr ? nullptr : featureLayer->FeatureClass();
+    const auto shapefile =
+        std::dynamic_pointer_cast<host::shapefile::ShapefileFeatureClass>(featureClass);
+    const auto geoPackage =
+        std::dynamic_pointer_cast<host::gpkg::GeoPackageFeatureClass>(featureClass);
+    if (!shapefile && !geoPackage) {
         throw Error(error_number::kTypeMismatch, kSource,
-                    "The layer " + layer.Name() + " is not a shapefile layer");
+                    "The layer " + layer.Name() + " is neither a shapefile nor a GeoPackage layer");
     }
-    const fs::path data = fs::absolute(shapefile->ShpPath()).lexically_normal();
+    const fs::path data =
+        fs::absolute(shapefile ? shapefile->ShpPath() : geoPackage->Path()).lexically_normal();
     const fs::path relative = data.lexically_relative(folder);
     out << "layer\t" << layer.Name() << '\t'
         << (relative.empty() ? data : relative).generic_string() << '\t'
-        << (featureLayer->Selectable() ? "selectable" : "fixed") << '\n';
+        << (featureLayer->Selectable() ? "selectable" : "fixed");
+    if (geoPackage) {
+        CheckName(geoPackage->Table());
+        out << '\t' << geoPackage->Table();
+    }
+    out << '\n';
 }
 
 class Reader {
 public:
-    Reader(host::shapefile::Application& app, const std::string& path)
+    Reader(host::IApplication& app, const std::string& path)
         : m_app(app), m_path(path), m_folder(fs::absolute(path).parent_path()) {}
 
     std::shared_ptr<host::map::MxDocument> Read() {
@@ -110,6 +119,11 @@ public:
                 if (parts.size() == 3 && parts[2] == "focus") {
                     focus = map;
                 }
+            } else if (kind == "layer" && parts.size() == 5 && map) {
+                auto layer = OpenTable(parts[2], parts[4]);
+                layer->SetName(parts[1]);
+                layer->SetSelectable(parts[3] == "selectable");
+                Place(layer, map, groups);
             } else if (kind == "layer" && parts.size() == 4 && map) {
                 auto layer = OpenLayer(parts[2]);
                 layer->SetName(parts[1]);
@@ -165,6 +179,24 @@ private:
         }
     }
 
+    // A table of a file of several layers (a GeoPackage).
+    std::shared_ptr<host::IFeatureLayer> OpenTable(const std::string& data,
+                                                   const std::string& table) {
+        fs::path file(data);
+        if (file.is_relative()) {
+            file = m_folder / file;
+        }
+        try {
+            auto layer = m_app.Factory().NewFeatureLayer();
+            layer->SetFeatureClass(
+                source::OpenSourceFeatureClass(file.lexically_normal().string(), table));
+            return layer;
+        } catch (const Error& e) {
+            throw Error(e.Number(), kSource,
+                        m_path + ", line " + std::to_string(m_line) + ": " + e.Description());
+        }
+    }
+
     static void Place(const std::shared_ptr<host::ILayer>& layer,
                       const std::shared_ptr<host::map::Map>& map,
                       const std::vector<std::shared_ptr<host::map::GroupLayer>>& groups) {
@@ -175,7 +207,7 @@ private:
         }
     }
 
-    host::shapefile::Application& m_app;
+    host::IApplication& m_app;
     std::string m_path;
     fs::path m_folder;
     int m_line = 0;
@@ -199,7 +231,7 @@ void SaveMapDocument(const host::map::MxDocument& document, const std::string& p
     util::ReplaceFile(path, out.str(), kSource);
 }
 
-std::shared_ptr<host::map::MxDocument> LoadMapDocument(host::shapefile::Application& app,
+std::shared_ptr<host::map::MxDocument> LoadMapDocument(host::IApplication& app,
                                                        const std::string& path) {
     return Reader(app, path).Read();
 }

@@ -1,5 +1,6 @@
 #include "apps/quorel-host/MapLayers.h"
 
+#include "host/gpkg/GeoPackage.h"
 #include "host/shapefile/Shapefile.h"
 
 namespace quorel::host_app {
@@ -15,6 +16,14 @@ ShapefileOf(const host::IFeatureLayer& layer) {
 std::string ShpPathOf(const host::IFeatureLayer& layer) {
     const auto shapefile = ShapefileOf(layer);
     return shapefile ? shapefile->ShpPath() : std::string();
+}
+
+LayerData LayerDataOf(const host::IFeatureLayer& layer) {
+    if (const auto geoPackage =
+            std::dynamic_pointer_cast<host::gpkg::GeoPackageFeatureClass>(layer.FeatureClass())) {
+        return {geoPackage->Path(), geoPackage->Table()};
+    }
+    return {ShpPathOf(layer), ""};
 }
 
 std::string DbfPathOf(const host::IFeatureLayer& layer) {

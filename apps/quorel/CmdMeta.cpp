@@ -3,6 +3,7 @@
 #include "apps/quorel/SourceLayer.h"
 #include "apps/quorel/Subcommand.h"
 
+#include "fzy/AggregationRecords.h"
 #include "fzy/IO_fzyext.h"
 #include "source/Application.h"
 #include "source/OpenSource.h"
@@ -71,7 +72,7 @@ int RunMeta(const std::vector<std::string>& arguments) {
     }
     const std::string& shapefile = args.Positionals()[0];
     const std::string& field = args.Positionals()[1];
-    if (source::IsGeoPackageSource(shapefile)) {
+    if (source::IsGeoPackageSource(shapefile) || source::IsPostgresSource(shapefile)) {
         return ShowDatabaseRecord(shapefile, args.Value("layer"), field);
     }
     if (args.Value("layer")) {
@@ -99,7 +100,15 @@ int RunMeta(const std::vector<std::string>& arguments) {
         const bool foundRecord = recorded && io.fzy_io_recordinfo(text, "");
         step = 5;
         if (!foundNumber && !foundRecord) {
-            io.SetInfoText(CliTexts().ResourceString(kTextNothingRecorded));
+            // An aggregated field of a shapefile is recorded beside the .fzy, in its JSON
+            // sidecar.
+            std::string shown = CliTexts().ResourceString(kTextNothingRecorded);
+            for (const auto& record : fzy::AggregationSidecar(folder, layerName).Records()) {
+                if (record.field == field) {
+                    shown = fzy::DescribeAggregationRecord(record, CliTexts());
+                }
+            }
+            io.SetInfoText(shown);
         }
         io.fzy_io_showinfo();
         if (recorded) {
@@ -121,11 +130,13 @@ const Subcommand& MetaCommand() {
         "Usage: quorel meta SOURCE [--layer NAME] FIELD\n\n"
         "Shows what the metadata window would show for FIELD, as the dialog's metadata button\n"
         "does with the layer of SOURCE as the chosen layer: the description of the last number\n"
-        "entry of that output field, or of its record entry, or text 153 when nothing is\n"
-        "recorded. For a shapefile only the .fzy file is read, never written nor made: the\n"
-        "shapefile itself need not exist, and SHAPEFILE.shp in any letter case has its metadata\n"
-        "in SHAPEFILE.fzy. A GeoPackage (.gpkg) keeps its records in its metadata tables,\n"
-        "read there; --layer names its table when it has several. Texts by id are empty until\n"
+        "entry of that output field, or of its record entry, or of the aggregation that made it,\n"
+        "or text 153 when nothing is recorded. For a shapefile only the .fzy file and the\n"
+        "aggregations' SHAPEFILE.fzy.json are read, never written nor made: the shapefile itself\n"
+        "need not exist, and SHAPEFILE.shp in any letter case has its metadata in SHAPEFILE.fzy.\n"
+        "A GeoPackage (.gpkg) keeps its records in its metadata tables, a PostgreSQL database\n"
+        "(PG:\"dbname=... host=...\") in the table quorel_criteria of the layer's schema, read\n"
+        "there; --layer names the table when there are several. Texts by id are empty until\n"
         "the text database is loaded. Exit status 1 when an error was reported, 64 on a wrong\n"
         "command line.\n",
         RunMeta};

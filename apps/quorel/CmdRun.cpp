@@ -88,15 +88,17 @@ int Run(const std::vector<std::string>& arguments) {
 
 const Subcommand& RunCommand() {
     static const Subcommand command{
-        "run", "compute a criterion field on a shapefile or a GeoPackage layer",
+        "run", "compute a criterion field on a shapefile, GeoPackage or PostGIS layer",
         "Usage: quorel run SOURCE [--layer NAME] --field F --kind K [-a TEXT] [-b TEXT]\n"
         "                  [-c TEXT] [-d TEXT] [--out NAME]\n\n"
         "Adds a double field to the layer's table and fills it with each feature's degree of\n"
         "membership of field F in the criterion of kind K (0 none, 1 singleton, 2 triangle,\n"
         "3 rising ramp, 4 falling ramp, 5 trapezoid), then records the criterion. SOURCE is a\n"
         "shapefile (the record goes to its metadata file, .fzy) or a GeoPackage (.gpkg: the\n"
-        "record goes to the file's metadata tables, and the whole run is one transaction);\n"
-        "--layer names the GeoPackage's table, and may be left out when it has only one.\n"
+        "record goes to the file's metadata tables, and the whole run is one transaction) or a\n"
+        "PostgreSQL database, PG:\"dbname=... host=... port=... user=...\" (the server fills\n"
+        "the field in one transaction; the record goes to the table quorel_criteria);\n"
+        "--layer names the table, and may be left out when the source has only one.\n"
         "The output name is NAME, by default FZY_ and F; in a shapefile a name longer than 10\n"
         "characters, or a default one over 10 bytes of the table's encoding, is cut and\n"
         "numbered to be unique. Parameters are read as the dialog reads its boxes. Messages go\n"

@@ -47,8 +47,9 @@ const Subcommand& StatsCommand() {
         "stats", "show the statistics of a numeric field",
         "Usage: quorel stats SOURCE [--layer NAME] FIELD\n\n"
         "Prints what the dialog's statistics window shows for FIELD over all features of the\n"
-        "layer (SOURCE a shapefile, or a GeoPackage whose table --layer names when it has\n"
-        "several): its distinct values in ascending order, one per line (the single line\n"
+        "layer (SOURCE a shapefile, or a GeoPackage or PG:\"dbname=...\" database whose table\n"
+        "--layer names when it has several): its distinct values in ascending order, one per line "
+        "(the single line\n"
         "\"Nb > 100\" when there are more than 100), an empty line, then the summary: minimum,\n"
         "maximum, mean, standard deviation, count and number of distinct values, in the\n"
         "language and with the decimal mark of the user's settings.\n\n"

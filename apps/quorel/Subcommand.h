@@ -24,5 +24,7 @@ const Subcommand& MetaCommand();
 const Subcommand& StatsCommand();
 const Subcommand& PreviewCommand();
 const Subcommand& RegisterCommand();
+const Subcommand& AggregateCommand();
+const Subcommand& QueryCommand();
 
 } // namespace quorel::cli

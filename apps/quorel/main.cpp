@@ -23,6 +23,7 @@ std::vector<const Subcommand*> AllCommands() {
         &quorel::cli::MembershipCommand(), &quorel::cli::RunCommand(),
         &quorel::cli::FzyCommand(),        &quorel::cli::MetaCommand(),
         &quorel::cli::StatsCommand(),      &quorel::cli::PreviewCommand(),
+        &quorel::cli::AggregateCommand(),  &quorel::cli::QueryCommand(),
         &quorel::cli::RegisterCommand(),
     };
 }
@@ -31,8 +32,9 @@ void PrintUsage(std::ostream& out) {
     out << CliMessage(cli_text::kUsage,
                       "Usage: quorel [--version] [--help] [--lang CODE] COMMAND [ARGS...]")
         << "\n\n"
-        << CliMessage(cli_text::kPurpose, "Turns a numeric attribute of a polygon shapefile into "
-                                          "a fuzzy classification criterion.")
+        << CliMessage(cli_text::kPurpose,
+                      "Turns a numeric attribute of a polygon layer (shapefile, GeoPackage) "
+                      "into a fuzzy classification criterion.")
         << "\n\n"
         << CliMessage(cli_text::kCommands, "Commands:") << "\n";
     for (const Subcommand* command : AllCommands()) {

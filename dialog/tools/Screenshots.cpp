@@ -1,10 +1,13 @@
 // Writes the component's pictures and a screenshot of each window, in French and in English,
 // to the folder given as the only argument: the definition dialog with a shape chosen, a field
-// selected and the live preview of the typed values, the statistics window and the metadata
-// window. Runs on the offscreen
-// platform over a sample shapefile made on the spot.
+// selected and the live preview of the typed values, the statistics window, the metadata
+// window, and the aggregation and query windows over two criteria computed first. Runs on the
+// offscreen platform over a sample shapefile made on the spot.
 
+#include "criterion/PlainRunDialog.h"
 #include "dialog/DialogSession.h"
+#include "dialog/FrmAggregation.h"
+#include "dialog/FrmQuery.h"
 #include "dialog/Pictures.h"
 #include "dialog/frm_back.h"
 #include "host/shapefile/Application.h"
@@ -14,6 +17,7 @@
 #include "util/MessageUi.h"
 
 #include <QApplication>
+#include <QComboBox>
 #include <QDir>
 #include <QLineEdit>
 #include <QListWidget>
@@ -22,6 +26,7 @@
 #include <QTemporaryDir>
 #include <QTimer>
 
+#include <array>
 #include <cstdlib>
 #include <iostream>
 
@@ -68,6 +73,46 @@ void GrabNextModal(const QString& path) {
     });
 }
 
+// A criterion computed on the sample as Calculer computes it, for the combining windows.
+void RunCriterion(quorel::dialog::DialogSession& session, const char* field, int kind,
+                  const std::array<const char*, 4>& boxes, const char* output) {
+    quorel::criterion::PlainRunDialog controls;
+    controls.fieldList = {field};
+    controls.selected = 0;
+    for (std::size_t i = 0; i < boxes.size(); ++i) {
+        controls.boxes[i] = boxes[i];
+    }
+    controls.newName = output;
+    session.state.kind = static_cast<std::int16_t>(kind);
+    quorel::criterion::CriterionRun(session.state, controls, session.context.ui, session.texts,
+                                    session.fzy, session.log)
+        .RunCriterion();
+}
+
+void CombiningWindows(quorel::dialog::DialogSession& session, const QDir& folder,
+                      const QString& suffix) {
+    const auto choose = [](quorel::dialog::CombinationForm& form, const char* op) {
+        form.Cmb_op->setCurrentIndex(form.Cmb_op->findData(QString::fromLatin1(op)));
+    };
+    quorel::util::ConsoleMessageUi ui;
+    quorel::dialog::FrmAggregation aggregation(session.state, session.texts, ui, session.log);
+    aggregation.CheckInputs({"GENTLE", "NEAR_ROAD"});
+    choose(aggregation, "gamma");
+    aggregation.Txt_gamma->setText(QStringLiteral("0.7"));
+    aggregation.Txt_out->setText(QStringLiteral("SUITABLE"));
+    aggregation.show();
+    QApplication::processEvents();
+    aggregation.grab().save(folder.filePath(QStringLiteral("FrmAggregation") + suffix));
+
+    quorel::dialog::FrmQuery query(session.state, session.texts);
+    query.CheckInputs({"GENTLE", "NEAR_ROAD"});
+    choose(query, "and");
+    query.SetAlpha(0.6);
+    query.show();
+    QApplication::processEvents();
+    query.grab().save(folder.filePath(QStringLiteral("FrmQuery") + suffix));
+}
+
 void SelectRow(QListWidget& list, const QString& text) {
     const auto items = list.findItems(text, Qt::MatchExactly);
     if (!items.isEmpty()) {
@@ -111,6 +156,12 @@ int main(int argc, char** argv) {
     quorel::dialog::frm_back dialog(session.context);
     dialog.Form_Load();
     dialog.show();
+    // Two criteria for the combining windows: gentle slopes, and near the road.
+    session.state.g_layer_name = "parcels";
+    session.state.g_layer_path = data;
+    session.state.g_layer_index = 0;
+    RunCriterion(session, "SLOPE", 4, {"5", "20", "", ""}, "GENTLE");
+    RunCriterion(session, "DISTANCE", 4, {"100", "800", "", ""}, "NEAR_ROAD");
     for (const char* language : {"fr", "en"}) {
         quorel::util::SelectListItem(dialog.LanguageList(), language);
         SelectRow(*dialog.Lst_shapes, QStringLiteral("parcels"));
@@ -136,6 +187,7 @@ int main(int argc, char** argv) {
         GrabNextModal(folder.filePath(QStringLiteral("frm_display_fzy") + suffix));
         dialog.sum_table_Click();
         session.state.g_layer_name = "parcels";
+        CombiningWindows(session, folder, suffix);
     }
     return EXIT_SUCCESS;
 }

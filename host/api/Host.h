@@ -206,7 +206,8 @@ public:
 class ISqlCalculator {
 public:
     virtual ~ISqlCalculator() = default;
-    // "sqlite" or "postgresql".
+    // "sqlite" or "postgresql"; empty when the calculator will not take SQL for its cursor (a
+    // calculator over several sources, given a shapefile's cursor).
     virtual std::string SqlDialect() const = 0;
     virtual void SetSqlExpression(const std::string& expression) = 0;
 };

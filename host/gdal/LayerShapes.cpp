@@ -30,6 +30,17 @@ Dataset OpenVector(const std::string& path) {
     return dataset;
 }
 
+// The layer of that name, or the first one (a shapefile's only layer).
+OGRLayer* LayerOf(GDALDataset& dataset, const std::string& path, const std::string& layerName) {
+    OGRLayer* layer =
+        layerName.empty() ? dataset.GetLayer(0) : dataset.GetLayerByName(layerName.c_str());
+    if (!layer) {
+        throw Error(error_number::kFileNotFound, "LayerShapes",
+                    "No layer " + layerName + " in " + path);
+    }
+    return layer;
+}
+
 void AddRing(const OGRLinearRing& ring, FeatureShape& shape, Extent& extent) {
     std::vector<ShapePoint> points;
     points.reserve(static_cast<std::size_t>(ring.getNumPoints()));
@@ -56,9 +67,9 @@ void AddPolygon(const OGRPolygon& polygon, FeatureShape& shape, Extent& extent) 
 
 } // namespace
 
-LayerShapes ReadLayerShapes(const std::string& shpPath) {
+LayerShapes ReadLayerShapes(const std::string& shpPath, const std::string& layerName) {
     const Dataset dataset = OpenVector(shpPath);
-    OGRLayer* layer = dataset->GetLayer(0);
+    OGRLayer* layer = LayerOf(*dataset, shpPath, layerName);
     layer->ResetReading();
     LayerShapes result;
     while (Feature feature{layer->GetNextFeature()}) {
@@ -79,9 +90,10 @@ LayerShapes ReadLayerShapes(const std::string& shpPath) {
 }
 
 std::vector<std::optional<double>> ReadNumericColumn(const std::string& shpPath,
-                                                     const std::string& field) {
+                                                     const std::string& field,
+                                                     const std::string& layerName) {
     const Dataset dataset = OpenVector(shpPath);
-    OGRLayer* layer = dataset->GetLayer(0);
+    OGRLayer* layer = LayerOf(*dataset, shpPath, layerName);
     const int index = layer->GetLayerDefn()->GetFieldIndex(field.c_str());
     if (index < 0) {
         throw Error(error_number::kHostInvalidIndex, "LayerShapes",

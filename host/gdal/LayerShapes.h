@@ -1,7 +1,8 @@
 #pragma once
 
-// What a map view draws: the polygons of a shapefile and the values of one numeric column, in
-// the order of the shapefile's records, read with OGR.
+// What a map view draws: the polygons of a layer and the values of one numeric column, in the
+// order of the layer's records, read with OGR. The layer is a shapefile's, or the one of that
+// name in a file of several (a GeoPackage's table).
 
 #include <optional>
 #include <string>
@@ -34,11 +35,12 @@ struct LayerShapes {
 };
 
 // Throws quorel::Error when the file cannot be opened.
-LayerShapes ReadLayerShapes(const std::string& shpPath);
+LayerShapes ReadLayerShapes(const std::string& shpPath, const std::string& layerName = {});
 
 // The values of a numeric column, one per record (empty for a null value); throws
 // quorel::Error when the file cannot be opened or has no such column.
 std::vector<std::optional<double>> ReadNumericColumn(const std::string& shpPath,
-                                                     const std::string& field);
+                                                     const std::string& field,
+                                                     const std::string& layerName = {});
 
 } // namespace quorel::host::gdal

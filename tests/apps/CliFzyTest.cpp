@@ -65,12 +65,6 @@ TEST_F(CliFzyTest, dumpOfACorruptFileShowsWhatWasReadableAndFails) {
     EXPECT_NE(result.err.find("Input past end of file"), std::string::npos) << result.err;
 }
 
-TEST_F(CliFzyTest, dumpNeedsItsWordAndOneFile) {
-    EXPECT_EQ(Run({"fzy", "show", "x.fzy"}).status, 64);
-    EXPECT_EQ(Run({"fzy", "dump"}).status, 64);
-    EXPECT_EQ(Run({"fzy", "dump", Path("missing.fzy")}).status, 1);
-}
-
 const char* const kLastEntryOfFzyA = "Résultats FZY_A(alias :FZY_A) forme 3 forme :\n"
                                      " Val_a = 7\n"
                                      " Val_b = 10\n"

@@ -9,48 +9,34 @@
 
 #include <gtest/gtest.h>
 
-#include <ostream>
+#include <algorithm>
 
 namespace quorel::criterion {
 namespace {
 
 using quorel::test::Thrown;
 
-struct SortCase {
-    const char* name;
-    std::vector<double> values;
-    std::vector<double> sorted;
-};
-
-void PrintTo(const SortCase& c, std::ostream* os) {
-    *os << c.name;
-}
-
-class SelectionSortTest : public ::testing::TestWithParam<SortCase> {};
-
-TEST_P(SelectionSortTest, sortsPlacesOneToCount) {
-    std::array<double, kMaxListedValues + 1> values{};
-    values[0] = -12345; // place 0 holds no value and is never read
-    for (std::size_t i = 0; i < GetParam().values.size(); ++i) {
-        values[i + 1] = GetParam().values[i];
+TEST(SelectionSortTest, sortsPlacesOneToCount) {
+    using Values = std::vector<double>;
+    for (const auto& [name, given, sorted] :
+         {std::tuple{"empty", Values{}, Values{}},
+          std::tuple{"distinct", Values{3, -2, 7.5}, Values{-2, 3, 7.5}},
+          std::tuple{"equalValues", Values{3, -2, 7.5, 3}, Values{-2, 3, 3, 7.5}},
+          std::tuple{"hugeValuesBecomeTheStartMinimumAtTheEnd",
+                     Values{5, 99999999999.0, 9999999999.0, 2, 1e20},
+                     Values{2, 5, 9999999999.0, 9999999999.0, 9999999999.0}},
+          std::tuple{"justBelowTheStartMinimum", Values{9999999998.0, 1}, Values{1, 9999999998.0}},
+          std::tuple{"negative", Values{-1e300, -5}, Values{-1e300, -5}}}) {
+        std::array<double, kMaxListedValues + 1> values{};
+        values[0] = -12345; // place 0 holds no value and is never read
+        std::copy(given.begin(), given.end(), values.begin() + 1);
+        const auto result = SelectionSort(values, static_cast<std::int32_t>(given.size()));
+        EXPECT_EQ(Values(result.begin() + 1,
+                         result.begin() + 1 + static_cast<std::ptrdiff_t>(given.size())),
+                  sorted)
+            << name;
     }
-    const auto sorted = SelectionSort(values, static_cast<std::int32_t>(GetParam().values.size()));
-    const std::vector<double> result(sorted.begin() + 1,
-                                     sorted.begin() + 1 +
-                                         static_cast<std::ptrdiff_t>(GetParam().values.size()));
-    EXPECT_EQ(result, GetParam().sorted);
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Cases, SelectionSortTest,
-    ::testing::Values(SortCase{"empty", {}, {}}, SortCase{"distinct", {3, -2, 7.5}, {-2, 3, 7.5}},
-                      SortCase{"equalValues", {3, -2, 7.5, 3}, {-2, 3, 3, 7.5}},
-                      SortCase{"hugeValuesBecomeTheStartMinimumAtTheEnd",
-                               {5, 99999999999.0, 9999999999.0, 2, 1e20},
-                               {2, 5, 9999999999.0, 9999999999.0, 9999999999.0}},
-                      SortCase{"justBelowTheStartMinimum", {9999999998.0, 1}, {1, 9999999998.0}},
-                      SortCase{"negative", {-1e300, -5}, {-1e300, -5}}),
-    [](const auto& testInfo) { return std::string(testInfo.param.name); });
 
 class Texts final : public util::ITextSource {
 public:

@@ -1,11 +1,10 @@
 #include "criterion/Membership.h"
 
 #include "criterion/Parameters.h"
+#include "tests/support/Thrown.h"
 #include "util/Error.h"
 
 #include <gtest/gtest.h>
-
-#include <ostream>
 
 #include <cmath>
 #include <vector>
@@ -15,43 +14,34 @@ namespace {
 using quorel::criterion::CompleteParameters;
 using quorel::criterion::Membership;
 using quorel::criterion::MembershipFunction;
+using quorel::test::Thrown;
 
-struct DegreeCase {
-    int kind;
-    double typed[4];
-    double x;
-    double degree;
-};
-
-void PrintTo(const DegreeCase& c, std::ostream* os) {
-    *os << "kind " << c.kind << " x=" << c.x;
+// The break points of each shape, the parameters as typed and then completed.
+TEST(MembershipTest, givesTheDegreeOfTheShape) {
+    struct Case {
+        int kind;
+        double typed[4];
+        double x;
+        double degree;
+    };
+    for (const Case& c : {Case{1, {3, 0, 0, 0}, 3, 1},      Case{1, {3, 0, 0, 0}, 3.0000001, 0},
+                          Case{1, {3, 0, 0, 0}, -3, 0},     Case{2, {0, 10, 20, 0}, 5, 0.5},
+                          Case{2, {0, 10, 20, 0}, 10, 1},   Case{2, {0, 10, 20, 0}, 15, 0.5},
+                          Case{2, {0, 10, 20, 0}, 20, 0},   Case{2, {0, 10, 20, 0}, 25, 0},
+                          Case{2, {0, 10, 20, 0}, -1, 0},   Case{2, {0, 10, 20, 0}, 0, 0},
+                          Case{3, {0, 10, 0, 0}, 10, 1},    Case{3, {0, 10, 0, 0}, 1000, 1},
+                          Case{3, {0, 10, 0, 0}, -5, 0},    Case{3, {0, 10, 0, 0}, 2.5, 0.25},
+                          Case{4, {0, 10, 0, 0}, 0, 1},     Case{4, {0, 10, 0, 0}, 5, 0.5},
+                          Case{4, {0, 10, 0, 0}, 10, 0},    Case{4, {0, 10, 0, 0}, -3, 1},
+                          Case{5, {0, 10, 20, 30}, 15, 1},  Case{5, {0, 10, 20, 30}, 25, 0.5},
+                          Case{5, {0, 10, 20, 30}, 30, 0},  Case{5, {0, 10, 20, 30}, 31, 0},
+                          Case{5, {0, 10, 20, 30}, 5, 0.5}, Case{5, {0, 10, 20, 30}, -1, 0}}) {
+        double a = c.typed[0], b = c.typed[1], cc = c.typed[2], d = c.typed[3];
+        CompleteParameters(c.kind, a, b, cc, d);
+        EXPECT_EQ(Membership(c.kind, c.x, a, b, cc, d), c.degree)
+            << "kind " << c.kind << " x=" << c.x;
+    }
 }
-
-class MembershipDegreeTest : public ::testing::TestWithParam<DegreeCase> {};
-
-TEST_P(MembershipDegreeTest, givesTheDegreeOfTheShape) {
-    const auto& c = GetParam();
-    double a = c.typed[0], b = c.typed[1], cc = c.typed[2], d = c.typed[3];
-    CompleteParameters(c.kind, a, b, cc, d);
-    EXPECT_EQ(Membership(c.kind, c.x, a, b, cc, d), c.degree) << "x=" << c.x;
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    BreakPoints, MembershipDegreeTest,
-    ::testing::Values(DegreeCase{1, {3, 0, 0, 0}, 3, 1}, DegreeCase{1, {3, 0, 0, 0}, 3.0000001, 0},
-                      DegreeCase{1, {3, 0, 0, 0}, -3, 0}, DegreeCase{2, {0, 10, 20, 0}, 5, 0.5},
-                      DegreeCase{2, {0, 10, 20, 0}, 10, 1}, DegreeCase{2, {0, 10, 20, 0}, 15, 0.5},
-                      DegreeCase{2, {0, 10, 20, 0}, 20, 0}, DegreeCase{2, {0, 10, 20, 0}, 25, 0},
-                      DegreeCase{2, {0, 10, 20, 0}, -1, 0}, DegreeCase{2, {0, 10, 20, 0}, 0, 0},
-                      DegreeCase{3, {0, 10, 0, 0}, 10, 1}, DegreeCase{3, {0, 10, 0, 0}, 1000, 1},
-                      DegreeCase{3, {0, 10, 0, 0}, -5, 0}, DegreeCase{3, {0, 10, 0, 0}, 2.5, 0.25},
-                      DegreeCase{4, {0, 10, 0, 0}, 0, 1}, DegreeCase{4, {0, 10, 0, 0}, 5, 0.5},
-                      DegreeCase{4, {0, 10, 0, 0}, 10, 0}, DegreeCase{4, {0, 10, 0, 0}, -3, 1},
-                      DegreeCase{5, {0, 10, 20, 30}, 15, 1},
-                      DegreeCase{5, {0, 10, 20, 30}, 25, 0.5},
-                      DegreeCase{5, {0, 10, 20, 30}, 30, 0}, DegreeCase{5, {0, 10, 20, 30}, 31, 0},
-                      DegreeCase{5, {0, 10, 20, 30}, 5, 0.5},
-                      DegreeCase{5, {0, 10, 20, 30}, -1, 0}));
 
 TEST(MembershipTest, kindZeroLeavesTheDegreeEmpty) {
     EXPECT_TRUE(std::isnan(Membership(0, 5, 0, 1, 2, 3)));
@@ -69,13 +59,10 @@ TEST(MembershipTest, equalNeighboursDivideByZeroForEveryValue) {
                                                           {4, -1e16, -1e15, 5, 5},
                                                           {5, 0, 0, 1, 2},
                                                           {5, 0, 1, 2, 2}}) {
-        try {
-            Membership(static_cast<int>(p[0]), 1, p[1], p[2], p[3], p[4]);
-            ADD_FAILURE() << "kind " << p[0] << " did not fail";
-        } catch (const quorel::Error& e) {
-            EXPECT_EQ(e.Number(), 11);
-            EXPECT_EQ(e.Description(), "Division by zero");
-        }
+        const quorel::Error e =
+            Thrown([&] { Membership(static_cast<int>(p[0]), 1, p[1], p[2], p[3], p[4]); });
+        EXPECT_EQ(e.Number(), 11) << "kind " << p[0];
+        EXPECT_EQ(e.Description(), "Division by zero");
     }
 }
 
@@ -90,12 +77,8 @@ TEST(MembershipTest, evaluationInPlaceGivesTheSameDegrees) {
 }
 
 TEST(MembershipTest, resultsBeyondTheDoubleRangeOverflow) {
-    try {
-        Membership(3, 0, -1e308, 1e308, 1e14, 1e15); // b - a is beyond the range
-        ADD_FAILURE() << "no overflow";
-    } catch (const quorel::Error& e) {
-        EXPECT_EQ(e.Number(), 6);
-    }
+    // b - a is beyond the range.
+    EXPECT_EQ(Thrown([] { Membership(3, 0, -1e308, 1e308, 1e14, 1e15); }).Number(), 6);
 }
 
 } // namespace

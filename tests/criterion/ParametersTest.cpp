@@ -5,7 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include <ostream>
+#include <array>
 
 namespace {
 
@@ -39,38 +39,22 @@ TEST_P(DecimalMarkFixture, readsEitherMarkAndFallsBackOnTheDefault) {
 
 INSTANTIATE_TEST_SUITE_P(BothMarks, DecimalMarkFixture, ::testing::Values('.', ','));
 
-struct CompletionCase {
-    int kind;
-    double in[4];
-    double out[4];
-};
-
-void PrintTo(const CompletionCase& c, std::ostream* os) {
-    *os << "kind " << c.kind;
+TEST(CompleteParametersTest, setsTheUnusedParameters) {
+    using Four = std::array<double, 4>;
+    for (const auto& [kind, in, out] :
+         {std::tuple{0, Four{1, 2, 3, 4}, Four{1, 2, 3, 4}},
+          std::tuple{1, Four{3, -9999, -9999, -9999}, Four{3, 1e14, 1e15, 1e16}},
+          std::tuple{2, Four{0, 10, 20, -9999}, Four{0, 10, 20, 1e15}},
+          std::tuple{3, Four{0, 10, -9999, -9999}, Four{0, 10, 1e14, 1e15}},
+          // The falling ramp moves its a and b to c and d.
+          std::tuple{4, Four{0, 10, 7, 8}, Four{-1e16, -1e15, 0, 10}},
+          std::tuple{5, Four{0, 10, 20, 30}, Four{0, 10, 20, 30}},
+          std::tuple{7, Four{1, 2, 3, 4}, Four{1, 2, 3, 4}}}) {
+        Four completed = in;
+        CompleteParameters(kind, completed[0], completed[1], completed[2], completed[3]);
+        EXPECT_EQ(completed, out) << "kind " << kind;
+    }
 }
-
-class CompleteParametersTest : public ::testing::TestWithParam<CompletionCase> {};
-
-TEST_P(CompleteParametersTest, setsTheUnusedParameters) {
-    const auto& c = GetParam();
-    double a = c.in[0], b = c.in[1], cc = c.in[2], d = c.in[3];
-    CompleteParameters(c.kind, a, b, cc, d);
-    EXPECT_EQ(a, c.out[0]);
-    EXPECT_EQ(b, c.out[1]);
-    EXPECT_EQ(cc, c.out[2]);
-    EXPECT_EQ(d, c.out[3]);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Kinds, CompleteParametersTest,
-    ::testing::Values(CompletionCase{0, {1, 2, 3, 4}, {1, 2, 3, 4}},
-                      CompletionCase{1, {3, -9999, -9999, -9999}, {3, 1e14, 1e15, 1e16}},
-                      CompletionCase{2, {0, 10, 20, -9999}, {0, 10, 20, 1e15}},
-                      CompletionCase{3, {0, 10, -9999, -9999}, {0, 10, 1e14, 1e15}},
-                      // The falling ramp moves its a and b to c and d.
-                      CompletionCase{4, {0, 10, 7, 8}, {-1e16, -1e15, 0, 10}},
-                      CompletionCase{5, {0, 10, 20, 30}, {0, 10, 20, 30}},
-                      CompletionCase{7, {1, 2, 3, 4}, {1, 2, 3, 4}}));
 
 TEST(CheckParameterOrderTest, acceptsEqualNeighboursAndRefusesAnyInversion) {
     EXPECT_TRUE(CheckParameterOrder(0, 0, 0, 0));
@@ -80,38 +64,30 @@ TEST(CheckParameterOrderTest, acceptsEqualNeighboursAndRefusesAnyInversion) {
     EXPECT_FALSE(CheckParameterOrder(0, 1, 3, 2));
 }
 
-class OrderMessageTest : public ::testing::Test {
-protected:
-    void TearDown() override { quorel::util::SetDecimalSeparator(std::nullopt); }
-    Texts texts;
-};
-
-TEST_F(OrderMessageTest, risingRampOutOfOrderShowsTheCompletedValues) {
-    quorel::util::SetDecimalSeparator('.');
-    double a = 5, b = 2, c = -9999, d = -9999;
-    CompleteParameters(3, a, b, c, d);
-    ASSERT_FALSE(CheckParameterOrder(a, b, c, d));
-    EXPECT_EQ(ParameterOrderMessage(texts, a, b, c, d),
-              "Paramètres dans le désordre:5:2:100000000000000:1E+15");
-}
-
-TEST_F(OrderMessageTest, fallingRampShowsTheShuffledValues) {
-    quorel::util::SetDecimalSeparator('.');
-    double a = 10, b = 0, c = 0, d = 0;
-    CompleteParameters(4, a, b, c, d);
-    ASSERT_FALSE(CheckParameterOrder(a, b, c, d));
-    EXPECT_EQ(ParameterOrderMessage(texts, a, b, c, d),
-              "Paramètres dans le désordre:-1E+16:-1E+15:10:0");
-}
-
-TEST_F(OrderMessageTest, triangleWithAnEmptyBoxAndUserCommaMark) {
-    quorel::util::SetDecimalSeparator(',');
-    double a = ParseNumberText("0", kDefaultA), b = ParseNumberText("", kDefaultBCD),
-           c = ParseNumberText("2.5", kDefaultBCD), d = ParseNumberText("", kDefaultBCD);
-    CompleteParameters(2, a, b, c, d);
-    ASSERT_FALSE(CheckParameterOrder(a, b, c, d));
-    EXPECT_EQ(ParameterOrderMessage(texts, a, b, c, d),
-              "Paramètres dans le désordre:0:-9999:2,5:1E+15");
+// The boxes as typed, completed: the message shows the values the order check saw.
+TEST(OrderMessageTest, showsTheCompletedValuesWithTheUsersMark) {
+    struct Case {
+        char mark;
+        int kind;
+        std::array<const char*, 4> boxes;
+        const char* values;
+    };
+    const Texts texts;
+    for (const Case& c : {Case{'.', 3, {"5", "2", "", ""}, ":5:2:100000000000000:1E+15"},
+                          Case{'.', 4, {"10", "0", "0", "0"}, ":-1E+16:-1E+15:10:0"},
+                          Case{',', 2, {"0", "", "2.5", ""}, ":0:-9999:2,5:1E+15"}}) {
+        SCOPED_TRACE(c.values);
+        quorel::util::SetDecimalSeparator(c.mark);
+        double a = ParseNumberText(c.boxes[0], kDefaultA);
+        double b = ParseNumberText(c.boxes[1], kDefaultBCD);
+        double cc = ParseNumberText(c.boxes[2], kDefaultBCD);
+        double d = ParseNumberText(c.boxes[3], kDefaultBCD);
+        CompleteParameters(c.kind, a, b, cc, d);
+        EXPECT_FALSE(CheckParameterOrder(a, b, cc, d));
+        EXPECT_EQ(ParameterOrderMessage(texts, a, b, cc, d),
+                  std::string("Paramètres dans le désordre") + c.values);
+    }
+    quorel::util::SetDecimalSeparator(std::nullopt);
 }
 
 } // namespace

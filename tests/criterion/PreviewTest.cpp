@@ -5,54 +5,36 @@
 
 #include <gtest/gtest.h>
 
-#include <ostream>
-
 namespace quorel::criterion {
 namespace {
 
 using Boxes = std::array<std::optional<double>, 4>;
 
-struct SuggestCase {
-    const char* name;
-    int kind;
-    std::vector<double> values; // ascending
-    Boxes boxes;
-};
-
-void PrintTo(const SuggestCase& c, std::ostream* os) {
-    *os << c.name;
-}
-
-class SuggestTest : public ::testing::TestWithParam<SuggestCase> {};
-
-TEST_P(SuggestTest, fillsTheBoxesFromTheFieldsPercentiles) {
-    FieldValues field;
-    field.values = GetParam().values;
-    field.nullCount = 3; // Nulls play no part
-    const auto suggested = SuggestParameters(GetParam().kind, field);
-    ASSERT_TRUE(suggested.has_value());
-    EXPECT_EQ(*suggested, GetParam().boxes);
-}
-
 const std::vector<double> kTens = {0, 10, 20, 30, 40, 50, 60, 70, 80, 90, 100};
 const std::vector<double> kCrowded = {1, 5, 5, 5, 5, 5, 5, 5, 5, 5, 5, 9};
 
-INSTANTIATE_TEST_SUITE_P(
-    Rule, SuggestTest,
-    ::testing::Values(
-        SuggestCase{"singletonTakesTheLowerMiddleValue", 1, {0, 10, 20, 30}, {10, {}, {}, {}}},
-        SuggestCase{"triangle10_50_90", 2, kTens, {10, 50, 90, {}}},
-        SuggestCase{"risingRamp25_75", 3, kTens, {25, 75, {}, {}}},
-        SuggestCase{"fallingRamp25_75", 4, kTens, {25, 75, {}, {}}},
-        SuggestCase{"trapezoid10_25_75_90", 5, kTens, {10, 25, 75, 90}},
-        SuggestCase{"interpolatesBetweenValues", 5, {0, 10}, {1, 2.5, 7.5, 9}},
-        // Many equal values: each slope's outer end moves out to the next value of the field.
-        SuggestCase{"crowdedTrapezoidWidensToTheNextValues", 5, kCrowded, {1, 5, 5, 9}},
-        SuggestCase{"crowdedFallingRampMovesItsLowEndUp", 4, kCrowded, {5, 9, {}, {}}},
-        SuggestCase{"crowdedRisingRampMovesItsLowEndDown", 3, kCrowded, {1, 5, {}, {}}},
-        // One value only: past it by 1.
-        SuggestCase{"oneValueTriangle", 2, {3, 3, 3}, {2, 3, 4, {}}}),
-    [](const auto& testInfo) { return std::string(testInfo.param.name); });
+TEST(SuggestTest, fillsTheBoxesFromTheFieldsPercentiles) {
+    using Values = std::vector<double>; // ascending
+    for (const auto& [name, kind, values, boxes] :
+         {std::tuple{"singletonTakesTheLowerMiddleValue", 1, Values{0, 10, 20, 30},
+                     Boxes{10, {}, {}, {}}},
+          std::tuple{"triangle10_50_90", 2, kTens, Boxes{10, 50, 90, {}}},
+          std::tuple{"risingRamp25_75", 3, kTens, Boxes{25, 75, {}, {}}},
+          std::tuple{"fallingRamp25_75", 4, kTens, Boxes{25, 75, {}, {}}},
+          std::tuple{"trapezoid10_25_75_90", 5, kTens, Boxes{10, 25, 75, 90}},
+          std::tuple{"interpolatesBetweenValues", 5, Values{0, 10}, Boxes{1, 2.5, 7.5, 9}},
+          // Many equal values: each slope's outer end moves out to the next value of the field.
+          std::tuple{"crowdedTrapezoidWidensToTheNextValues", 5, kCrowded, Boxes{1, 5, 5, 9}},
+          std::tuple{"crowdedFallingRampMovesItsLowEndUp", 4, kCrowded, Boxes{5, 9, {}, {}}},
+          std::tuple{"crowdedRisingRampMovesItsLowEndDown", 3, kCrowded, Boxes{1, 5, {}, {}}},
+          // One value only: past it by 1.
+          std::tuple{"oneValueTriangle", 2, Values{3, 3, 3}, Boxes{2, 3, 4, {}}}}) {
+        FieldValues field;
+        field.values = values;
+        field.nullCount = 3; // Nulls play no part
+        EXPECT_EQ(SuggestParameters(kind, field), std::optional(boxes)) << name;
+    }
+}
 
 TEST(SuggestTest, nothingWithoutValuesOrShape) {
     FieldValues onlyNulls;

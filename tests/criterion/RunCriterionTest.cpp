@@ -7,6 +7,7 @@
 #include "errors/ErrorLog.h"
 #include "fzy/FzyFormat.h"
 #include "fzy/IO_fzyext.h"
+#include "host/memory/MemoryHost.h"
 #include "host/shapefile/Application.h"
 #include "host/shapefile/Shapefile.h"
 #include "tests/fzy/FzyFiles.h"
@@ -15,16 +16,10 @@
 #include "util/Error.h"
 #include "util/MessageUi.h"
 
-#include <gdal.h>
-#include <ogr_api.h>
-
 #include <gtest/gtest.h>
 
-#include <charconv>
 #include <chrono>
-#include <filesystem>
 #include <fstream>
-#include <functional>
 
 namespace quorel::criterion {
 namespace {
@@ -40,14 +35,6 @@ class NoWindow final : public fzy::IInfoWindow {
 public:
     void ShowModal(const std::string&) override {}
 };
-
-double Stored(double value) {
-    char text[64];
-    const auto end = std::to_chars(text, text + sizeof text, value, std::chars_format::fixed, 11);
-    double back = 0;
-    std::from_chars(text, end.ptr, back);
-    return back;
-}
 
 constexpr std::size_t kRows = 60;
 
@@ -106,6 +93,26 @@ protected:
 
     std::string LastBox() const { return m_ui.boxes.empty() ? "" : m_ui.boxes.back().text; }
 
+    // A run stopped before its new field: the table stays as it was, the metadata file is
+    // opened (and validated) only from the run's step that does it, nothing is recorded, and
+    // the report says what is wrong, then the host's detail. Only failures are logged.
+    void ExpectStopped(int kind, const std::array<std::string, 4>& boxes, const std::string& field,
+                       const std::string& newName, RunOutcome outcome,
+                       const std::vector<std::string>& says, bool metadataOpened) {
+        m_app->SetWriteLockWait(std::chrono::milliseconds(0));
+        const std::string table = testing::ReadBytes(m_folder.File("parcels.dbf"));
+        EXPECT_EQ(Run(kind, boxes, field, newName), outcome);
+        for (const std::string& piece : says) {
+            EXPECT_NE(LastBox().find(piece), std::string::npos) << piece << " in " << LastBox();
+        }
+        EXPECT_EQ(m_ui.boxes.back().icon, util::MessageIcon::Critical);
+        EXPECT_EQ(testing::ReadBytes(m_folder.File("parcels.dbf")), table);
+        EXPECT_EQ(testing::FileExists(m_folder.File("parcels.fzy")), metadataOpened);
+        EXPECT_EQ(NumberEntries(), 0);
+        EXPECT_FALSE(m_ui.busy);
+        EXPECT_EQ(testing::FileExists(m_folder.File("quorel.log")), outcome == RunOutcome::Failed);
+    }
+
     testing::ScratchFolder m_folder;
     std::shared_ptr<host::shapefile::Application> m_app =
         std::make_shared<host::shapefile::Application>();
@@ -154,7 +161,8 @@ TEST_P(RunKindTest, storesEachDegreeAsMembershipGivesItAndRecordsTheCriterion) {
         if (i == 5) {
             continue; // a Null slope; the calculator's tests cover it
         }
-        EXPECT_EQ(table.rows[i][3], Value(Stored(Membership(k.kind, SlopeOf(i), a, b, c, d))));
+        EXPECT_EQ(table.rows[i][3],
+                  Value(testing::Stored(Membership(k.kind, SlopeOf(i), a, b, c, d))));
     }
     EXPECT_EQ(NumberEntries(), 1);
     // The numeric fields listed again, the new one among them, nothing selected.
@@ -170,65 +178,23 @@ INSTANTIATE_TEST_SUITE_P(Kinds, RunKindTest,
                                            KindCase{5, {"0", "5", "15", "25"}}));
 
 TEST_F(RunCriterionTest, fromTheTenthNumberedCandidateTheNameKeepsTenCharacters) {
-    class NamedFields final : public host::IFields {
-    public:
-        std::vector<std::string> names;
-        std::int32_t FieldCount() const override { return static_cast<std::int32_t>(names.size()); }
-        std::shared_ptr<host::IField> Field(std::int32_t i) const override {
-            return std::make_shared<host::map::Field>(names.at(static_cast<std::size_t>(i)),
-                                                      host::kFieldTypeDouble);
-        }
-        std::int32_t FindField(const std::string&) const override { return -1; }
-    } table;
+    host::memory::MemoryFields table;
+    const auto add = [&table](const std::string& name) {
+        table.Add(std::make_shared<host::map::Field>(name, host::kFieldTypeDouble));
+    };
     EXPECT_EQ(MakeOutputFieldName("FZY_POPULATION", table), "FZY_POPULA");
     EXPECT_EQ(MakeOutputFieldName("FZY_POP", table), "FZY_POP");
-    table.names = {"FZY_POPULA"};
+    add("FZY_POPULA");
     for (int i = 1; i <= 9; ++i) {
-        table.names.push_back("FZY_POPUL" + std::to_string(i));
+        add("FZY_POPUL" + std::to_string(i));
     }
     EXPECT_EQ(MakeOutputFieldName("FZY_POPULATION", table), "FZY_POPU10");
-    table.names.push_back("FZY_POPU10");
+    add("FZY_POPU10");
     EXPECT_EQ(MakeOutputFieldName("FZY_POPULATION", table), "FZY_POPU11");
     // Exact comparison: another letter case is another name.
     EXPECT_EQ(MakeOutputFieldName("fzy_populations", table), "fzy_popula");
     // A name of 10 characters or fewer is taken as typed, even when it exists.
     EXPECT_EQ(MakeOutputFieldName("FZY_POPULA", table), "FZY_POPULA");
-}
-
-TEST_F(RunCriterionTest, refusesWhileTheEditorIsEditingButValidatesTheMetadataFirst) {
-    m_app->EditorExtension()->SetEditState(host::kEditStateEditing);
-    EXPECT_EQ(Run(Trapezoid, {"0", "5", "15", "25"}, "SLOPE", "FZY_SLOPE"), RunOutcome::Refused);
-    EXPECT_EQ(LastBox(), "T133");
-    EXPECT_EQ(m_ui.boxes.back().icon, util::MessageIcon::Critical);
-    EXPECT_EQ(FieldNames().size(), 3u);
-    EXPECT_TRUE(testing::FileExists(m_folder.File("parcels.fzy")));
-    EXPECT_FALSE(m_ui.busy);
-}
-
-TEST_F(RunCriterionTest, withNoFieldSelectedNothingIsOpened) {
-    m_state.kind = Trapezoid;
-    m_dialog.selected = -1;
-    EXPECT_EQ(m_run.RunCriterion(), RunOutcome::Refused);
-    EXPECT_EQ(LastBox(), "T131");
-    EXPECT_FALSE(testing::FileExists(m_folder.File("parcels.fzy")));
-    EXPECT_TRUE(m_ui.busyChanges.empty());
-}
-
-TEST_F(RunCriterionTest, parametersOutOfOrderAreRefusedWithTheirValues) {
-    EXPECT_EQ(Run(RisingRamp, {"5", "2", "", ""}, "SLOPE", "FZY_SLOPE"), RunOutcome::Refused);
-    EXPECT_EQ(LastBox(), "T132:5:2:100000000000000:1E+15");
-    EXPECT_EQ(FieldNames().size(), 3u);
-}
-
-TEST_F(RunCriterionTest, shortNameTheHostRefusesIsReportedAtStep42AndNothingIsRecorded) {
-    EXPECT_EQ(Run(Trapezoid, {"0", "5", "15", "25"}, "SLOPE", "SLOPE"), RunOutcome::Failed);
-    EXPECT_NE(LastBox().find("Field already exists: SLOPE"), std::string::npos) << LastBox();
-    EXPECT_NE(LastBox().find("Debug=42"), std::string::npos) << LastBox();
-    EXPECT_NE(LastBox().find("cmd_go_Click"), std::string::npos);
-    EXPECT_EQ(NumberEntries(), 0);
-    EXPECT_FALSE(m_ui.busy);
-    // The report went to the log too.
-    EXPECT_TRUE(testing::FileExists(m_folder.File("quorel.log")));
 }
 
 TEST_F(RunCriterionTest, kindZeroAddsTheFieldWithoutScriptAndRecordsKindZero) {
@@ -253,26 +219,6 @@ TEST_F(RunCriterionTest, divisionByZeroOfTheScriptIsReportedAndTheAddedFieldStay
     EXPECT_EQ(NumberEntries(), 0);
     // The status bar keeps its text when the run ends by an error.
     EXPECT_EQ(m_app->StatusBar()->MessageText(0), "T134");
-}
-
-TEST_F(RunCriterionTest, validationDropsTheEntryOfAFieldRemovedFromTheTable) {
-    ASSERT_EQ(Run(Trapezoid, {"0", "5", "15", "25"}, "SLOPE", "FZY_GONE"), RunOutcome::Done);
-    ASSERT_EQ(Run(Trapezoid, {"0", "5", "15", "25"}, "SLOPE", "FZY_KEPT"), RunOutcome::Done);
-    ASSERT_EQ(NumberEntries(), 2);
-    {
-        GDALAllRegister();
-        const std::unique_ptr<void, decltype(&GDALClose)> dataset(
-            GDALOpenEx(m_folder.File("parcels.shp").c_str(), GDAL_OF_VECTOR | GDAL_OF_UPDATE,
-                       nullptr, nullptr, nullptr),
-            &GDALClose);
-        OGRLayerH layer = GDALDatasetGetLayer(dataset.get(), 0);
-        ASSERT_EQ(
-            OGR_L_DeleteField(layer, OGR_FD_GetFieldIndex(OGR_L_GetLayerDefn(layer), "FZY_GONE")),
-            OGRERR_NONE);
-    }
-    ASSERT_EQ(Run(RisingRamp, {"0", "10", "", ""}, "POPULATION", "FZY_NEW"), RunOutcome::Done);
-    // FZY_GONE's entry marked deleted and compacted away; FZY_KEPT's and the new one remain.
-    EXPECT_EQ(NumberEntries(), 2);
 }
 
 TEST_F(RunCriterionTest, aFullMetadataFileRefusesTheRunBeforeTheFieldIsAdded) {
@@ -353,59 +299,49 @@ INSTANTIATE_TEST_SUITE_P(
         OutputNameCase{"typedOutsideCp1252", "UTF-8", "ŁÓDŹ", "ŁÓDŹ", "T182", {}}),
     [](const auto& testInfo) { return std::string(testInfo.param.name); });
 
-// Refusals before anything is written: the table and its metadata file stay as they were, and
-// the report says what is wrong, then the host's detail.
-struct RefusalCase {
-    const char* name;
-    std::function<std::unique_ptr<host::ILayerWriteLock>(const std::string& folder)> prepare;
-    const char* text;
-    const char* detail;
-};
+const std::array<std::string, 4> kTrapezoid = {"0", "5", "15", "25"};
 
-class RunRefusalTest : public RunCriterionTest,
-                       public ::testing::WithParamInterface<RefusalCase> {};
-
-TEST_P(RunRefusalTest, changesNothingAndSaysWhy) {
-    m_app->SetWriteLockWait(std::chrono::milliseconds(0));
-    const auto held = GetParam().prepare(m_folder.Path());
-    const std::string table = testing::ReadBytes(m_folder.File("parcels.dbf"));
-    EXPECT_EQ(Run(Trapezoid, {"0", "5", "15", "25"}, "SLOPE", "FZY_SLOPE"), RunOutcome::Failed);
-    EXPECT_NE(LastBox().find(std::string(GetParam().text) + "\r\n"), std::string::npos)
-        << LastBox();
-    EXPECT_NE(LastBox().find(GetParam().detail), std::string::npos) << LastBox();
-    EXPECT_NE(LastBox().find("Debug=101"), std::string::npos) << LastBox();
-    EXPECT_EQ(testing::ReadBytes(m_folder.File("parcels.dbf")), table);
-    EXPECT_FALSE(testing::FileExists(m_folder.File("parcels.fzy")));
-    EXPECT_FALSE(m_ui.busy);
+TEST_F(RunCriterionTest, withNoFieldSelectedNothingIsOpened) {
+    ExpectStopped(Trapezoid, kTrapezoid, "", "FZY_SLOPE", RunOutcome::Refused, {"T131"}, false);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Refusals, RunRefusalTest,
-    ::testing::Values(RefusalCase{"anotherRunHoldsTheLayer",
-                                  [](const std::string& folder) {
-                                      // Another process's run, as far as the lock can tell.
-                                      const auto other =
-                                          std::make_shared<host::shapefile::Application>();
-                                      return other->LockLayerForWriting(folder, "parcels.shp");
-                                  },
-                                  "T170", "Another run is writing the shapefile "},
-                      RefusalCase{"theHeaderUndercountsTheRecords",
-                                  [](const std::string& folder) {
-                                      const std::string dbf = folder + "/parcels.dbf";
-                                      std::string bytes = testing::ReadBytes(dbf);
-                                      bytes[4] = 10; // of 60
-                                      std::ofstream(dbf, std::ios::binary | std::ios::trunc)
-                                          << bytes;
-                                      return std::unique_ptr<host::ILayerWriteLock>();
-                                  },
-                                  "T172", "its header counts 10 records, the file holds 60"}),
-    [](const auto& test) { return std::string(test.param.name); });
+TEST_F(RunCriterionTest, parametersOutOfOrderAreRefusedWithTheirValues) {
+    ExpectStopped(RisingRamp, {"5", "2", "", ""}, "SLOPE", "FZY_SLOPE", RunOutcome::Refused,
+                  {"T132:5:2:100000000000000:1E+15"}, false);
+}
+
+TEST_F(RunCriterionTest, refusesWhileTheEditorIsEditingButValidatesTheMetadataFirst) {
+    m_app->EditorExtension()->SetEditState(host::kEditStateEditing);
+    ExpectStopped(Trapezoid, kTrapezoid, "SLOPE", "FZY_SLOPE", RunOutcome::Refused, {"T133"}, true);
+}
+
+TEST_F(RunCriterionTest, shortNameTheHostRefusesIsReportedAtStep42AndNothingIsRecorded) {
+    ExpectStopped(Trapezoid, kTrapezoid, "SLOPE", "SLOPE", RunOutcome::Failed,
+                  {"Field already exists: SLOPE", "Debug=42", "cmd_go_Click"}, true);
+}
 
 TEST_F(RunCriterionTest, aLayerPositionOutsideTheMapIsReported) {
     m_state.g_layer_index = 3;
-    EXPECT_EQ(Run(Trapezoid, {"0", "5", "15", "25"}, "SLOPE", "FZY_SLOPE"), RunOutcome::Failed);
-    EXPECT_NE(LastBox().find("No layer at position 3"), std::string::npos) << LastBox();
-    EXPECT_NE(LastBox().find("Debug=101"), std::string::npos) << LastBox();
+    ExpectStopped(Trapezoid, kTrapezoid, "SLOPE", "FZY_SLOPE", RunOutcome::Failed,
+                  {"No layer at position 3", "Debug=101"}, true);
+}
+
+TEST_F(RunCriterionTest, aLayerAnotherRunHoldsIsReportedWithTheHostsDetail) {
+    // Another process's run, as far as the lock can tell.
+    const auto other = std::make_shared<host::shapefile::Application>();
+    const auto held = other->LockLayerForWriting(m_folder.Path(), "parcels.shp");
+    ExpectStopped(Trapezoid, kTrapezoid, "SLOPE", "FZY_SLOPE", RunOutcome::Failed,
+                  {"T170\r\n", "Another run is writing the shapefile ", "Debug=101"}, false);
+}
+
+TEST_F(RunCriterionTest, aTableWhoseHeaderUndercountsItsRecordsIsReportedWithTheHostsDetail) {
+    const std::string dbf = m_folder.File("parcels.dbf");
+    std::string bytes = testing::ReadBytes(dbf);
+    bytes[4] = 10; // of 60
+    std::ofstream(dbf, std::ios::binary | std::ios::trunc) << bytes;
+    ExpectStopped(Trapezoid, kTrapezoid, "SLOPE", "FZY_SLOPE", RunOutcome::Failed,
+                  {"T172\r\n", "its header counts 10 records, the file holds 60", "Debug=101"},
+                  false);
 }
 
 } // namespace

@@ -167,4 +167,10 @@ std::vector<std::string> DialogTest::Items(const QListWidget& list) {
     return items;
 }
 
+quorel::test::ProgramResult DialogTest::Quorel(const std::vector<std::string>& arguments) const {
+    return quorel::test::RunProgram(
+        QUOREL_CLI, arguments, {},
+        {{"XDG_CONFIG_HOME", m_scratch.path().toStdString()}, {"LC_ALL", "C"}});
+}
+
 } // namespace quorel::dialog::test

@@ -4,6 +4,7 @@
 #include "dialog/frm_back.h"
 #include "host/shapefile/Application.h"
 #include "lang/SettingsStore.h"
+#include "tests/apps/RunProgram.h"
 #include "tests/support/RecordingMessageUi.h"
 #include "util/MessageUi.h"
 
@@ -54,6 +55,9 @@ protected:
     static std::shared_ptr<bool> OnNextModal(std::function<void(QWidget&)> inspect);
 
     static std::vector<std::string> Items(const QListWidget& list);
+
+    // The command line program, in the C locale with its settings in the scratch folder.
+    quorel::test::ProgramResult Quorel(const std::vector<std::string>& arguments) const;
 
     QTemporaryDir m_scratch;
     util::RecordingMessageUi m_ui;

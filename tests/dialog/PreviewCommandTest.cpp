@@ -1,13 +1,13 @@
 // quorel preview, run as a program: its counts against the values quorel run writes, its
 // refusals, and its picture.
 
-#include "tests/apps/RunProgram.h"
 #include "tests/dialog/DialogFixture.h"
 
 #include "tools/sample/SampleData.h"
 
 #include <QImage>
 
+#include <filesystem>
 #include <ostream>
 
 namespace quorel::dialog::test {
@@ -25,12 +25,6 @@ void PrintTo(const Counts& c, std::ostream* os) {
 
 class PreviewCommandTest : public DialogTest {
 protected:
-    quorel::test::ProgramResult Quorel(const std::vector<std::string>& arguments) {
-        return quorel::test::RunProgram(
-            QUOREL_CLI, arguments, {},
-            {{"XDG_CONFIG_HOME", m_scratch.path().toStdString()}, {"LC_ALL", "C"}});
-    }
-
     // The shapefile of the samples, and one whose values sit on the break points of the
     // cases below, where the script's ramp gives a degree a hair away from 0.
     std::string Shapefile(const std::string& which) {
@@ -68,111 +62,64 @@ Counts WrittenCounts(const std::string& path, const std::string& field) {
     return counts;
 }
 
-struct AgreementCase {
-    const char* name;
-    const char* file;
-    const char* field;
-    std::vector<std::string> criterion;
-};
-
-void PrintTo(const AgreementCase& c, std::ostream* os) {
-    *os << c.name;
-}
-
-class PreviewAgreementTest : public PreviewCommandTest,
-                             public ::testing::WithParamInterface<AgreementCase> {};
-
-TEST_P(PreviewAgreementTest, countsWhatTheRunWrites) {
-    const AgreementCase& c = GetParam();
-    const std::string path = Shapefile(c.file);
-    std::vector<std::string> preview = {"preview", path, c.field};
-    preview.insert(preview.end(), c.criterion.begin(), c.criterion.end());
-    const auto shown = Quorel(preview);
-    ASSERT_EQ(shown.status, 0) << shown.err;
-    Counts counts;
-    char extra = '\0';
-    ASSERT_EQ(std::sscanf(shown.out.c_str(), "zero %zu\npartial %zu\none %zu\nnull %zu\n%c",
-                          &counts.zero, &counts.partial, &counts.one, &counts.null, &extra),
-              4)
-        << shown.out;
-    std::vector<std::string> run = {"run", path, "--field", c.field, "--out", "DEGREE"};
-    run.insert(run.end(), c.criterion.begin(), c.criterion.end());
-    const auto ran = Quorel(run);
-    ASSERT_EQ(ran.status, 0) << ran.err;
-    EXPECT_EQ(counts, WrittenCounts(path, "DEGREE"));
-    EXPECT_GT(counts.zero + counts.partial + counts.one, 0u);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Cases, PreviewAgreementTest,
-    ::testing::Values(
-        AgreementCase{"sampleSlopeTrapezoid",
-                      "sample",
-                      "SLOPE",
-                      {"--kind", "5", "-a", "2", "-b", "5.55", "-c", "15.09", "-d", "23.17"}},
-        AgreementCase{
-            "samplePopulationSingleton", "sample", "POPULATION", {"--kind", "1", "-a", "0"}},
-        AgreementCase{"sampleAltitudeTriangle",
-                      "sample",
-                      "ALTITUDE",
-                      {"--kind", "2", "-a", "295.6", "-b", "347.3", "-c", "390.9"}},
-        AgreementCase{"sampleDistanceFallingRamp",
-                      "sample",
-                      "DISTANCE",
-                      {"--kind", "4", "-a", "658.3", "-b", "1144.8"}},
-        AgreementCase{"edgeTrapezoid",
-                      "edges",
-                      "V",
-                      {"--kind", "5", "-a", "2", "-b", "5", "-c", "15", "-d", "25"}},
-        AgreementCase{
-            "edgeTriangle", "edges", "V", {"--kind", "2", "-a", "1.1", "-b", "7.3", "-c", "20.2"}},
-        AgreementCase{"edgeRisingRamp", "edges", "V", {"--kind", "3", "-a", "0.7", "-b", "9.9"}}),
-    [](const auto& testInfo) { return std::string(testInfo.param.name); });
-
-struct RefusalCase {
-    const char* name;
-    std::vector<std::string> arguments; // after "preview SOURCE"
-    int status;
-    std::vector<std::string> inMessage; // the ids' texts or words the message holds
-};
-
-void PrintTo(const RefusalCase& c, std::ostream* os) {
-    *os << c.name;
-}
-
-class PreviewRefusalTest : public PreviewCommandTest,
-                           public ::testing::WithParamInterface<RefusalCase> {};
-
-TEST_P(PreviewRefusalTest, refusesAsTheRunDoes) {
-    const std::string path = WritePolygons("data", "parcels", {{"SLOPE", {1, 2}}});
-    m_session->module1.InitLanguage(); // the texts the program prints
-    std::vector<std::string> arguments = {"preview", path};
-    arguments.insert(arguments.end(), GetParam().arguments.begin(), GetParam().arguments.end());
-    const auto r = Quorel(arguments);
-    EXPECT_EQ(r.status, GetParam().status) << r.err;
-    EXPECT_EQ(r.out, "");
-    EXPECT_EQ(r.err.find('\n'), r.err.size() - 1) << r.err;
-    for (std::string expected : GetParam().inMessage) {
-        if (expected == "132") {
-            expected = Text(132) + ":5:2:100000000000000:1E+15";
-        }
-        EXPECT_NE(r.err.find(expected), std::string::npos) << r.err;
+// The counts preview shows are those of the degrees run writes, on the sample and on values at
+// the break points, where the script's ramp gives a degree a hair away from 0.
+TEST_F(PreviewCommandTest, countsWhatTheRunWrites) {
+    using Words = std::vector<std::string>;
+    for (const auto& [file, field, criterion] :
+         {std::tuple{"sample", "SLOPE",
+                     Words{"--kind", "5", "-a", "2", "-b", "5.55", "-c", "15.09", "-d", "23.17"}},
+          std::tuple{"sample", "POPULATION", Words{"--kind", "1", "-a", "0"}},
+          std::tuple{"sample", "DISTANCE", Words{"--kind", "4", "-a", "658.3", "-b", "1144.8"}},
+          std::tuple{"edges", "V", Words{"--kind", "2", "-a", "1.1", "-b", "7.3", "-c", "20.2"}},
+          std::tuple{"edges", "V", Words{"--kind", "3", "-a", "0.7", "-b", "9.9"}}}) {
+        SCOPED_TRACE(std::string(file) + " " + field + " kind " + criterion[1]);
+        std::filesystem::remove_all(Folder(file));
+        const std::string path = Shapefile(file);
+        Words preview = {"preview", path, field};
+        preview.insert(preview.end(), criterion.begin(), criterion.end());
+        const auto shown = Quorel(preview);
+        ASSERT_EQ(shown.status, 0) << shown.err;
+        Counts counts;
+        char extra = '\0';
+        ASSERT_EQ(std::sscanf(shown.out.c_str(), "zero %zu\npartial %zu\none %zu\nnull %zu\n%c",
+                              &counts.zero, &counts.partial, &counts.one, &counts.null, &extra),
+                  4)
+            << shown.out;
+        Words run = {"run", path, "--field", field, "--out", "DEGREE"};
+        run.insert(run.end(), criterion.begin(), criterion.end());
+        const auto ran = Quorel(run);
+        ASSERT_EQ(ran.status, 0) << ran.err;
+        EXPECT_EQ(counts, WrittenCounts(path, "DEGREE"));
+        EXPECT_GT(counts.zero + counts.partial + counts.one, 0u);
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Cases, PreviewRefusalTest,
-    ::testing::Values(
-        RefusalCase{
-            "parametersOutOfOrder", {"SLOPE", "--kind", "3", "-a", "5", "-b", "2"}, 2, {"132"}},
-        RefusalCase{"textField", {"NAME", "--kind", "3", "-a", "1", "-b", "2"}, 2, {"NAME"}},
-        RefusalCase{"missingField", {"NOPE", "--kind", "3", "-a", "1", "-b", "2"}, 2, {"NOPE"}},
-        RefusalCase{"layerNotInTheSource",
-                    {"--layer", "roads", "SLOPE", "--kind", "3", "-a", "1", "-b", "2"},
-                    64,
-                    {"roads", "parcels"}},
-        RefusalCase{"noField", {"--kind", "3"}, 64, {}}),
-    [](const auto& testInfo) { return std::string(testInfo.param.name); });
+// Refused as the run refuses, in one line: the parameters out of order, a text or missing field;
+// a layer the source lacks, or no field, are usage errors.
+TEST_F(PreviewCommandTest, refusesAsTheRunDoes) {
+    const std::string path = WritePolygons("data", "parcels", {{"SLOPE", {1, 2}}});
+    m_session->module1.InitLanguage(); // the texts the program prints
+    using Words = std::vector<std::string>;
+    for (const auto& [arguments, status, inMessage] :
+         {std::tuple{Words{"SLOPE", "--kind", "3", "-a", "5", "-b", "2"}, 2,
+                     Words{Text(132) + ":5:2:100000000000000:1E+15"}},
+          std::tuple{Words{"NAME", "--kind", "3", "-a", "1", "-b", "2"}, 2, Words{"NAME"}},
+          std::tuple{Words{"NOPE", "--kind", "3", "-a", "1", "-b", "2"}, 2, Words{"NOPE"}},
+          std::tuple{Words{"--layer", "roads", "SLOPE", "--kind", "3", "-a", "1", "-b", "2"}, 64,
+                     Words{"roads", "parcels"}},
+          std::tuple{Words{"--kind", "3"}, 64, Words{}}}) {
+        Words all = {"preview", path};
+        all.insert(all.end(), arguments.begin(), arguments.end());
+        const auto r = Quorel(all);
+        EXPECT_EQ(r.status, status) << r.err;
+        EXPECT_EQ(r.out, "");
+        EXPECT_EQ(r.err.find('\n'), r.err.size() - 1) << r.err;
+        for (const std::string& expected : inMessage) {
+            EXPECT_NE(r.err.find(expected), std::string::npos) << r.err;
+        }
+    }
+}
 
 TEST_F(PreviewCommandTest, namedLayerAndPictureOffscreen) {
     const std::string path = Shapefile("edges");

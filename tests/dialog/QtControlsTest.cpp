@@ -6,7 +6,6 @@
 #include "dialog/QtLabelledForm.h"
 #include "dialog/QtListControl.h"
 #include "dialog/QtMessageUi.h"
-#include "dialog/frm_back.h"
 #include "dialog/frm_ress.h"
 
 #include <QApplication>
@@ -22,48 +21,38 @@
 namespace quorel::dialog::test {
 namespace {
 
-struct BoxCase {
-    util::MessageIcon icon;
-    QMessageBox::Icon shown;
-    std::optional<std::string> title;
-    std::string expectedTitle;
-};
-
-void PrintTo(const BoxCase& c, std::ostream* os) {
-    *os << "icon " << static_cast<int>(c.icon);
+TEST_F(DialogTest, messageBoxesShowOneOkButtonWithTheirIconAndTitle) {
+    using util::MessageIcon;
+    for (const auto& [icon, shown, title, expectedTitle] :
+         {std::tuple{MessageIcon::None, QMessageBox::NoIcon, std::optional<std::string>(),
+                     std::string(util::kDefaultTitle)},
+          std::tuple{MessageIcon::Critical, QMessageBox::Critical,
+                     std::optional<std::string>("Error#5 - x"), std::string("Error#5 - x")},
+          std::tuple{MessageIcon::Exclamation, QMessageBox::Warning,
+                     std::optional<std::string>("Unexpected Program Error"),
+                     std::string("Unexpected Program Error")},
+          std::tuple{MessageIcon::Information, QMessageBox::Information,
+                     std::optional<std::string>(""), std::string()}}) {
+        QtMessageUi ui;
+        QMessageBox::Icon seenIcon = QMessageBox::NoIcon;
+        std::string seenTitle;
+        std::string text;
+        int buttons = 0;
+        const auto seen = OnNextModal([&](QWidget& window) {
+            auto& box = dynamic_cast<QMessageBox&>(window);
+            seenIcon = box.icon();
+            seenTitle = box.windowTitle().toStdString();
+            text = box.text().toStdString();
+            buttons = static_cast<int>(box.buttons().size());
+        });
+        ui.MessageBox("first line\r\nsecond line", icon, title);
+        ASSERT_TRUE(*seen);
+        EXPECT_EQ(seenIcon, shown);
+        EXPECT_EQ(seenTitle, expectedTitle);
+        EXPECT_EQ(text, "first line\nsecond line");
+        EXPECT_EQ(buttons, 1);
+    }
 }
-
-class QtMessageUiTest : public DialogTest, public ::testing::WithParamInterface<BoxCase> {};
-
-TEST_P(QtMessageUiTest, showsOneOkButtonWithIconAndTitle) {
-    QtMessageUi ui;
-    QMessageBox::Icon icon = QMessageBox::NoIcon;
-    std::string title;
-    std::string text;
-    int buttons = 0;
-    const auto seen = OnNextModal([&](QWidget& window) {
-        auto& box = dynamic_cast<QMessageBox&>(window);
-        icon = box.icon();
-        title = box.windowTitle().toStdString();
-        text = box.text().toStdString();
-        buttons = static_cast<int>(box.buttons().size());
-    });
-    ui.MessageBox("first line\r\nsecond line", GetParam().icon, GetParam().title);
-    ASSERT_TRUE(*seen);
-    EXPECT_EQ(icon, GetParam().shown);
-    EXPECT_EQ(title, GetParam().expectedTitle);
-    EXPECT_EQ(text, "first line\nsecond line");
-    EXPECT_EQ(buttons, 1);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Icons, QtMessageUiTest,
-    ::testing::Values(
-        BoxCase{util::MessageIcon::None, QMessageBox::NoIcon, std::nullopt, util::kDefaultTitle},
-        BoxCase{util::MessageIcon::Critical, QMessageBox::Critical, "Error#5 - x", "Error#5 - x"},
-        BoxCase{util::MessageIcon::Exclamation, QMessageBox::Warning, "Unexpected Program Error",
-                "Unexpected Program Error"},
-        BoxCase{util::MessageIcon::Information, QMessageBox::Information, "", ""}));
 
 TEST_F(DialogTest, busyPointerIsOneStateRestoredOnce) {
     QtMessageUi ui;
@@ -154,41 +143,6 @@ TEST_F(DialogTest, labelledFormMapsCaptionTextTooltipAndFont) {
     EXPECT_FALSE(button->font().bold());
 }
 
-} // namespace
-} // namespace quorel::dialog::test
-
-namespace quorel::dialog::test {
-namespace {
-
-struct PictureCase {
-    int id;
-    QSize size;
-};
-
-void PrintTo(const PictureCase& c, std::ostream* os) {
-    *os << "bitmap " << c.id;
-}
-
-class PictureTest : public DialogTest, public ::testing::WithParamInterface<PictureCase> {};
-
-TEST_P(PictureTest, hasItsSizeAndDiffersFromTheOtherKinds) {
-    const QImage picture = LoadResPicture(GetParam().id).toImage();
-    EXPECT_EQ(picture.size(), GetParam().size);
-    const int first = GetParam().id <= 105 ? 101 : 106;
-    for (int other = first; other < first + 5; ++other) {
-        if (other != GetParam().id) {
-            EXPECT_NE(picture, LoadResPicture(other).toImage()) << other;
-        }
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(Bitmaps, PictureTest,
-                         ::testing::Values(PictureCase{101, {60, 60}}, PictureCase{103, {60, 60}},
-                                           PictureCase{105, {60, 60}}, PictureCase{106, {280, 187}},
-                                           PictureCase{108, {280, 187}},
-                                           PictureCase{110, {280, 187}}),
-                         [](const auto& testInfo) { return std::to_string(testInfo.param.id); });
-
 TEST_F(DialogTest, unknownBitmapIsNullAndTheHiddenFormHoldsTheCommandPicture) {
     EXPECT_TRUE(LoadResPicture(100).isNull());
     EXPECT_TRUE(LoadResPicture(111).isNull());
@@ -196,19 +150,6 @@ TEST_F(DialogTest, unknownBitmapIsNullAndTheHiddenFormHoldsTheCommandPicture) {
     EXPECT_FALSE(form.isVisible());
     ASSERT_NE(form.Picture2, nullptr);
     EXPECT_EQ(form.Picture2->pixmap().size(), QSize(71, 62));
-}
-
-TEST_F(DialogTest, mainprogShowsTheDialogModallyAndReturnsWhenItCloses) {
-    std::string title;
-    bool modal = false;
-    const auto seen = OnNextModal([&](QWidget& window) {
-        title = window.objectName().toStdString();
-        modal = window.isModal();
-    });
-    Mainprog(m_session->context);
-    EXPECT_TRUE(*seen);
-    EXPECT_EQ(title, "frm_back");
-    EXPECT_TRUE(modal);
 }
 
 } // namespace

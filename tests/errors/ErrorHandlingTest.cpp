@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <sstream>
 #include <vector>
 
 namespace quorel::errors {
@@ -12,27 +11,10 @@ namespace {
 
 using quorel::test::SplitLines;
 
-struct LineInfoCase {
-    std::int32_t line;
-    const char* expected;
-};
-
-void PrintTo(const LineInfoCase& c, std::ostream* os) {
-    *os << "line " << c.line;
-}
-
-class LineInfoTest : public testing::TestWithParam<LineInfoCase> {};
-
-TEST_P(LineInfoTest, printsTheLineOrNothing) {
-    EXPECT_EQ(LineInfo(GetParam().line), GetParam().expected);
-}
-
-INSTANTIATE_TEST_SUITE_P(Lines, LineInfoTest,
-                         testing::Values(LineInfoCase{0, ""}, LineInfoCase{12, "Line : 12"},
-                                         LineInfoCase{-3, "Line : -3"},
-                                         LineInfoCase{2147483647, "Line : 2147483647"}));
-
-TEST(ProcedureTextTest, endsWithABlankWithoutLineNumber) {
+TEST(ProcedureTextTest, endsWithTheLineOrABlankWithoutLineNumber) {
+    EXPECT_EQ(LineInfo(0), "");
+    EXPECT_EQ(LineInfo(-3), "Line : -3");
+    EXPECT_EQ(LineInfo(2147483647), "Line : 2147483647");
     EXPECT_EQ(ProcedureText("ICommand_OnClick", "clsRequêteSouple", 12),
               "ICommand_OnClick clsRequêteSouple Line : 12");
     EXPECT_EQ(ProcedureText("ICommand_OnClick", "clsRequêteSouple", 0),

@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
 
@@ -36,6 +35,15 @@ protected:
                         [] { return LocalMoment(2024, 3, 5, 14, 7, 9); });
     }
 
+    // A report's lines, from its blank first line to its blank last one.
+    std::vector<std::string> Entry(const std::string& where, const std::string& description,
+                                   const std::string& debug) const {
+        return {"",          "05/03/2024 14:07:09 Quorel v10.3.2",
+                where,       "Exe:" + m_folder.string() + "/Quorel",
+                description, "",
+                debug,       ""};
+    }
+
     test::ScratchFolder m_scratch;
     fs::path m_folder{m_scratch.Path()};
     util::RecordingMessageUi m_ui;
@@ -45,17 +53,8 @@ TEST_F(ErrorLogTest, formatsTheReportLineByLine) {
     ErrorLog log = MakeLog();
     const std::string text = log.FormatErrorText("11", "Division by zero", "frm_back(Quorel)",
                                                  "cmd_go_Click", 42, "Debug=3");
-    const std::vector<std::string> expected = {
-        "",
-        "05/03/2024 14:07:09 Quorel v10.3.2",
-        "Error#11 in frm_back(Quorel) - cmd_go_Click at Line#42",
-        "Exe:" + m_folder.string() + "/Quorel",
-        "Division by zero",
-        "",
-        "Debug=3",
-        "",
-    };
-    EXPECT_EQ(SplitLines(text), expected);
+    EXPECT_EQ(SplitLines(text), Entry("Error#11 in frm_back(Quorel) - cmd_go_Click at Line#42",
+                                      "Division by zero", "Debug=3"));
 }
 
 TEST_F(ErrorLogTest, reportShowsCriticalBoxWithNumberAndSourceInTitle) {
@@ -76,27 +75,14 @@ TEST_F(ErrorLogTest, twoReportsGiveTwoEntriesInTheLogBesideTheComponent) {
                     "Debug=1", true);
     log.ReportError(Error(6, "Quorel", "Overflow"), "frm_back", "cmd_go_Click", true, 0, "Debug=5",
                     true);
-    const auto lines = SplitLines(test::ReadBytes(m_folder / "Quorel.log"));
-    const std::vector<std::string> expected = {
-        "",
-        "05/03/2024 14:07:09 Quorel v10.3.2",
-        "Error#53 in frm_back(Quorel) - cmd_add_Click",
-        "Exe:" + m_folder.string() + "/Quorel",
-        "File not found",
-        "",
-        "Debug=1",
-        "",
-        "",
-        "05/03/2024 14:07:09 Quorel v10.3.2",
-        "Error#6 in frm_back(Quorel) - cmd_go_Click",
-        "Exe:" + m_folder.string() + "/Quorel",
-        "Overflow",
-        "",
-        "Debug=5",
-        "",
-        "",
-    };
-    EXPECT_EQ(lines, expected);
+    std::vector<std::string> expected =
+        Entry("Error#53 in frm_back(Quorel) - cmd_add_Click", "File not found", "Debug=1");
+    for (const std::string& line :
+         Entry("Error#6 in frm_back(Quorel) - cmd_go_Click", "Overflow", "Debug=5")) {
+        expected.push_back(line);
+    }
+    expected.push_back("");
+    EXPECT_EQ(SplitLines(test::ReadBytes(m_folder / "Quorel.log")), expected);
     EXPECT_EQ(m_ui.boxes.size(), 2u);
 }
 

@@ -5,7 +5,6 @@
 #include "tests/support/Unprivileged.h"
 
 #include <algorithm>
-#include <sys/stat.h>
 
 namespace quorel::fzy::test {
 namespace {
@@ -91,29 +90,6 @@ TEST_F(FzyValidationTest, anEntryAppendedAfterAFailedCompactionIsReadBack) {
     EXPECT_TRUE(m_io.fzy_io_numberinfo("FZY_NEW"));
 }
 
-TEST_F(FzyValidationTest, compactionReplacesOnlyTheMetadataFileAndKeepsItsOwnerAndMode) {
-    const Bytes a = EncodeNumberEntry(MakeNumber("FZY_A"));
-    const Bytes b = EncodeNumberEntry(MakeNumber("FZY_B"));
-    WriteBytes(FzyPath(), MakeFile(0, 2, 0, {a, b}));
-    Class().DeleteField("FZY_B");
-    // A file of the user's that bears the name of the old scratch file.
-    const Bytes users(5000, 0xEE);
-    WriteBytes(m_folder / "PARCELLES.tmp", users);
-    ASSERT_EQ(::chmod(FzyPath().c_str(), 0640), 0);
-    const bool root = ::geteuid() == 0;
-    if (root) {
-        ASSERT_EQ(::chown(FzyPath().c_str(), quorel::test::kNobody, quorel::test::kNoGroup), 0);
-    }
-    EXPECT_EQ(Validate(), 1);
-    EXPECT_EQ(ReadBytes(FzyPath()), MakeFile(0, 1, 0, {a}));
-    EXPECT_EQ(ReadBytes(m_folder / "PARCELLES.tmp"), users);
-    EXPECT_EQ(std::distance(fs::directory_iterator(m_folder), fs::directory_iterator()), 2);
-    struct stat status {};
-    ASSERT_EQ(::stat(FzyPath().c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode & 07777, 0640u);
-    EXPECT_EQ(status.st_uid, root ? quorel::test::kNobody : ::geteuid());
-}
-
 TEST_F(FzyValidationTest, everythingGoneLeavesTheHeaderAndNextAppendGoesToOffset23) {
     WriteBytes(FzyPath(), MakeFile(0, 2, 0,
                                    {EncodeNumberEntry(MakeNumber("OLD1")),
@@ -156,6 +132,7 @@ TEST_F(FzyValidationTest, deletedKindsAreSkippedAndDroppedAndRecordsRecounted) {
     EXPECT_EQ(m_io.RecordCount(), 1);
 }
 
+// The box's text: the number, two blanks, the description, the procedure and the step.
 TEST_F(FzyValidationTest, corruptFileReportsAndWritesNothing) {
     Bytes entry = EncodeNumberEntry(MakeNumber("FZY_GONE"));
     entry[0] = 0; // zero Length
@@ -169,20 +146,7 @@ TEST_F(FzyValidationTest, corruptFileReportsAndWritesNothing) {
     EXPECT_FALSE(fs::exists(m_folder / "PARCELLES.tmp"));
 }
 
-struct CheckCase {
-    const char* name;
-    const char* field;
-    const char* layer;
-    bool expected;
-};
-
-void PrintTo(const CheckCase& c, std::ostream* os) {
-    *os << c.name;
-}
-
-class FzyCheckTest : public FzyValidationTest, public testing::WithParamInterface<CheckCase> {};
-
-TEST_P(FzyCheckTest, answersForTheTopLevelLayerOfThatName) {
+TEST_F(FzyValidationTest, aCheckAnswersForTheTopLevelLayerOfThatName) {
     // A group holding a layer of another name, which must not be looked into.
     auto group = std::make_shared<host::map::GroupLayer>();
     group->SetName("GROUP");
@@ -191,44 +155,34 @@ TEST_P(FzyCheckTest, answersForTheTopLevelLayerOfThatName) {
     inner->SetFeatureClass(m_layer->FeatureClass());
     group->Add(inner);
     m_app->Document()->FocusMap()->AddLayer(group);
-    EXPECT_EQ(m_io.fzy_io_check(GetParam().field, GetParam().layer), GetParam().expected);
+    for (const auto& [field, layer, expected] :
+         {std::tuple{"SLOPE", "PARCELLES", true}, std::tuple{"FZY_X", "PARCELLES", false},
+          std::tuple{"slope", "PARCELLES", false}, std::tuple{"FZY_X", "parcelles", true},
+          std::tuple{"FZY_X", "INNER", true}, std::tuple{"FZY_X", "RENAMED", true},
+          // Names compare as the file's code page holds them; '?' is no wildcard.
+          std::tuple{"?ÓD?", "PARCELLES", true}, std::tuple{"?LOPE", "PARCELLES", false}}) {
+        EXPECT_EQ(m_io.fzy_io_check(field, layer), expected) << field << " in " << layer;
+    }
     EXPECT_TRUE(m_ui.boxes.empty());
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Names, FzyCheckTest,
-    testing::Values(CheckCase{"present", "SLOPE", "PARCELLES", true},
-                    CheckCase{"missing", "FZY_X", "PARCELLES", false},
-                    CheckCase{"caseDiffers", "slope", "PARCELLES", false},
-                    CheckCase{"layerCaseDiffers", "FZY_X", "parcelles", true},
-                    CheckCase{"onlyInsideAGroup", "FZY_X", "INNER", true},
-                    CheckCase{"noSuchLayer", "FZY_X", "RENAMED", true},
-                    // Names compare as the file's code page holds them.
-                    CheckCase{"storedAsTheCodePageHoldsIt", "?ÓD?", "PARCELLES", true},
-                    CheckCase{"questionMarkIsNoWildcard", "?LOPE", "PARCELLES", false}),
-    [](const auto& testInfo) { return std::string(testInfo.param.name); });
-
-TEST_F(FzyValidationTest, emptyMapKeepsTheEntry) {
-    m_app->Document()->FocusMap()->DeleteLayer(m_layer);
+// No feature layer of that name to look into: the entry stays, and a layer of another kind is
+// reported.
+TEST_F(FzyValidationTest, withoutAFeatureLayerToCheckTheEntryIsKept) {
     const Bytes file = MakeFile(0, 1, 0, {EncodeNumberEntry(MakeNumber("FZY_A"))});
-    WriteBytes(FzyPath(), file);
-    EXPECT_EQ(Validate(), 1);
-    m_io.fzy_io_close();
-    EXPECT_EQ(ReadBytes(FzyPath()), file);
-}
-
-TEST_F(FzyValidationTest, errorInsideTheCheckIsShownAndKeepsTheEntry) {
-    // A layer of that name that is not a feature layer.
-    m_app->Document()->FocusMap()->DeleteLayer(m_layer);
-    m_app->Document()->FocusMap()->AddLayer(
-        std::make_shared<host::memory::MemoryLayer>("PARCELLES"));
-    const Bytes file = MakeFile(0, 1, 0, {EncodeNumberEntry(MakeNumber("FZY_A"))});
-    WriteBytes(FzyPath(), file);
-    EXPECT_EQ(Validate(), 1);
+    const auto map = m_app->Document()->FocusMap();
+    map->DeleteLayer(m_layer);
+    for (const bool otherKind : {false, true}) {
+        if (otherKind) {
+            map->AddLayer(std::make_shared<host::memory::MemoryLayer>("PARCELLES"));
+        }
+        WriteBytes(FzyPath(), file);
+        EXPECT_EQ(Validate(), 1);
+        m_io.fzy_io_close();
+        EXPECT_EQ(ReadBytes(FzyPath()), file);
+    }
     ASSERT_EQ(m_ui.boxes.size(), 1u);
     EXPECT_EQ(m_ui.boxes[0].text, "13  Type mismatch fzy_io_check Debug=2");
-    m_io.fzy_io_close();
-    EXPECT_EQ(ReadBytes(FzyPath()), file);
 }
 
 TEST_F(FzyValidationTest, noApplicationIsAnErrorThatKeepsTheEntry) {

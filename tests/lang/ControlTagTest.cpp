@@ -7,32 +7,19 @@
 namespace quorel::lang {
 namespace {
 
-struct TagCase {
-    const char* tag;
-    ControlTag expected;
-};
-
-void PrintTo(const TagCase& c, std::ostream* os) {
-    *os << ::testing::PrintToString(c.tag);
+TEST(ControlTagTest, readsTextIdSuffixAndTooltip) {
+    for (const auto& [tag, expected] :
+         {std::pair{"12", ControlTag{12, "", 0}}, std::pair{"12:", ControlTag{12, " :", 0}},
+          std::pair{":12", ControlTag{12, " :", 0}}, std::pair{"tt=7", ControlTag{0, "", 7}},
+          std::pair{"tt=7,9", ControlTag{0, "", 7}}, std::pair{"9,tt=7", ControlTag{0, "", 7}},
+          std::pair{"tt= 7 ,9", ControlTag{0, "", 7}}, std::pair{"", ControlTag{0, "", 0}},
+          std::pair{"abc", ControlTag{0, "", 0}}, std::pair{"tt=x", ControlTag{0, "", 0}},
+          std::pair{"TT=7", ControlTag{0, "", 0}}, std::pair{" 12 ", ControlTag{12, "", 0}},
+          std::pair{"40000", ControlTag{0, "", 0}}, std::pair{"tt=40000", ControlTag{0, "", 0}},
+          std::pair{"tt=7:", ControlTag{0, " :", 0}}}) {
+        EXPECT_EQ(ParseControlTag(tag), expected) << ::testing::PrintToString(tag);
+    }
 }
-
-class ControlTagTest : public testing::TestWithParam<TagCase> {};
-
-TEST_P(ControlTagTest, readsTextIdSuffixAndTooltip) {
-    EXPECT_EQ(ParseControlTag(GetParam().tag), GetParam().expected);
-}
-
-INSTANTIATE_TEST_SUITE_P(Grammar, ControlTagTest,
-                         testing::Values(TagCase{"12", {12, "", 0}}, TagCase{"12:", {12, " :", 0}},
-                                         TagCase{":12", {12, " :", 0}}, TagCase{"tt=7", {0, "", 7}},
-                                         TagCase{"tt=7,9", {0, "", 7}},
-                                         TagCase{"9,tt=7", {0, "", 7}},
-                                         TagCase{"tt= 7 ,9", {0, "", 7}}, TagCase{"", {0, "", 0}},
-                                         TagCase{"abc", {0, "", 0}}, TagCase{"tt=x", {0, "", 0}},
-                                         TagCase{"TT=7", {0, "", 0}}, TagCase{" 12 ", {12, "", 0}},
-                                         TagCase{"40000", {0, "", 0}},
-                                         TagCase{"tt=40000", {0, "", 0}},
-                                         TagCase{"tt=7:", {0, " :", 0}}));
 
 TEST(TagTextIdTest, followsTheUsersDecimalMark) {
     util::SetDecimalSeparator(',');

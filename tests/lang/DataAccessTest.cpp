@@ -13,7 +13,6 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <sstream>
 
 namespace quorel::lang {
 namespace {
@@ -123,42 +122,32 @@ TEST_F(DataAccessTest, openRsOpensTheDatabaseFromThePathWhenNoneIsSet) {
 }
 
 // The statements that fail on a missing column or table give error 1001 with the same layout on
-// both engines.
-struct BadStatement {
-    bool access;
-    const char* sql;
-};
-
-void PrintTo(const BadStatement& c, std::ostream* os) {
-    *os << (c.access ? "Access " : "SQLite ") << ::testing::PrintToString(c.sql);
-}
-
-class BadStatementTest : public DataAccessTest, public testing::WithParamInterface<BadStatement> {};
-
-TEST_P(BadStatementTest, raisesError1001WithTheStatementAndThePath) {
-    const std::string path = GetParam().access ? kAccessSample : SqliteFile();
-    auto db = Opened(path);
-    for (const std::string& dbPath : {path, std::string()}) {
-        std::unique_ptr<IRecordset> rs;
-        const Error e = Thrown([&] { m_dao.DAO_OpenRs(db, rs, dbPath, GetParam().sql); });
-        EXPECT_EQ(e.Number(), -2147220503);
-        EXPECT_EQ(e.Source(), "DAO_OpenRs");
-        const std::string head = std::string("Error SQL:") + GetParam().sql +
-                                 "\r\non database\r\n" + dbPath + "\r\nError: ";
-        EXPECT_EQ(e.Description().substr(0, head.size()), head);
-        EXPECT_GT(e.Description().size(), head.size()) << "the engine's description is missing";
-        EXPECT_EQ(rs, nullptr);
+// both engines, whether the database is named or only open.
+TEST_F(DataAccessTest, aBadStatementRaisesError1001WithTheStatementAndThePath) {
+    const std::string sqlite = SqliteFile();
+    for (const auto& [access, sql] :
+         {std::pair{false, "SELECT id, de FROM tblText"},
+          std::pair{false, "SELECT id, fr FROM tblNone"},
+          std::pair{true, "SELECT A, Z FROM Table1"}, std::pair{true, "SELECT id, fr FROM tblText"},
+          std::pair{true, "DELETE FROM Table1"}}) {
+        const std::string path = access ? kAccessSample : sqlite;
+        auto db = Opened(path);
+        for (const std::string& dbPath : {path, std::string()}) {
+            SCOPED_TRACE(std::string(sql) + " on " + path);
+            std::unique_ptr<IRecordset> rs;
+            const Error e = Thrown([&] { m_dao.DAO_OpenRs(db, rs, dbPath, sql); });
+            EXPECT_EQ(e.Number(), -2147220503);
+            EXPECT_EQ(e.Source(), "DAO_OpenRs");
+            const std::string head =
+                std::string("Error SQL:") + sql + "\r\non database\r\n" + dbPath + "\r\nError: ";
+            EXPECT_EQ(e.Description().substr(0, head.size()), head);
+            EXPECT_GT(e.Description().size(), head.size()) << "the engine's description is missing";
+            EXPECT_EQ(rs, nullptr);
+        }
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(BothEngines, BadStatementTest,
-                         testing::Values(BadStatement{false, "SELECT id, de FROM tblText"},
-                                         BadStatement{false, "SELECT id, fr FROM tblNone"},
-                                         BadStatement{true, "SELECT A, Z FROM Table1"},
-                                         BadStatement{true, "SELECT id, fr FROM tblText"},
-                                         BadStatement{true, "DELETE FROM Table1"}));
-
-TEST_F(DataAccessTest, maxValueReadsTheHighestValueOnBothEngines) {
+TEST_F(DataAccessTest, maxValueReadsTheHighestValueOrNullOnBothEngines) {
     auto sqlite = Opened(SqliteFile());
     EXPECT_EQ(m_dao.DAO_MaxValue(sqlite.get(), "tblText", "id", true), DbValue(3.0));
     EXPECT_EQ(m_dao.DAO_MaxValue(sqlite.get(), "tblText", "en", true), DbValue("zero"));
@@ -168,14 +157,10 @@ TEST_F(DataAccessTest, maxValueReadsTheHighestValueOnBothEngines) {
     EXPECT_EQ(m_dao.DAO_MaxValue(access.get(), "table1", "a", true), DbValue("abcdefg"));
     EXPECT_EQ(m_dao.DAO_SQL2Value(access.get(), "SELECT count(*) FROM Table1", true), DbValue(2.0));
     EXPECT_EQ(m_dao.DAO_SQL2Value(access.get(), "SELECT min(E) FROM Table1", true), DbValue(0.0));
-    EXPECT_TRUE(m_ui.boxes.empty());
-}
-
-TEST_F(DataAccessTest, maxValueOfAnEmptyTableIsNullOnBothEngines) {
-    auto sqlite = Opened(SqliteFile("CREATE TABLE tblText (id INTEGER, fr TEXT);"));
-    EXPECT_TRUE(IsNull(m_dao.DAO_MaxValue(sqlite.get(), "tblText", "id", true)));
-    auto access = Opened(kAccessSample);
+    // An empty table's is Null.
     EXPECT_TRUE(IsNull(m_dao.DAO_MaxValue(access.get(), "Table4", "name", true)));
+    auto empty = Opened(SqliteFile("CREATE TABLE tblEmpty (id INTEGER);"));
+    EXPECT_TRUE(IsNull(m_dao.DAO_MaxValue(empty.get(), "tblEmpty", "id", true)));
     EXPECT_TRUE(m_ui.boxes.empty());
 }
 
@@ -233,27 +218,19 @@ TEST_F(DataAccessTest, failingValueShowsTheBoxOnlyWhenAskedAndGivesEmpty) {
     EXPECT_EQ(m_ui.boxes.size(), 2u);
 }
 
-TEST_F(DataAccessTest, fieldListKeepsEveryColumnButLowerCaseId) {
-    std::shared_ptr<IDatabase> db;
-    m_dao.DAO_Open(db,
-                   SqliteFile("CREATE TABLE tblText (fr TEXT, id INTEGER, en TEXT, Id2 TEXT);"
-                              "CREATE TABLE tblUpper (fr TEXT, ID INTEGER, en TEXT);"),
-                   true);
+TEST_F(DataAccessTest, fieldListKeepsEveryColumnButLowerCaseIdOrTheOldListOnFailure) {
+    auto db = Opened(SqliteFile("CREATE TABLE tblText (fr TEXT, id INTEGER, en TEXT, Id2 TEXT);"
+                                "CREATE TABLE tblUpper (fr TEXT, ID INTEGER, en TEXT);"));
     PlainListControl list;
     list.items = {"old"};
     EXPECT_EQ(m_dao.DAO_FillFieldList(db.get(), "tblText", list), "");
     EXPECT_EQ(list.items, (std::vector<std::string>{"fr", "en", "Id2"}));
     EXPECT_EQ(m_dao.DAO_FillFieldList(db.get(), "tblUpper", list), "");
     EXPECT_EQ(list.items, (std::vector<std::string>{"fr", "ID", "en"}));
-}
-
-TEST_F(DataAccessTest, fieldListOfAMissingTableReportsAndKeepsTheList) {
-    auto db = Opened(SqliteFile());
-    PlainListControl list;
-    list.items = {"old"};
+    // A missing table or database is reported and the list kept.
     EXPECT_NE(m_dao.DAO_FillFieldList(db.get(), "tblNone", list), "");
     EXPECT_NE(m_dao.DAO_FillFieldList(nullptr, "tblText", list), "");
-    EXPECT_EQ(list.items, (std::vector<std::string>{"old"}));
+    EXPECT_EQ(list.items, (std::vector<std::string>{"fr", "ID", "en"}));
 }
 
 TEST_F(DataAccessTest, accessFileListsItsColumnsAndReadsItsRows) {
@@ -276,39 +253,23 @@ TEST_F(DataAccessTest, accessFileListsItsColumnsAndReadsItsRows) {
     EXPECT_TRUE(rs->Eof());
 }
 
-struct ParseCase {
-    const char* sql;
-    bool valid;
-    std::size_t items;
-    const char* table;
-};
-
-void PrintTo(const ParseCase& c, std::ostream* os) {
-    *os << ::testing::PrintToString(c.sql);
-}
-
-class SelectStatementTest : public testing::TestWithParam<ParseCase> {};
-
-TEST_P(SelectStatementTest, acceptsOnlyTheStatementsTheComponentRuns) {
-    const auto statement = ParseSelect(GetParam().sql);
-    ASSERT_EQ(statement.has_value(), GetParam().valid);
-    if (statement) {
-        EXPECT_EQ(statement->items.size(), GetParam().items);
-        EXPECT_EQ(statement->table, GetParam().table);
+TEST(SelectStatementTest, acceptsOnlyTheStatementsTheComponentRuns) {
+    for (const auto& [sql, items, table] :
+         {std::tuple{"SELECT max(id) FROM tblText", 1u, "tblText"},
+          std::tuple{"select id, fr from tblText;", 2u, "tblText"},
+          std::tuple{"SELECT [My col], count(*) FROM [My table]", 2u, "My table"},
+          std::tuple{"SELECT * FROM t", 1u, "t"}}) {
+        const auto statement = ParseSelect(sql);
+        ASSERT_TRUE(statement.has_value()) << sql;
+        EXPECT_EQ(statement->items.size(), items) << sql;
+        EXPECT_EQ(statement->table, table) << sql;
+    }
+    for (const char* sql : {"SELECT id, FROM tblText", "SELECT sum(id) FROM tblText",
+                            "SELECT id FROM tblText WHERE id = 1", "UPDATE tblText SET fr = 1",
+                            "SELECT max(id FROM tblText"}) {
+        EXPECT_FALSE(ParseSelect(sql).has_value()) << sql;
     }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Statements, SelectStatementTest,
-    testing::Values(ParseCase{"SELECT max(id) FROM tblText", true, 1, "tblText"},
-                    ParseCase{"select id, fr from tblText;", true, 2, "tblText"},
-                    ParseCase{"SELECT [My col], count(*) FROM [My table]", true, 2, "My table"},
-                    ParseCase{"SELECT * FROM t", true, 1, "t"},
-                    ParseCase{"SELECT id, FROM tblText", false, 0, ""},
-                    ParseCase{"SELECT sum(id) FROM tblText", false, 0, ""},
-                    ParseCase{"SELECT id FROM tblText WHERE id = 1", false, 0, ""},
-                    ParseCase{"UPDATE tblText SET fr = 1", false, 0, ""},
-                    ParseCase{"SELECT max(id FROM tblText", false, 0, ""}));
 
 } // namespace
 } // namespace quorel::lang

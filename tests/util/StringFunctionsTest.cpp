@@ -5,7 +5,6 @@
 #include <cstdlib>
 #include <locale.h>
 #include <optional>
-#include <ostream>
 #include <string>
 
 namespace {
@@ -20,31 +19,22 @@ TEST(TrimLineEndsTest, removesBlanksAndLineEndsAsDocumented) {
     EXPECT_EQ(TrimLineEnds("a b"), "a b");
 }
 
-struct KeyCase {
-    const char* text;
-    bool acceptEnd;
-    const char* defaultValue;
-    const char* expected;
-};
-
-void PrintTo(const KeyCase& c, std::ostream* os) {
-    *os << c.text << (c.acceptEnd ? " end" : "");
+TEST(ValueAfterKeyTest, readsTheValueOfTheTooltipKey) {
+    struct Case {
+        const char* text;
+        bool acceptEnd;
+        const char* defaultValue;
+        const char* expected;
+    };
+    for (const Case& c : {Case{"tt=13", true, "", "13"}, Case{"5,tt=13,x", true, "", "13"},
+                          Case{"5,tt=13,x", false, "", "13"}, Case{"tt=13", false, "", ""},
+                          Case{"tt=13", false, "7", "7"}, Case{"12", true, "7", "7"},
+                          Case{"tt= 13 ,9", true, "", "13"}, Case{"TT=13", true, "", ""},
+                          Case{"tt=,9", true, "4", "4"}}) {
+        EXPECT_EQ(ValueAfterKey(c.text, "tt=", ",", c.acceptEnd, c.defaultValue), c.expected)
+            << c.text << (c.acceptEnd ? " end" : "");
+    }
 }
-
-class ValueAfterKeyTest : public ::testing::TestWithParam<KeyCase> {};
-
-TEST_P(ValueAfterKeyTest, readsTheValueOfTheTooltipKey) {
-    const auto& c = GetParam();
-    EXPECT_EQ(ValueAfterKey(c.text, "tt=", ",", c.acceptEnd, c.defaultValue), c.expected);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Cases, ValueAfterKeyTest,
-    ::testing::Values(KeyCase{"tt=13", true, "", "13"}, KeyCase{"5,tt=13,x", true, "", "13"},
-                      KeyCase{"5,tt=13,x", false, "", "13"}, KeyCase{"tt=13", false, "", ""},
-                      KeyCase{"tt=13", false, "7", "7"}, KeyCase{"12", true, "7", "7"},
-                      KeyCase{"tt= 13 ,9", true, "", "13"}, KeyCase{"TT=13", true, "", ""},
-                      KeyCase{"tt=,9", true, "4", "4"}));
 
 class DecimalMarkTest : public ::testing::Test {
 protected:
@@ -65,49 +55,27 @@ TEST_F(DecimalMarkTest, localizesToTheUsersMark) {
     EXPECT_EQ(LocalizeDecimal(std::string("   ")), "");
 }
 
-struct LocaleMark {
-    const char* locale;
-    char markWhenInstalled; // as glibc's locale data gives it
-};
-
-void PrintTo(const LocaleMark& c, std::ostream* os) {
-    *os << c.locale;
-}
-
 // The mark comes from the C library only: a locale that is not installed runs as the C locale.
-class LocaleDecimalMarkTest : public ::testing::TestWithParam<LocaleMark> {
-protected:
-    void SetUp() override {
-        if (const char* all = std::getenv("LC_ALL")) {
-            m_saved = all;
+TEST_F(DecimalMarkTest, followsTheCLibraryOrTheCLocale) {
+    const char* all = std::getenv("LC_ALL");
+    const std::optional<std::string> saved = all ? std::optional<std::string>(all) : std::nullopt;
+    // With the mark glibc's locale data gives each.
+    for (const auto& [locale, mark] : {std::pair{"es_MX.UTF-8", '.'}, std::pair{"fr_FR.UTF-8", ','},
+                                       std::pair{"de_DE@euro", ','}, std::pair{"C", '.'}}) {
+        locale_t installed = newlocale(LC_NUMERIC_MASK, locale, nullptr);
+        if (installed != nullptr) {
+            freelocale(installed);
         }
-    }
-    void TearDown() override {
-        if (m_saved) {
-            setenv("LC_ALL", m_saved->c_str(), 1);
-        } else {
-            unsetenv("LC_ALL");
-        }
+        setenv("LC_ALL", locale, 1);
         SetDecimalSeparator(std::nullopt);
+        EXPECT_EQ(DecimalSeparator(), installed != nullptr ? mark : '.') << locale;
     }
-    std::optional<std::string> m_saved;
-};
-
-TEST_P(LocaleDecimalMarkTest, followsTheCLibraryOrTheCLocale) {
-    const LocaleMark& c = GetParam();
-    locale_t installed = newlocale(LC_NUMERIC_MASK, c.locale, nullptr);
-    if (installed != nullptr) {
-        freelocale(installed);
+    if (saved) {
+        setenv("LC_ALL", saved->c_str(), 1);
+    } else {
+        unsetenv("LC_ALL");
     }
-    setenv("LC_ALL", c.locale, 1);
-    SetDecimalSeparator(std::nullopt);
-    EXPECT_EQ(DecimalSeparator(), installed != nullptr ? c.markWhenInstalled : '.');
 }
-
-INSTANTIATE_TEST_SUITE_P(Locales, LocaleDecimalMarkTest,
-                         ::testing::Values(LocaleMark{"es_MX.UTF-8", '.'},
-                                           LocaleMark{"fr_FR.UTF-8", ','},
-                                           LocaleMark{"de_DE@euro", ','}, LocaleMark{"C", '.'}));
 
 TEST(ParseDecimalTest, readsPlainNumbersOnly) {
     EXPECT_EQ(ParseDecimal("2.5", '.'), 2.5);

@@ -6,6 +6,7 @@
 #include "component/hostside/ComponentLoader.h"
 #include "component/registry/ClassRegistry.h"
 #include "host/api/Selection.h"
+#include "criterion/Membership.h"
 #include "tests/support/ScratchFolder.h"
 
 #include <QAbstractButton>
@@ -183,7 +184,14 @@ TEST_F(HostWindowTest, theCommandStandsInItsCategorysToolbarWithItsTextsAndPictu
     EXPECT_TRUE(map->ViewActive());
 }
 
-TEST_F(HostWindowTest, theRootMenuListsItsItemsDisabledByTheirProgIds) {
+TEST_F(HostWindowTest, onceTheSiblingComponentIsRegisteredTheMenusItemsAreLiveAndOpenItsWindows) {
+    const auto pravel = component::ComponentLibrary::Open(QUOREL_PRAVEL);
+    ASSERT_EQ(pravel->RegisterServer(), com::kOk);
+    m_window = std::make_unique<MainWindow>(
+        MainWindow::Options{component::ClassRegistry::DefaultPath(), {}});
+    m_window->OpenDocumentFile(QString::fromStdString((m_folder / "demo.qmap").string()));
+    m_window->show();
+    ASSERT_TRUE(m_window->Components().Failures().empty());
     QMenu* menu = nullptr;
     for (QAction* entry : m_window->menuBar()->actions()) {
         if (entry->text() == QStringLiteral("Requêtes souples")) {
@@ -191,21 +199,33 @@ TEST_F(HostWindowTest, theRootMenuListsItsItemsDisabledByTheirProgIds) {
         }
     }
     ASSERT_NE(menu, nullptr);
-    QStringList items;
-    for (QAction* item : menu->actions()) {
-        EXPECT_FALSE(item->isEnabled());
-        items << item->text();
+    const std::pair<QString, QString> items[] = {
+        {QStringLiteral("Pravel.clsrequêtesouple"), QStringLiteral("FrmQuery")},
+        {QStringLiteral("Pravel.clsagregationsouple"), QStringLiteral("FrmAggregation")}};
+    for (const auto& [progId, window] : items) {
+        SCOPED_TRACE(progId.toStdString());
+        QAction* item = menu->findChild<QAction*>(progId);
+        ASSERT_NE(item, nullptr);
+        EXPECT_TRUE(item->isEnabled());
+        EXPECT_NE(item->text(), progId) << "shown by its command's caption";
+        QString opened;
+        QString layers;
+        QTimer closer;
+        closer.setInterval(20);
+        QObject::connect(&closer, &QTimer::timeout, [&] {
+            if (QWidget* modal = QApplication::activeModalWidget()) {
+                opened = modal->objectName();
+                if (auto* choice = modal->findChild<QComboBox*>(QStringLiteral("Cmb_layer"))) {
+                    layers = choice->currentText();
+                }
+                modal->close();
+            }
+        });
+        closer.start();
+        item->trigger();
+        EXPECT_EQ(opened, window);
+        EXPECT_EQ(layers, QStringLiteral("parcels"));
     }
-    EXPECT_EQ(items, (QStringList{QStringLiteral("Pravel.clsrequêtesouple"),
-                                  QStringLiteral("Pravel.clsagregationsouple")}));
-}
-
-// The trapezoid (2, 5, 15, 25) the dialog is driven to compute.
-double TrapezoidDegree(double slope) {
-    if (slope <= 2 || slope >= 25) {
-        return 0;
-    }
-    return slope < 5 ? (slope - 2) / 3 : slope <= 15 ? 1 : (25 - slope) / 10;
 }
 
 void Click(QWidget& widget, const QPoint& at) {
@@ -255,10 +275,42 @@ TEST_F(HostWindowTest, aCriterionRunShowsInTheLegendTheTableAndWhatIdentifyFinds
     const QString slope = found.ValueOf(QStringLiteral("SLOPE"));
     ASSERT_FALSE(slope.isEmpty());
     EXPECT_NEAR(found.ValueOf(QStringLiteral("FZY_SLOPE")).toDouble(),
-                TrapezoidDegree(slope.toDouble()), 1e-9)
+                criterion::Membership(5, slope.toDouble(), 2, 5, 15, 25), 1e-9)
         << "SLOPE " << slope.toStdString();
     EXPECT_EQ(found.ValueOf(QStringLiteral("LANDUSE")).isEmpty(), false);
     Screenshot("host_identify");
+}
+
+// A GeoPackage's table opened beside the shapefile: drawn, and a criterion computed on it from
+// the dialog goes into the file, its record with it.
+TEST_F(HostWindowTest, aGeoPackageLayerIsDrawnAndTakesACriterion) {
+    const std::string gpkg = (m_folder / "zones.gpkg").string();
+    ASSERT_EQ(std::system(("ogr2ogr -f GPKG " + gpkg + " " + (m_folder / "parcels.shp").string() +
+                           " -nln zones")
+                              .c_str()),
+              0);
+    const auto layer = m_window->AddLayerOf(QString::fromStdString(gpkg), "");
+    EXPECT_EQ(layer->Name(), "zones");
+    EXPECT_EQ(m_window->View()->Layers().size(), 2u);
+
+    const QStringList boxes = ClickCommandAndDrive([](QWidget& dialog) {
+        ReleaseMouseOn(*dialog.findChild<QListWidget*>(QStringLiteral("Lst_shapes")),
+                       QStringLiteral("zones"));
+        ReleaseMouseOn(*dialog.findChild<QListWidget*>(QStringLiteral("Lst_fields")),
+                       QStringLiteral("SLOPE"));
+        dialog.findChild<QAbstractButton*>(QStringLiteral("cmd_nf_3"))->click();
+        dialog.findChild<QLineEdit*>(QStringLiteral("Txt_val_a"))->setText(QStringLiteral("2"));
+        dialog.findChild<QLineEdit*>(QStringLiteral("Txt_val_b"))->setText(QStringLiteral("25"));
+        dialog.findChild<QAbstractButton*>(QStringLiteral("cmd_go"))->click();
+    });
+    ASSERT_EQ(boxes.size(), 1) << boxes.join(QLatin1Char('|')).toStdString();
+    EXPECT_TRUE(boxes.front().startsWith(QStringLiteral("Le critère a été calculé")))
+        << boxes.front().toStdString();
+    const auto& records = dynamic_cast<host::ICriterionRecords&>(*layer->FeatureClass());
+    ASSERT_TRUE(records.Record("FZY_SLOPE"));
+    EXPECT_EQ(records.Record("FZY_SLOPE")->kind, 3);
+    EXPECT_EQ(m_window->View()->LegendTitle(), QStringLiteral("FZY_SLOPE"));
+    EXPECT_FALSE(fs::exists(m_folder / "zones.fzy"));
 }
 
 // The colour the map shows at the centre of a sample parcel (FID): the 100 m cells of a 20 x 20
@@ -315,20 +367,6 @@ TEST_F(HostWindowTest, aLayersSelectionIsDrawnAndMarkedInTheTableWhichCanShowItA
     m_window->SelectedOnlyBox()->setChecked(false);
     EXPECT_EQ(model.rowCount(), 400);
     EXPECT_EQ(ParcelPixel(*m_window->View(), 191), before191);
-}
-
-TEST_F(HostWindowTest, whileEditingTheRunIsRefusedAndNoFieldIsAdded) {
-    m_window->EditingAction()->trigger();
-    EXPECT_TRUE(m_window->IsEditing());
-    EXPECT_EQ(m_window->EditingAction()->text(), QStringLiteral("Arrêter la mise à jour"));
-    const QStringList boxes = ClickCommandAndDrive(RunTrapezoidOnSlope);
-    ASSERT_EQ(boxes.size(), 1);
-    EXPECT_TRUE(boxes.front().startsWith(QStringLiteral("La couche est en cours de mise à jour")))
-        << boxes.front().toStdString();
-    EXPECT_FALSE(TableHeaders().contains(QStringLiteral("FZY_SLOPE")));
-    EXPECT_EQ(m_window->View()->LegendTitle(), QString());
-    m_window->EditingAction()->trigger();
-    EXPECT_FALSE(m_window->IsEditing());
 }
 
 TEST_F(HostWindowTest, contentsFollowLayersAddedRenamedHiddenMadeUnselectableAndRemoved) {

@@ -1,6 +1,9 @@
 // Map documents written and read back: layers, names, order, groups, flags and the focus map.
 
 #include "apps/quorel-host/MapDocumentFile.h"
+#include "host/shapefile/Application.h"
+#include "source/Application.h"
+#include "source/OpenSource.h"
 #include "tests/support/ScratchFolder.h"
 #include "util/Error.h"
 
@@ -10,9 +13,7 @@
 
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <string>
-#include <unistd.h>
 
 namespace quorel::host_app {
 namespace {
@@ -86,40 +87,47 @@ TEST_F(MapDocumentFileTest, aSavedDocumentOpensWithTheSameMapsLayersGroupsAndFoc
     EXPECT_FALSE(readInner->Selectable());
 }
 
-struct BadDocument {
-    const char* name;
-    const char* text;
-    const char* says;
-};
+TEST_F(MapDocumentFileTest, aGeoPackageLayerKeepsItsTable) {
+    const std::string gpkg = (m_folder / "data" / "two.gpkg").string();
+    const std::string shp = (m_folder / "data" / "parcels.shp").string();
+    ASSERT_EQ(std::system(("ogr2ogr -f GPKG " + gpkg + " " + shp +
+                           " -nln roads && ogr2ogr -update " + gpkg + " " + shp + " -nln zones")
+                              .c_str()),
+              0);
+    source::Application app;
+    source::OpenSourceLayer(app, gpkg, "zones")->SetSelectable(false);
+    const std::string path = (m_folder / "saved.qmap").string();
+    SaveMapDocument(*std::dynamic_pointer_cast<host::map::MxDocument>(app.Document()), path);
+    const std::string text = test::ReadBytes(path);
+    EXPECT_NE(text.find("layer\tzones\tdata/two.gpkg\tfixed\tzones\n"), std::string::npos) << text;
 
-void PrintTo(const BadDocument& c, std::ostream* os) {
-    *os << c.name;
+    source::Application other;
+    const auto read = LoadMapDocument(other, path);
+    const auto layer = std::dynamic_pointer_cast<host::IFeatureLayer>(read->FocusMap()->Layer(0));
+    ASSERT_TRUE(layer);
+    EXPECT_EQ(layer->FeatureClass()->AliasName(), "zones");
+    EXPECT_EQ(layer->FeatureClass()->Workspace()->PathName(), gpkg);
+    EXPECT_FALSE(layer->Selectable());
 }
 
-class BadMapDocumentTest : public MapDocumentFileTest,
-                           public ::testing::WithParamInterface<BadDocument> {};
-
-TEST_P(BadMapDocumentTest, isRefusedNamingTheLine) {
-    host::shapefile::Application app;
-    const std::string path = Write(GetParam().text);
-    const Error e = Thrown([&] { LoadMapDocument(app, path); });
-    EXPECT_NE(e.Description().find(GetParam().says), std::string::npos) << e.Description();
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Faults, BadMapDocumentTest,
-    ::testing::Values(
-        BadDocument{"empty", "", "line 0: not a map document"},
-        BadDocument{"otherVersion", "quorel-map\t2\n", "line 1: not a map document"},
-        BadDocument{"layerBeforeMap", "quorel-map\t1\nlayer\ta\tdata/parcels.shp\tselectable\n",
+TEST_F(MapDocumentFileTest, aFaultyDocumentIsRefusedNamingTheLine) {
+    for (const auto& [text, says] :
+         {std::pair{"", "line 0: not a map document"},
+          std::pair{"quorel-map\t2\n", "line 1: not a map document"},
+          std::pair{"quorel-map\t1\nlayer\ta\tdata/parcels.shp\tselectable\n",
                     "line 2: unexpected line"},
-        BadDocument{"missingShapefile",
-                    "quorel-map\t1\nmap\tm\n# note\nlayer\ta\tdata/none.shp\tselectable\n",
+          std::pair{"quorel-map\t1\nmap\tm\n# note\nlayer\ta\tdata/none.shp\tselectable\n",
                     "line 4:"},
-        BadDocument{"groupWithoutEnd", "quorel-map\t1\nmap\tm\ngroup\tg\n",
-                    "a group without its end"},
-        BadDocument{"endWithoutGroup", "quorel-map\t1\nmap\tm\nend\n", "line 3: unexpected"}),
-    [](const auto& test) { return std::string(test.param.name); });
+          std::pair{"quorel-map\t1\nmap\tm\nlayer\ta\tdata/none.gpkg\tfixed\tzones\n",
+                    "line 3: File not found"},
+          std::pair{"quorel-map\t1\nmap\tm\ngroup\tg\n", "a group without its end"},
+          std::pair{"quorel-map\t1\nmap\tm\nend\n", "line 3: unexpected"}}) {
+        host::shapefile::Application app;
+        const std::string path = Write(text);
+        const Error e = Thrown([&] { LoadMapDocument(app, path); });
+        EXPECT_NE(e.Description().find(says), std::string::npos) << e.Description();
+    }
+}
 
 } // namespace
 } // namespace quorel::host_app

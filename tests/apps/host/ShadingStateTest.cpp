@@ -6,44 +6,29 @@
 
 #include <gtest/gtest.h>
 
-#include <ostream>
-
 namespace quorel::host_app {
 namespace {
 
 using Values = std::vector<std::optional<double>>;
 
-struct ScaleCase {
-    const char* name;
-    Values values;
-    double low;
-    double high;
-};
-
-void PrintTo(const ScaleCase& c, std::ostream* os) {
-    *os << c.name;
+TEST(ShadingStateTest, degreesKeepTheirZeroToOneScaleOtherValuesTheirOwn) {
+    for (const auto& [name, values, low, high] :
+         {std::tuple{"degrees", Values{0.1, std::nullopt, 0.9}, 0.0, 1.0},
+          std::tuple{"allEmpty", Values{std::nullopt, std::nullopt}, 0.0, 1.0},
+          std::tuple{"none", Values{}, 0.0, 1.0},
+          std::tuple{"ownScale", Values{3, -2, std::nullopt, 7.5}, -2.0, 7.5},
+          std::tuple{"aboveOne", Values{0.5, 1.5}, 0.5, 1.5},
+          std::tuple{"belowZero", Values{-0.25, 0.5}, -0.25, 0.5}}) {
+        SCOPED_TRACE(name);
+        const ShadingState shading(nullptr, "F", values);
+        EXPECT_EQ(shading.Low(), low);
+        EXPECT_EQ(shading.High(), high);
+        const auto legend = shading.Legend();
+        ASSERT_EQ(legend.size(), static_cast<std::size_t>(ShadingState::kClasses));
+        EXPECT_EQ(legend.front().from, low);
+        EXPECT_EQ(legend.back().to, high);
+    }
 }
-
-class ShadingScaleTest : public ::testing::TestWithParam<ScaleCase> {};
-
-TEST_P(ShadingScaleTest, degreesKeepTheirZeroToOneScaleOtherValuesTheirOwn) {
-    const ShadingState shading(nullptr, "F", GetParam().values);
-    EXPECT_EQ(shading.Low(), GetParam().low);
-    EXPECT_EQ(shading.High(), GetParam().high);
-    const auto legend = shading.Legend();
-    ASSERT_EQ(legend.size(), static_cast<std::size_t>(ShadingState::kClasses));
-    EXPECT_EQ(legend.front().from, GetParam().low);
-    EXPECT_EQ(legend.back().to, GetParam().high);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Values, ShadingScaleTest,
-    ::testing::Values(ScaleCase{"degrees", {0.1, std::nullopt, 0.9}, 0, 1},
-                      ScaleCase{"allEmpty", {std::nullopt, std::nullopt}, 0, 1},
-                      ScaleCase{"none", {}, 0, 1},
-                      ScaleCase{"ownScale", {3, -2, std::nullopt, 7.5}, -2, 7.5},
-                      ScaleCase{"aboveOne", {0.5, 1.5}, 0.5, 1.5},
-                      ScaleCase{"belowZero", {-0.25, 0.5}, -0.25, 0.5}));
 
 TEST(ShadingStateTest, eachFeatureFallsInTheClassItsValueLiesIn) {
     const auto layer = std::make_shared<host::map::FeatureLayer>();

@@ -11,6 +11,7 @@
 #include "source/Application.h"
 #include "source/OpenSource.h"
 #include "tests/host/gpkg/TestGeoPackages.h"
+#include "tests/host/postgis/TestPostgis.h"
 #include "tests/host/shapefile/TestShapefiles.h"
 #include "tests/support/LockError.h"
 #include "util/Error.h"
@@ -22,6 +23,7 @@
 #include <cmath>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <set>
 
 namespace quorel::host {
@@ -272,9 +274,12 @@ TEST_P(HostConformanceTest, oneWriterPerLayerUntilItLetsGo) {
     testing::ScratchFolder elsewhere;
     const auto other = GetParam().make(m_folder.Path(), kFields, kRows);
     const auto another = GetParam().make(elsewhere.Path(), kFields, kRows);
-    // Where the layer's data lie: a folder of shapefiles, a GeoPackage file.
+    // Where the layer's data lie: a folder of shapefiles, a GeoPackage file, a database.
     const std::string data = m_class->Workspace()->PathName();
-    const std::string elsewhereData = elsewhere.Path() + data.substr(m_folder.Path().size());
+    const auto anotherLayer =
+        std::dynamic_pointer_cast<IFeatureLayer>(another->Document()->FocusMap()->Layer(0));
+    ASSERT_NE(anotherLayer, nullptr);
+    const std::string elsewhereData = anotherLayer->FeatureClass()->Workspace()->PathName();
 
     auto held = m_app->LockLayerForWriting(data, "PARCELS");
     ASSERT_NE(held, nullptr);
@@ -409,8 +414,32 @@ HostFixture GeoPackageHost() {
             std::nullopt};
 }
 
+HostFixture PostgisHost() {
+    return {"postgis",
+            [](const std::string& folder, const std::vector<std::string>& fields,
+               const Rows& rows) -> std::shared_ptr<IApplication> {
+                // One database per folder, made at the folder's first use.
+                static std::map<std::string, std::string> databases;
+                auto& source = databases[folder];
+                if (source.empty()) {
+                    std::vector<std::vector<std::optional<double>>> values;
+                    for (const auto& row : rows) {
+                        values.emplace_back(row.begin(), row.end());
+                    }
+                    source = testing::MakePostgisTable("PARCELS", fields, values);
+                }
+                auto app = std::make_shared<source::Application>();
+                app->SetWriteLockWait(std::chrono::milliseconds(0));
+                source::OpenSourceLayer(*app, source, "");
+                return app;
+            },
+            {"fid", "geom"},
+            63};
+}
+
 INSTANTIATE_TEST_SUITE_P(Hosts, HostConformanceTest,
-                         ::testing::Values(ShapefileHost(), MemoryHost(), GeoPackageHost()),
+                         ::testing::Values(ShapefileHost(), MemoryHost(), GeoPackageHost(),
+                                           PostgisHost()),
                          [](const auto& test) { return std::string(test.param.name); });
 
 } // namespace

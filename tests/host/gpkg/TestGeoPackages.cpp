@@ -55,7 +55,7 @@ void MakeGeoPackage(const std::string& path, const std::vector<GeoPackageLayer>&
 
 std::vector<std::vector<std::string>> Query(const std::string& path, const std::string& sql) {
     sqlite3* db = nullptr;
-    if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK) {
+    if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE, nullptr) != SQLITE_OK) {
         sqlite3_close(db);
         throw std::runtime_error("cannot open " + path);
     }

@@ -21,7 +21,8 @@ struct GeoPackageLayer {
 // Writes path with the layers given, through GDAL's GeoPackage driver.
 void MakeGeoPackage(const std::string& path, const std::vector<GeoPackageLayer>& layers);
 
-// The rows of one query through a plain SQLite connection (no GeoPackage functions), each
+// The rows of one query through a plain SQLite connection (no GeoPackage functions; one that
+// may write, so that it rolls back what a killed writer left), each
 // column as its text ("NULL" for Null, doubles with 17 digits).
 std::vector<std::vector<std::string>> Query(const std::string& path, const std::string& sql);
 

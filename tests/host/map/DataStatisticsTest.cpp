@@ -1,4 +1,5 @@
 #include "host/map/DataStatistics.h"
+#include "host/memory/MemoryHost.h"
 
 #include "util/Error.h"
 
@@ -13,46 +14,24 @@ namespace {
 
 using quorel::test::Thrown;
 
-// Rows of one field "V" (index 0), from a list of values.
-class ListCursor final : public ICursor {
-public:
-    explicit ListCursor(std::vector<Value> values) : m_values(std::move(values)) {}
-
-    std::shared_ptr<IRow> NextRow() override {
-        if (m_next >= m_values.size()) {
-            return nullptr;
-        }
-        return std::make_shared<ListRow>(m_values[m_next++]);
+// A cursor over one field "V" of the in-memory host, holding these values.
+std::shared_ptr<ICursor> Cursor(const std::vector<Value>& values) {
+    const bool text = !values.empty() && std::holds_alternative<std::string>(values.front());
+    memory::MemoryApplication app;
+    const auto layer = app.AddFeatureLayer("/data", "P", kGeometryPolygon,
+                                           {{"V", text ? kFieldTypeString : kFieldTypeDouble}});
+    for (const Value& value : values) {
+        memory::MemoryApplication::MemoryClass(*layer).AddRow({value});
     }
-    std::shared_ptr<IFields> Fields() const override { return std::make_shared<OneField>(); }
-
-private:
-    class ListRow final : public IRow {
-    public:
-        explicit ListRow(Value value) : m_value(std::move(value)) {}
-        Value GetValue(std::int32_t) const override { return m_value; }
-
-    private:
-        Value m_value;
-    };
-    class OneField final : public IFields {
-    public:
-        std::int32_t FieldCount() const override { return 1; }
-        std::shared_ptr<IField> Field(std::int32_t) const override { return nullptr; }
-        std::int32_t FindField(const std::string& name) const override {
-            return name == "V" ? 0 : -1;
-        }
-    };
-
-    std::vector<Value> m_values;
-    std::size_t m_next = 0;
-};
+    return layer->Search(true);
+}
 
 // Statistics of field V over these values.
-std::unique_ptr<DataStatistics> Over(std::vector<Value> values, const std::string& field = "V") {
+std::unique_ptr<DataStatistics> Over(const std::vector<Value>& values,
+                                     const std::string& field = "V") {
     auto statistics = std::make_unique<DataStatistics>();
     statistics->SetField(field);
-    statistics->SetCursor(std::make_shared<ListCursor>(std::move(values)));
+    statistics->SetCursor(Cursor(values));
     return statistics;
 }
 
@@ -77,7 +56,7 @@ TEST(DataStatisticsTest, distinctValuesInFoundOrderAndFiguresOfNonNullValues) {
 TEST(DataStatisticsTest, aNewCursorStartsAfresh) {
     const auto statistics = Over({1.0, 2.0});
     EXPECT_EQ(statistics->UniqueValueCount(), 2);
-    statistics->SetCursor(std::make_shared<ListCursor>(std::vector<Value>{5.0}));
+    statistics->SetCursor(Cursor({5.0}));
     EXPECT_EQ(statistics->Statistics()->Count(), 1);
     EXPECT_EQ(statistics->Statistics()->Mean(), 5.0);
     EXPECT_EQ(statistics->Statistics()->StandardDeviation(), 0.0);

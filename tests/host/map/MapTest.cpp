@@ -12,30 +12,16 @@ namespace {
 
 using quorel::test::Thrown;
 
-std::shared_ptr<FeatureLayer> NamedFeatureLayer(const std::string& name) {
-    auto layer = std::make_shared<FeatureLayer>();
-    layer->SetName(name);
-    return layer;
-}
-
-class MapLayersTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        m_map.AddLayer(NamedFeatureLayer("roads"));
-        auto group = std::make_shared<GroupLayer>();
-        group->SetName("group");
-        group->Add(NamedFeatureLayer("inner"));
-        m_map.AddLayer(group);
-        m_map.AddLayer(NamedFeatureLayer("parcels"));
+TEST(MapTest, layerByPositionOutOfRangeSaysWhatTheMapHolds) {
+    Map map;
+    for (const char* name : {"roads", "parcels"}) {
+        auto layer = std::make_shared<FeatureLayer>();
+        layer->SetName(name);
+        map.AddLayer(layer);
     }
-
-    Map m_map;
-};
-
-TEST_F(MapLayersTest, layerByPositionOutOfRangeSaysWhatTheMapHolds) {
-    EXPECT_EQ(m_map.Layer(2)->Name(), "parcels");
-    EXPECT_EQ(Thrown([&] { m_map.Layer(3); }).Description(),
-              "No layer at position 3 (the map has 3 layers)");
+    EXPECT_EQ(map.Layer(1)->Name(), "parcels");
+    EXPECT_EQ(Thrown([&] { map.Layer(2); }).Description(),
+              "No layer at position 2 (the map has 2 layers)");
 }
 
 TEST(ApplicationTest, editorExtensionIsFoundByItsIdAndReportsTheEditState) {
@@ -67,18 +53,15 @@ TEST(ApplicationTest, statusBarKeepsPaneTextsAndTellsItsListeners) {
     EXPECT_EQ(progress, (std::vector<double>{0.5, -1}));
 }
 
-TEST(ApplicationTest, documentsHaveAFocusMapAndTheActiveOneIsTheDocument) {
+// (New and opened documents, and focus changes, are the event tests'.)
+TEST(ApplicationTest, theActiveDocumentIsTheDocument) {
     memory::MemoryApplication app;
     const auto first = app.Documents().front();
     const auto second = app.NewDocument();
     EXPECT_EQ(app.Document(), second);
-    auto other = std::make_shared<Map>("Other");
-    second->AddMap(other);
-    second->SetFocusMap(other);
-    EXPECT_EQ(app.Document()->FocusMap()->Name(), "Other");
     app.SetActiveDocument(first);
+    EXPECT_EQ(app.Document(), first);
     EXPECT_EQ(app.Document()->FocusMap()->Name(), "Layers");
-    EXPECT_THROW(second->SetFocusMap(std::make_shared<Map>()), Error);
 }
 
 } // namespace

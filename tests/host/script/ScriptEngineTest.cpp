@@ -147,45 +147,31 @@ INSTANTIATE_TEST_SUITE_P(
         OperatorCase{"^", -8, 0.5, {}, 5}, OperatorCase{"\\", 3E9, 1, {}, 6},
         OperatorCase{"And", 3E9, 1, {}, 6}));
 
-struct ExpressionCase {
-    const char* expression;
-    Maybe expected;
-};
-
-void PrintTo(const ExpressionCase& c, std::ostream* os) {
-    *os << c.expression;
-}
-
-class ExpressionTest : public testing::TestWithParam<ExpressionCase> {};
-
-TEST_P(ExpressionTest, followsPrecedenceAndValueRules) {
-    const ExpressionCase& c = GetParam();
-    const Maybe result = RunOne(std::string("Val = ") + c.expression);
-    ASSERT_EQ(result.has_value(), c.expected.has_value()) << c.expression;
-    if (result) {
-        EXPECT_EQ(*result, *c.expected) << c.expression;
-        EXPECT_EQ(std::signbit(*result), std::signbit(*c.expected)) << c.expression;
+TEST(ScriptEngineTest, expressionsFollowPrecedenceAndValueRules) {
+    for (const auto& [expression, expected] :
+         {std::pair{"1 + 2 * 3", Maybe{7}}, std::pair{"(1 + 2) * 3", Maybe{9}},
+          std::pair{"2 ^ 3 ^ 2", Maybe{64}}, std::pair{"-2 ^ 2", Maybe{-4}},
+          std::pair{"10 --5", Maybe{15}}, std::pair{"10 - - 5", Maybe{15}},
+          std::pair{"2 * -3", Maybe{-6}}, std::pair{"+4", Maybe{4}},
+          std::pair{"7 \\ 2 * 2", Maybe{1}}, std::pair{"1 + 10 \\ 3", Maybe{4}},
+          std::pair{"2 * 3 Mod 4", Maybe{2}}, std::pair{"1 + 7 Mod 4", Maybe{4}},
+          std::pair{"10 \\ 3 Mod 2", Maybe{1}}, std::pair{"1 + 2 = 3", Maybe{-1}},
+          std::pair{"Not 1 = 2", Maybe{-1}}, std::pair{"Not 0", Maybe{-1}},
+          std::pair{"Not 5", Maybe{-6}}, std::pair{"1 < 2 And 2 < 1 Or 3 = 3", Maybe{-1}},
+          std::pair{"1E+15 / 1E-05", Maybe{1E+20}}, std::pair{".5 + 1.25", Maybe{1.75}},
+          std::pair{"True + True", Maybe{-2}}, std::pair{"False", Maybe{0}},
+          std::pair{"Not Null", kNull}, std::pair{"-Null", kNull}, std::pair{"Empty + 1", Maybe{1}},
+          std::pair{"Empty = 0", Maybe{-1}}, std::pair{"Empty", kNull}, std::pair{"Null", kNull},
+          // A variable never set is Empty: 0 in arithmetic, and -Empty is 0, not -0.
+          std::pair{"Unset + 3", Maybe{3}}, std::pair{"-Unset", Maybe{0.0}}}) {
+        const Maybe result = RunOne(std::string("Val = ") + expression);
+        ASSERT_EQ(result.has_value(), expected.has_value()) << expression;
+        if (result) {
+            EXPECT_EQ(*result, *expected) << expression;
+            EXPECT_EQ(std::signbit(*result), std::signbit(*expected)) << expression;
+        }
     }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Precedence, ExpressionTest,
-    testing::Values(ExpressionCase{"1 + 2 * 3", 7}, ExpressionCase{"(1 + 2) * 3", 9},
-                    ExpressionCase{"2 ^ 3 ^ 2", 64}, ExpressionCase{"-2 ^ 2", -4},
-                    ExpressionCase{"10 --5", 15}, ExpressionCase{"10 - - 5", 15},
-                    ExpressionCase{"2 * -3", -6}, ExpressionCase{"+4", 4},
-                    ExpressionCase{"7 \\ 2 * 2", 1}, ExpressionCase{"1 + 10 \\ 3", 4},
-                    ExpressionCase{"2 * 3 Mod 4", 2}, ExpressionCase{"1 + 7 Mod 4", 4},
-                    ExpressionCase{"10 \\ 3 Mod 2", 1}, ExpressionCase{"1 + 2 = 3", -1},
-                    ExpressionCase{"Not 1 = 2", -1}, ExpressionCase{"Not 0", -1},
-                    ExpressionCase{"Not 5", -6}, ExpressionCase{"1 < 2 And 2 < 1 Or 3 = 3", -1},
-                    ExpressionCase{"1E+15 / 1E-05", 1E+20}, ExpressionCase{".5 + 1.25", 1.75},
-                    ExpressionCase{"True + True", -2}, ExpressionCase{"False", 0},
-                    ExpressionCase{"Not Null", kNull}, ExpressionCase{"-Null", kNull},
-                    ExpressionCase{"Empty + 1", 1}, ExpressionCase{"Empty = 0", -1},
-                    ExpressionCase{"Empty", kNull}, ExpressionCase{"Null", kNull},
-                    // A variable never set is Empty: 0 in arithmetic, and -Empty is 0, not -0.
-                    ExpressionCase{"Unset + 3", 3}, ExpressionCase{"-Unset", 0.0}));
 
 TEST(ScriptEngineTest, keywordsAndVariablesIgnoreCaseAndCommentsAreSkipped) {
     const std::string script = "' first line is a comment\r\n"
@@ -354,49 +340,51 @@ TEST(ScriptEngineTest, longFlatScriptsAndExpressionsWork) {
 }
 
 // Syntax errors: the number, and the line in the description.
-struct SyntaxCase {
-    const char* script;
-    const char* where; // "line N" or "expression"
-};
-
-void PrintTo(const SyntaxCase& c, std::ostream* os) {
-    // Quoted with escapes, without the UTF-8 reading that would put "é" in the list of tests.
-    const std::string quoted = ::testing::PrintToString(c.script);
-    *os << quoted.substr(0, quoted.find('\n'));
+TEST(ScriptEngineTest, syntaxErrorsNameTheLine) {
+    for (const auto& [script, where] :
+         {std::pair{"Val = (1 + 2", "line 1"},
+          std::pair{"dim Val\r\nVal = 1 +\r\n", "line 2"},
+          std::pair{"If [X] > 1\nVal=1\nEnd If", "line 1"},
+          std::pair{"Val = 1\nIf 1 Then\nVal = 2\n", "line 2"},
+          std::pair{"End If", "line 1"},
+          std::pair{"\nElse", "line 2"},
+          std::pair{"ElseIf 1 Then", "line 1"},
+          std::pair{"If 1 Then\nElse\nElse\nEnd If", "line 3"},
+          std::pair{"If 1 Then\nElse\nElseIf 1 Then\nEnd If", "line 3"},
+          std::pair{"If 1 Then\nElse If 1 Then\nEnd If\nEnd If", "line 2"},
+          std::pair{"If 1 Then Val = 2", "line 1"},
+          std::pair{"If 1 Then\nEndIf", "line 2"},
+          std::pair{"Dim a, b, a", "line 1"},
+          std::pair{"Dim A\ndim a", "line 2"},
+          std::pair{"Dim If", "line 1"},
+          std::pair{"Dim x(3)", "line 1"},
+          std::pair{"Dim", "line 1"},
+          std::pair{"Val = \"x\"", "line 1"},
+          std::pair{"Val = Abs(1)", "line 1"},
+          std::pair{"For i = 1 To 3", "line 1"},
+          std::pair{"Val = 1 : Val = 2", "line 1"},
+          std::pair{"Val = 1 Xor 2", "line 1"},
+          std::pair{"Val = 1 &", "line 1"},
+          std::pair{"Val = 1E", "line 1"},
+          std::pair{"Val = 1E+999", "line 1"},
+          std::pair{"Val = 5x", "line 1"},
+          std::pair{"Val = [X", "line 1"},
+          std::pair{"Val = []", "line 1"},
+          std::pair{"Val 1", "line 1"},
+          std::pair{"Val", "line 1"},
+          std::pair{"\xC3\xA9 = 1", "line 1"},
+          std::pair{"Val = 1 Rem no", "line 1"},
+          std::pair{"Val = 1\n\n\n  Val = = 2", "line 4"},
+          std::pair{"Val = 1\r\n\r\nVal = )", "line 3"},
+          std::pair{"Val = 1\rVal = )", "line 2"},
+          std::pair{"Val = 1 _\n+ 2", "line 1"},
+          std::pair{"Val = Not", "line 1"}}) {
+        SCOPED_TRACE(::testing::PrintToString(std::string(script)));
+        const Error error = Thrown([&] { Program::Compile(script, "Val"); });
+        EXPECT_EQ(error.Number(), error_number::kSyntaxError);
+        EXPECT_NE(error.Description().find(where), std::string::npos) << error.Description();
+    }
 }
-
-class SyntaxErrorTest : public testing::TestWithParam<SyntaxCase> {};
-
-TEST_P(SyntaxErrorTest, namesTheLine) {
-    const Error error = Thrown([&] { Program::Compile(GetParam().script, "Val"); });
-    EXPECT_EQ(error.Number(), error_number::kSyntaxError);
-    EXPECT_NE(error.Description().find(GetParam().where), std::string::npos) << error.Description();
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Errors, SyntaxErrorTest,
-    testing::Values(
-        SyntaxCase{"Val = (1 + 2", "line 1"}, SyntaxCase{"dim Val\r\nVal = 1 +\r\n", "line 2"},
-        SyntaxCase{"If [X] > 1\nVal=1\nEnd If", "line 1"},
-        SyntaxCase{"Val = 1\nIf 1 Then\nVal = 2\n", "line 2"}, SyntaxCase{"End If", "line 1"},
-        SyntaxCase{"\nElse", "line 2"}, SyntaxCase{"ElseIf 1 Then", "line 1"},
-        SyntaxCase{"If 1 Then\nElse\nElse\nEnd If", "line 3"},
-        SyntaxCase{"If 1 Then\nElse\nElseIf 1 Then\nEnd If", "line 3"},
-        SyntaxCase{"If 1 Then\nElse If 1 Then\nEnd If\nEnd If", "line 2"},
-        SyntaxCase{"If 1 Then Val = 2", "line 1"}, SyntaxCase{"If 1 Then\nEndIf", "line 2"},
-        SyntaxCase{"Dim a, b, a", "line 1"}, SyntaxCase{"Dim A\ndim a", "line 2"},
-        SyntaxCase{"Dim If", "line 1"}, SyntaxCase{"Dim x(3)", "line 1"},
-        SyntaxCase{"Dim", "line 1"}, SyntaxCase{"Val = \"x\"", "line 1"},
-        SyntaxCase{"Val = Abs(1)", "line 1"}, SyntaxCase{"For i = 1 To 3", "line 1"},
-        SyntaxCase{"Val = 1 : Val = 2", "line 1"}, SyntaxCase{"Val = 1 Xor 2", "line 1"},
-        SyntaxCase{"Val = 1 &", "line 1"}, SyntaxCase{"Val = 1E", "line 1"},
-        SyntaxCase{"Val = 1E+999", "line 1"}, SyntaxCase{"Val = 5x", "line 1"},
-        SyntaxCase{"Val = [X", "line 1"}, SyntaxCase{"Val = []", "line 1"},
-        SyntaxCase{"Val 1", "line 1"}, SyntaxCase{"Val", "line 1"},
-        SyntaxCase{"\xC3\xA9 = 1", "line 1"}, SyntaxCase{"Val = 1 Rem no", "line 1"},
-        SyntaxCase{"Val = 1\n\n\n  Val = = 2", "line 4"},
-        SyntaxCase{"Val = 1\r\n\r\nVal = )", "line 3"}, SyntaxCase{"Val = 1\rVal = )", "line 2"},
-        SyntaxCase{"Val = 1 _\n+ 2", "line 1"}, SyntaxCase{"Val = Not", "line 1"}));
 
 TEST(ScriptEngineTest, expressionErrorsSaySo) {
     for (const char* expression : {"", "Val +", "Val\nX", "(Val"}) {

@@ -14,21 +14,17 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <charconv>
-#include <cmath>
 
 namespace quorel::host::shapefile {
 namespace {
 
 using quorel::test::Thrown;
 
-// What an N(19,11) column holds for a double: the value printed with 11 decimals.
-double Stored(double value) {
-    char text[64];
-    const auto end = std::to_chars(text, text + sizeof text, value, std::chars_format::fixed, 11);
-    double back = 0;
-    std::from_chars(text, end.ptr, back);
-    return back;
+void AddDouble(Application& app, const IFeatureLayer& layer, const std::string& name) {
+    auto field = app.Factory().NewField();
+    field->SetName(name);
+    field->SetType(kFieldTypeDouble);
+    layer.FeatureClass()->AddField(*field);
 }
 
 class CalculatorTest : public ::testing::Test {
@@ -42,10 +38,7 @@ protected:
         testing::MakeShapefile(m_folder.Path(), "parcels",
                                {{"SLOPE", 'N', 8, 2}, {"ZERO", 'N', 5, 0}}, rows);
         m_layer = m_app.AddShapefileLayer(m_folder.File("parcels.shp"));
-        auto field = m_app.Factory().NewField();
-        field->SetName("OUT");
-        field->SetType(kFieldTypeDouble);
-        m_layer->FeatureClass()->AddField(*field);
+        AddDouble(m_app, *m_layer, "OUT");
     }
 
     std::shared_ptr<Calculator> NewCalculator(const std::string& pre, const std::string& field) {
@@ -75,10 +68,7 @@ TEST_F(CalculatorTest, reportsProgressToTheStatusBarThenHidesIt) {
     for (const auto& [threads, output] : {std::pair{1u, "OUT"}, std::pair{3u, "OUT2"}}) {
         SCOPED_TRACE(threads);
         if (std::string(output) != "OUT") {
-            auto field = m_app.Factory().NewField();
-            field->SetName(output);
-            field->SetType(kFieldTypeDouble);
-            m_layer->FeatureClass()->AddField(*field);
+            AddDouble(m_app, *m_layer, output);
         }
         std::vector<double> progress;
         m_app.Bar()->SetProgressListener([&](double fraction) { progress.push_back(fraction); });
@@ -173,7 +163,7 @@ TEST_F(CalculatorTest, deletedRecordsKeepTheirBytesWhenTheColumnIsFilled) {
             }
             const std::optional<double> x = ParseDbfNumber(FieldBytes(record, slope));
             const std::optional<double> value = ParseDbfNumber(FieldBytes(record, out));
-            EXPECT_EQ(value, x ? std::optional(Stored(*x * 2)) : std::nullopt);
+            EXPECT_EQ(value, x ? std::optional(testing::Stored(*x * 2)) : std::nullopt);
         }
     }
     EXPECT_EQ(seenDeleted, deleted.size());
@@ -199,10 +189,7 @@ TEST(CalculatorRepeatsTest, featuresSharingATextGetItsValue) {
                            rows);
     Application app;
     const auto layer = app.AddShapefileLayer(folder.File("parcels.shp"));
-    auto field = app.Factory().NewField();
-    field->SetName("OUT");
-    field->SetType(kFieldTypeDouble);
-    layer->FeatureClass()->AddField(*field);
+    AddDouble(app, *layer, "OUT");
     auto calculate = [&](const std::string& pre) {
         auto calculator = std::dynamic_pointer_cast<Calculator>(app.Factory().NewCalculator());
         ASSERT_NE(calculator, nullptr);
@@ -230,7 +217,7 @@ TEST(CalculatorRepeatsTest, featuresSharingATextGetItsValue) {
             }
             const double x = std::get<double>(table.rows[i][0]);
             ASSERT_EQ(table.rows[i][2],
-                      Value(Stored(criterion::Membership(k.kind, x, k.a, k.b, k.c, k.d))))
+                      Value(testing::Stored(criterion::Membership(k.kind, x, k.a, k.b, k.c, k.d))))
                 << i;
         }
     }

@@ -5,10 +5,8 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cstdlib>
+#include <charconv>
 #include <filesystem>
-#include <fstream>
 #include <memory>
 #include <stdexcept>
 
@@ -65,6 +63,14 @@ GdalTable ReadWithGdal(const std::string& shpPath) {
         OGR_F_Destroy(feature);
     }
     return table;
+}
+
+double Stored(double value) {
+    char text[64];
+    const auto end = std::to_chars(text, text + sizeof text, value, std::chars_format::fixed, 11);
+    double back = 0;
+    std::from_chars(text, end.ptr, back);
+    return back;
 }
 
 } // namespace quorel::testing

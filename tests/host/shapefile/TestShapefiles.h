@@ -39,4 +39,7 @@ struct GdalTable {
 };
 GdalTable ReadWithGdal(const std::string& shpPath);
 
+// What an N(19,11) column holds for a double: the value printed with 11 decimals.
+double Stored(double value);
+
 } // namespace quorel::testing

@@ -1,0 +1,98 @@
+#!/usr/bin/env bash
+# Times, side by side in one run, on 1,000,000 generated squares (unless told otherwise) loaded
+# into a throwaway PostgreSQL 15 + PostGIS cluster by ogr2ogr, each on a fresh copy of the table:
+#   - quorel run with a trapezoid on SLOPE (the server fills the field: one table rewrite);
+#   - psql running the plain statements: ALTER TABLE ... ADD COLUMN, then UPDATE ... SET the
+#     quorel sql expression, in one transaction;
+#   - ogr2ogr -sql with a CASE expression into a new layer;
+# and reports the ratios and rows per second. The cluster runs as nobody when run as root.
+# Usage: bench/postgis-run.sh [BUILD_DIR (build/dev)] [WORK_DIR] [COUNT]
+set -euo pipefail
+export LC_ALL=C
+build=${1:-build/dev}
+work=${2:-${TMPDIR:-/tmp}/quorel-bench-postgis}
+count=${3:-1000000}
+q="$(realpath "$build/apps/quorel/quorel")"
+make_sample="$(realpath "$build/tools/make-sample/make-sample")"
+bin=/usr/lib/postgresql/15/bin
+mkdir -p "$work"
+cd "$work"
+
+as_owner() {
+    if [ "$(id -u)" -eq 0 ]; then
+        runuser -u nobody -- "$@"
+    else
+        "$@"
+    fi
+}
+
+cluster=$(mktemp -d "${TMPDIR:-/tmp}/quorel-bench-pg-XXXXXX")
+[ "$(id -u)" -eq 0 ] && chown nobody "$cluster"
+stop() {
+    as_owner "$bin/pg_ctl" -D "$cluster/data" -m fast -w stop >/dev/null 2>&1 || true
+    rm -rf "$cluster"
+}
+trap stop EXIT
+as_owner "$bin/initdb" -D "$cluster/data" -U quorel -A trust -E UTF8 --locale=C >/dev/null
+as_owner "$bin/pg_ctl" -D "$cluster/data" -l "$cluster/log" -w \
+    -o "-k $cluster -c listen_addresses= -c shared_buffers=256MB -c max_wal_size=4GB" start \
+    >/dev/null
+conn="dbname=bench host=$cluster user=quorel"
+psql_() { "$bin/psql" -X -q -v ON_ERROR_STOP=1 -c "SET client_min_messages = warning" -h "$cluster" -U quorel "$@"; }
+psql_ -d postgres -c "CREATE DATABASE bench"
+psql_ -d bench -c "CREATE EXTENSION postgis"
+
+if [ ! -f squares.shp ] || [ "$(cat squares.count 2>/dev/null)" != "$count" ]; then
+    echo "making squares.shp ($count squares)..." >&2
+    rm -f squares.*
+    "$make_sample" squares.shp "$count" 7
+    echo "$count" > squares.count
+fi
+echo "loading them with ogr2ogr..." >&2
+ogr2ogr -f PostgreSQL PG:"$conn" squares.shp -nln parcels -lco GEOMETRY_NAME=geom \
+    -lco FID=fid -lco LAUNDER=NO -nlt PROMOTE_TO_MULTI
+
+# A fresh copy of the loaded table, its key and spatial index, vacuumed and checkpointed.
+copy() {
+    psql_ -d bench -c "DROP TABLE IF EXISTS \"$1\"" \
+        -c "CREATE TABLE \"$1\" (LIKE parcels INCLUDING ALL)" \
+        -c "INSERT INTO \"$1\" SELECT * FROM parcels" -c "VACUUM ANALYZE \"$1\"" -c "CHECKPOINT"
+}
+elapsed() {
+    local start end
+    start=$EPOCHREALTIME
+    "$@" >/dev/null 2>run.err || {
+        echo "failed: $*" >&2
+        cat run.err >&2
+        exit 1
+    }
+    end=$EPOCHREALTIME
+    awk "BEGIN{printf \"%.3f\", $end - $start}"
+}
+
+expr=$("$q" sql --dialect postgresql --kind 5 -a 2 -b 5 -c 15 -d 25 --field SLOPE)
+case_sql="SELECT *, CASE WHEN \"SLOPE\" <= 2 THEN 0 WHEN \"SLOPE\" <= 5 THEN (\"SLOPE\" - 2) / 3.0 \
+WHEN \"SLOPE\" <= 15 THEN 1 WHEN \"SLOPE\" <= 25 THEN (25 - \"SLOPE\") / 10.0 ELSE 0 END \
+AS \"FZY_SLOPE\" FROM parcels_case"
+
+copy parcels_run
+t_run=$(elapsed "$q" run PG:"$conn" --layer parcels_run --field SLOPE --kind 5 -a 2 -b 5 \
+    -c 15 -d 25)
+copy parcels_update
+t_update=$(elapsed psql_ -d bench -1 -c "ALTER TABLE parcels_update ADD COLUMN \"FZY_SLOPE\"
+    double precision" -c "UPDATE parcels_update SET \"FZY_SLOPE\" = ($expr)")
+copy parcels_case
+t_case=$(elapsed ogr2ogr -update -f PostgreSQL PG:"$conn" PG:"$conn" -sql "$case_sql" -nln parcels_out)
+
+# The run's degrees are the plain UPDATE's, row for row.
+differ=$(psql_ -d bench -At -c "SELECT count(*) FROM parcels_run r JOIN parcels_update u
+    USING (fid) WHERE r.\"FZY_SLOPE\" IS DISTINCT FROM u.\"FZY_SLOPE\"")
+
+awk -v n="$count" -v run="$t_run" -v upd="$t_update" -v cas="$t_case" -v differ="$differ" 'BEGIN {
+    printf "%-44s %8.3f s  %9.0f rows/s\n", "quorel run (server-side rewrite)", run, n / run
+    printf "%-44s %8.3f s  %9.0f rows/s\n", "psql ALTER TABLE ADD COLUMN + UPDATE", upd, n / upd
+    printf "%-44s %8.3f s  %9.0f rows/s\n", "ogr2ogr -sql CASE into a new layer", cas, n / cas
+    printf "quorel run / psql UPDATE: %.2f (target at most 0.5)\n", run / upd
+    printf "ogr2ogr CASE / quorel run: %.1f (target at least 5)\n", cas / run
+    printf "rows whose degree differs from the UPDATE: %d\n", differ
+}'

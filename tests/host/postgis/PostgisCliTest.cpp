@@ -1,0 +1,126 @@
+// quorel run, stats and meta on PostGIS tables, as a user types them.
+
+#include "host/postgis/Connection.h"
+#include "tests/apps/RunProgram.h"
+#include "tests/host/postgis/TestPostgis.h"
+#include "tests/support/DegreeCases.h"
+#include "tests/support/PostgresCluster.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <unistd.h>
+
+namespace quorel::host::postgis {
+namespace {
+
+using test::PostgresCluster;
+
+test::ProgramResult Quorel(const std::vector<std::string>& arguments) {
+    return test::RunProgram(
+        QUOREL_CLI, arguments, {},
+        {{"XDG_CONFIG_HOME", ::testing::TempDir() + "quorel-pg-cli-" + std::to_string(getpid())},
+         {"LC_ALL", "C"}});
+}
+
+const std::vector<std::vector<std::optional<double>>> kSlopes{
+    {-1.0}, {2.5}, {std::nullopt}, {7.25}, {15.0}, {22.5}, {40.0}};
+
+std::vector<std::optional<double>> Column(const std::string& source, const std::string& table,
+                                          const std::string& field) {
+    Connection connection(source);
+    const Result rows = connection.Exec("SELECT " + connection.QuoteIdentifier(field) + " FROM " +
+                                        connection.QuoteIdentifier(table) + " ORDER BY fid");
+    std::vector<std::optional<double>> values;
+    for (int i = 0; i < rows.Rows(); ++i) {
+        values.push_back(rows.IsNull(i, 0) ? std::nullopt
+                                           : std::optional<double>(
+                                                 std::strtod(rows.Text(i, 0).c_str(), nullptr)));
+    }
+    return values;
+}
+
+std::string Count(const std::string& source, const std::string& sql) {
+    Connection connection(source);
+    return connection.Exec(sql).Text(0, 0);
+}
+
+TEST(PostgisCliTest, runFillsTheFieldOnTheServerAndRecordsTheCriterion) {
+    const std::string table = "par\"cels; --";
+    const std::string source = testing::MakePostgisTable(table, {"SLOPE"}, kSlopes);
+    testing::MakePostgisTable("roads", {"WIDTH"}, {{1.0}}, source);
+
+    // Two layers: the run needs --layer, and lists them.
+    const auto unnamed =
+        Quorel({"run", source, "--field", "SLOPE", "--kind", "5", "-a", "2", "-b", "5"});
+    EXPECT_EQ(unnamed.status, 64);
+    EXPECT_NE(unnamed.err.find(table), std::string::npos) << unnamed.err;
+    EXPECT_NE(unnamed.err.find("roads"), std::string::npos) << unnamed.err;
+
+    const auto run = Quorel({"run", source, "--layer", table, "--field", "SLOPE", "--kind", "5",
+                             "-a", "2", "-b", "5,5", "-c", "15", "-d", "25"});
+    ASSERT_EQ(run.status, 0) << run.err;
+    EXPECT_NE(run.out.find("FZY_SLOPE"), std::string::npos) << run.out;
+    const auto degrees = Column(source, table, "FZY_SLOPE");
+    ASSERT_EQ(degrees.size(), kSlopes.size());
+    for (std::size_t i = 0; i < kSlopes.size(); ++i) {
+        const auto expected = test::ScriptDegree({5, 2, 5.5, 15, 25}, kSlopes[i][0]);
+        ASSERT_EQ(degrees[i].has_value(), expected.has_value()) << i;
+        if (expected) {
+            EXPECT_TRUE(test::SameBits(*degrees[i], *expected)) << i;
+        }
+    }
+    EXPECT_EQ(Count(source, "SELECT count(*) FROM quorel_criteria WHERE \"column\" = "
+                            "'FZY_SLOPE' AND kind = 5 AND b = 5.5"),
+              "1");
+    const auto meta = Quorel({"--lang", "en", "meta", source, "--layer", table, "FZY_SLOPE"});
+    EXPECT_EQ(meta.status, 0) << meta.err;
+    EXPECT_NE(meta.out.find("5.5"), std::string::npos) << meta.out;
+
+    const auto stats = Quorel({"stats", source, "--layer", table, "SLOPE"});
+    EXPECT_EQ(stats.status, 0) << stats.err;
+    EXPECT_NE(stats.out.find("22.5"), std::string::npos) << stats.out;
+}
+
+TEST(PostgisCliTest, badInputIsRefusedWithItsMessageAndNothingWritten) {
+    auto& cluster = PostgresCluster::Instance();
+    const std::string source = testing::MakePostgisTable("parcels", {"SLOPE"}, kSlopes);
+    Connection(source).Run("ALTER TABLE parcels ADD COLUMN name text, ADD COLUMN \"FZY\" "
+                           "double precision");
+    const std::string columns = "SELECT count(*) FROM information_schema.columns WHERE "
+                                "table_name = 'parcels'";
+    const std::string before = Count(source, columns);
+    struct Case {
+        std::vector<std::string> arguments;
+        int status;
+        const char* message;
+    };
+    const std::vector<Case> cases{
+        {{"--field", "MISSING"}, 2, "MISSING"},
+        {{"--field", "name"}, 2, "name"},
+        {{"--field", "SLOPE", "--out", "FZY"}, 1, "FZY"},
+        {{"--field", "SLOPE", "-a", "3", "-b", "3"}, 1, "Division by zero"},
+    };
+    for (const auto& c : cases) {
+        std::vector<std::string> arguments{"run", source, "--kind", "3"};
+        arguments.insert(arguments.end(), c.arguments.begin(), c.arguments.end());
+        if (c.arguments.size() == 2 || c.arguments[2] == "--out") {
+            arguments.insert(arguments.end(), {"-a", "0", "-b", "10"});
+        }
+        const auto r = Quorel(arguments);
+        EXPECT_EQ(r.status, c.status) << c.message << r.err;
+        EXPECT_NE(r.err.find(c.message), std::string::npos) << r.err;
+        EXPECT_EQ(Count(source, columns), before) << c.message;
+    }
+    const std::string database = PostgresCluster::DatabaseOf(source);
+    for (const auto& refused : {cluster.Source(database, PostgresCluster::kPasswordUser, "wrong"),
+                                std::string("PG:\"dbname=") + database + " host=/nonexistent\""}) {
+        const auto r = Quorel({"run", refused, "--layer", "parcels", "--field", "SLOPE", "--kind",
+                               "3", "-a", "0", "-b", "10"});
+        EXPECT_EQ(r.status, 1) << r.err;
+        EXPECT_NE(r.err.find("Cannot connect"), std::string::npos) << r.err;
+    }
+}
+
+} // namespace
+} // namespace quorel::host::postgis
