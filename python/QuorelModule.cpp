@@ -6,6 +6,7 @@
 #include "criterion/LayerRun.h"
 #include "criterion/Membership.h"
 #include "criterion/Parameters.h"
+#include "criterion/Preview.h"
 #include "criterion/Script.h"
 #include "errors/Component.h"
 #include "fzy/FzyFormat.h"
@@ -16,7 +17,6 @@
 #include "source/OpenSource.h"
 #include "util/Error.h"
 #include "util/MessageUi.h"
-#include "util/StringFunctions.h"
 
 #include <pybind11/functional.h>
 #include <pybind11/numpy.h>
@@ -118,7 +118,7 @@ std::string Message(std::int16_t id, const char* fallback, const std::vector<std
     if (pattern.empty()) {
         pattern = fallback;
     }
-    return util::FillPlaceholders(pattern, args);
+    return criterion::FillPlaceholders(pattern, args);
 }
 
 // A quorel::Error as the command line reports it.

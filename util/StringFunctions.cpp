@@ -162,19 +162,4 @@ std::optional<double> ParseDecimal(std::string_view text, char decimalMark) {
     return negative ? -value : value;
 }
 
-std::string FillPlaceholders(std::string_view pattern, const std::vector<std::string>& arguments) {
-    std::string message;
-    for (std::size_t i = 0; i < pattern.size(); ++i) {
-        const char next = i + 1 < pattern.size() ? pattern[i + 1] : '\0';
-        if (pattern[i] == '%' && next >= '1' && next <= '9') {
-            const auto index = static_cast<std::size_t>(next - '1');
-            message += index < arguments.size() ? arguments[index] : std::string();
-            ++i;
-        } else {
-            message += pattern[i];
-        }
-    }
-    return message;
-}
-
 } // namespace quorel::util

@@ -3,7 +3,6 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace quorel::util {
 
@@ -31,8 +30,5 @@ std::string LocalizeDecimal(const std::optional<std::string>& value);
 // Reads a number written with the given decimal mark: optional sign, digits with at most one
 // mark, optional exponent; blanks around it are allowed. nullopt for anything else.
 std::optional<double> ParseDecimal(std::string_view text, char decimalMark);
-
-// A message's text with %1 to %9 replaced by the arguments (an argument not given: nothing).
-std::string FillPlaceholders(std::string_view pattern, const std::vector<std::string>& arguments);
 
 } // namespace quorel::util

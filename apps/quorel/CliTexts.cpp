@@ -4,7 +4,6 @@
 #include "apps/quorel/Installation.h"
 #include "lang/StandaloneLanguage.h"
 #include "util/MessageUi.h"
-#include "util/StringFunctions.h"
 
 namespace quorel::cli {
 namespace {
@@ -40,7 +39,18 @@ std::string CliMessage(std::int16_t id, const char* fallback,
     if (pattern.empty()) {
         pattern = fallback;
     }
-    return util::FillPlaceholders(pattern, arguments);
+    std::string message;
+    for (std::size_t i = 0; i < pattern.size(); ++i) {
+        const char next = i + 1 < pattern.size() ? pattern[i + 1] : '\0';
+        if (pattern[i] == '%' && next >= '1' && next <= '9') {
+            const auto index = static_cast<std::size_t>(next - '1');
+            message += index < arguments.size() ? arguments[index] : std::string();
+            ++i;
+        } else {
+            message += pattern[i];
+        }
+    }
+    return message;
 }
 
 } // namespace quorel::cli
