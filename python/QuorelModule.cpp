@@ -473,7 +473,7 @@ py::object Meta(const py::object& sourcePath, const std::string& field,
                 const std::optional<std::string>& layerName) {
     const std::string source = PathText(sourcePath);
     try {
-        if (source::IsGeoPackageSource(source)) {
+        if (source::IsGeoPackageSource(source) || source::IsPostgresSource(source)) {
             source::Application app;
             const auto layer = OpenLayer(app, source, layerName);
             const auto records =
@@ -570,7 +570,8 @@ then records the criterion: in the metadata file (NAME.fzy) beside a shapefile, 
 GeoPackage's metadata tables. A shapefile's table is replaced whole, safely; a GeoPackage's run
 is one transaction. Runs on one source take turns.
 
-source:   a shapefile (.shp) or a GeoPackage (.gpkg): a str or an os.PathLike.
+source:   a shapefile (.shp) or a GeoPackage (.gpkg), a str or an os.PathLike; or a
+          PostgreSQL database in GDAL's form, 'PG:"dbname=... host=..."'.
 field:    the numeric field to classify.
 kind:     0 to 5; a, b, c, d: the break points (see the module's help).
 layer:    the layer of the source: a GeoPackage's table (needed when it has several); a
@@ -597,7 +598,7 @@ Raises Error for a missing source or field.)");
 
 Returns None when nothing is recorded, else a dict: entry ("number" for a criterion), field,
 kind, a, b, c, d, layer and created (a datetime); a shapefile's metadata file (.fzy) adds
-alias and folder, a GeoPackage's tables source_field and version. A record entry of the
+alias and folder, a database (GeoPackage, PostGIS) source_field and version. A record entry of the
 metadata file (entry "record") has the entry's own fields, lower-cased.)");
 
     m.def("set_language", &SetLanguage, py::arg("code"),
