@@ -6,6 +6,7 @@
 #include "criterion/LayerRun.h"
 #include "criterion/Membership.h"
 #include "criterion/Parameters.h"
+#include "criterion/Preview.h"
 #include "criterion/Script.h"
 #include "errors/Component.h"
 #include "fzy/FzyFormat.h"
@@ -30,6 +31,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace py = pybind11;
@@ -54,7 +56,7 @@ struct PythonError {
     std::string message;
 };
 
-// Boxes are kept to become the exception's text. Runs and readers do not share one.
+// Keeps the boxes a run shows, to become its exception's text.
 class CollectingUi final : public util::IMessageUi {
 public:
     void MessageBox(const std::string& text, util::MessageIcon icon,
@@ -99,7 +101,7 @@ std::string TextDatabaseFolder() {
 }
 
 // The texts, loaded at first use in the language of the user's settings. Messages shown while
-// loading (a missing database) are dropped: the texts then fall back to the English ones below.
+// loading (a missing database) are dropped: Message then falls back to its English texts.
 std::mutex g_languageMutex;
 lang::StandaloneLanguage& Language() {
     static CollectingUi ui;
@@ -116,18 +118,7 @@ std::string Message(std::int16_t id, const char* fallback, const std::vector<std
     if (pattern.empty()) {
         pattern = fallback;
     }
-    std::string message;
-    for (std::size_t i = 0; i < pattern.size(); ++i) {
-        const char next = i + 1 < pattern.size() ? pattern[i + 1] : '\0';
-        if (pattern[i] == '%' && next >= '1' && next <= '9') {
-            const auto index = static_cast<std::size_t>(next - '1');
-            message += index < args.size() ? args[index] : std::string();
-            ++i;
-        } else {
-            message += pattern[i];
-        }
-    }
-    return message;
+    return criterion::FillPlaceholders(pattern, args);
 }
 
 // A quorel::Error as the command line reports it.
@@ -144,12 +135,20 @@ std::string BoxText(const py::object& value) {
     if (py::isinstance<py::str>(value)) {
         return value.cast<std::string>();
     }
-    if (py::isinstance<py::bool_>(value) ||
-        !(py::isinstance<py::int_>(value) || py::isinstance<py::float_>(value))) {
-        throw py::type_error("a parameter is None, a number or a text, not " +
-                             std::string(py::str(py::type::of(value))));
+    // Any real number (int, float, NumPy's scalars) as its shortest exact text.
+    if (!py::isinstance<py::bool_>(value)) {
+        try {
+            return py::str(py::float_(value.cast<double>())).cast<std::string>();
+        } catch (const py::cast_error&) {
+        }
     }
-    return py::str(value).cast<std::string>();
+    throw py::type_error("a parameter is None, a number or a text, not " +
+                         std::string(py::str(py::type::of(value))));
+}
+
+// A path as text, or any os.PathLike.
+std::string PathText(const py::object& path) {
+    return py::module_::import("os").attr("fspath")(path).cast<std::string>();
 }
 
 void CheckKind(int kind) {
@@ -202,15 +201,26 @@ py::array_t<double> MembershipOf(int kind, const py::object& a, const py::object
     double* out = output.mutable_data();
     const auto count = static_cast<std::size_t>(input.size());
     const double ofNull = degree->OfNull();
-    {
-        const py::gil_scoped_release release;
-        degree->Evaluate(x, out, count);
+    const auto evaluate = [&](std::size_t first, std::size_t last) {
+        degree->Evaluate(x + first, out + first, last - first);
         // Null (NaN) follows the script: only the singleton gives it a degree.
         if (!std::isnan(ofNull)) {
-            for (std::size_t i = 0; i < count; ++i) {
+            for (std::size_t i = first; i < last; ++i) {
                 out[i] = std::isnan(x[i]) ? ofNull : out[i];
             }
         }
+    };
+    {
+        const py::gil_scoped_release release;
+        // Large arrays in slices shared among the cores, as a run shares its batches.
+        constexpr std::size_t kSlice = std::size_t{1} << 20;
+        const std::size_t threads = std::clamp<std::size_t>(
+            count / kSlice, 1, std::max(1u, std::thread::hardware_concurrency()));
+        std::vector<std::jthread> helpers;
+        for (std::size_t t = 1; t < threads; ++t) {
+            helpers.emplace_back(evaluate, count * t / threads, count * (t + 1) / threads);
+        }
+        evaluate(0, count / threads);
     }
     return output;
 }
@@ -237,10 +247,11 @@ std::shared_ptr<host::IFeatureLayer> OpenLayer(source::Application& app, const s
     }
 }
 
-std::string Run(const std::string& source, const std::string& field, int kind, const py::object& a,
-                const py::object& b, const py::object& c, const py::object& d,
+std::string Run(const py::object& sourcePath, const std::string& field, int kind,
+                const py::object& a, const py::object& b, const py::object& c, const py::object& d,
                 const std::optional<std::string>& layerName, const std::optional<std::string>& out,
                 const py::object& progress) {
+    const std::string source = PathText(sourcePath);
     CheckKind(kind);
     criterion::LayerRunRequest request;
     request.field = field;
@@ -301,8 +312,9 @@ std::string Run(const std::string& source, const std::string& field, int kind, c
     throw PythonError{g_error, ui.Text()};
 }
 
-py::object Stats(const std::string& source, const std::string& field,
+py::object Stats(const py::object& sourcePath, const std::string& field,
                  const std::optional<std::string>& layerName) {
+    const std::string source = PathText(sourcePath);
     auto app = std::make_shared<source::Application>();
     try {
         const auto layer = OpenLayer(*app, source, layerName);
@@ -457,10 +469,11 @@ py::object ShapefileMeta(const fs::path& fzyPath, const std::string& field) {
 }
 
 // What the metadata window shows for a field; None when nothing is recorded. Only reads.
-py::object Meta(const std::string& source, const std::string& field,
+py::object Meta(const py::object& sourcePath, const std::string& field,
                 const std::optional<std::string>& layerName) {
+    const std::string source = PathText(sourcePath);
     try {
-        if (source::IsGeoPackageSource(source)) {
+        if (source::IsGeoPackageSource(source) || source::IsPostgresSource(source)) {
             source::Application app;
             const auto layer = OpenLayer(app, source, layerName);
             const auto records =
@@ -557,7 +570,8 @@ then records the criterion: in the metadata file (NAME.fzy) beside a shapefile, 
 GeoPackage's metadata tables. A shapefile's table is replaced whole, safely; a GeoPackage's run
 is one transaction. Runs on one source take turns.
 
-source:   a shapefile (.shp) or a GeoPackage (.gpkg).
+source:   a shapefile (.shp) or a GeoPackage (.gpkg), a str or an os.PathLike; or a
+          PostgreSQL database in GDAL's form, 'PG:"dbname=... host=..."'.
 field:    the numeric field to classify.
 kind:     0 to 5; a, b, c, d: the break points (see the module's help).
 layer:    the layer of the source: a GeoPackage's table (needed when it has several); a
@@ -584,7 +598,7 @@ Raises Error for a missing source or field.)");
 
 Returns None when nothing is recorded, else a dict: entry ("number" for a criterion), field,
 kind, a, b, c, d, layer and created (a datetime); a shapefile's metadata file (.fzy) adds
-alias and folder, a GeoPackage's tables source_field and version. A record entry of the
+alias and folder, a database (GeoPackage, PostGIS) source_field and version. A record entry of the
 metadata file (entry "record") has the entry's own fields, lower-cased.)");
 
     m.def("set_language", &SetLanguage, py::arg("code"),

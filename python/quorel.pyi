@@ -1,6 +1,7 @@
 """Fuzzy classification criteria on polygon layers (type hints of the compiled module)."""
 
 import datetime
+import os
 from typing import Any, Callable, Optional, Union
 
 import numpy as np
@@ -9,6 +10,7 @@ import numpy.typing as npt
 # A break point as a dialog box holds it: None (empty), a number, or a text with either
 # decimal mark.
 Parameter = Union[None, int, float, str]
+Source = Union[str, os.PathLike[str]]
 
 class Error(Exception):
     """A reported failure, with the command line's message."""
@@ -29,7 +31,7 @@ def script(
     kind: int, a: Parameter, b: Parameter, c: Parameter, d: Parameter, field: str
 ) -> Optional[str]: ...
 def run(
-    source: str,
+    source: Source,
     field: str,
     kind: int,
     a: Parameter = None,
@@ -41,8 +43,8 @@ def run(
     out: Optional[str] = None,
     progress: Optional[Callable[[float], Any]] = None,
 ) -> str: ...
-def stats(source: str, field: str, *, layer: Optional[str] = None) -> dict[str, Any]: ...
+def stats(source: Source, field: str, *, layer: Optional[str] = None) -> dict[str, Any]: ...
 def meta(
-    source: str, field: str, *, layer: Optional[str] = None
+    source: Source, field: str, *, layer: Optional[str] = None
 ) -> Optional[dict[str, Union[str, int, float, datetime.datetime]]]: ...
 def set_language(code: str) -> None: ...

@@ -6,6 +6,7 @@ import os
 
 import quorel
 from qgis.core import (
+    QgsDataProvider,
     QgsProcessing,
     QgsProcessingAlgorithm,
     QgsProcessingException,
@@ -16,6 +17,7 @@ from qgis.core import (
     QgsProcessingParameterNumber,
     QgsProcessingParameterString,
     QgsProcessingParameterVectorLayer,
+    QgsDataSourceUri,
     QgsProject,
     QgsProviderRegistry,
 )
@@ -35,8 +37,13 @@ class _Stopped(Exception):
 
 
 def layer_source(layer):
-    """The file of the layer's data and its layer in it (None for a shapefile's one layer), when
-    Quorel can run on it (a shapefile or a GeoPackage); None otherwise."""
+    """The layer's source as Quorel names it and its layer there (None for a shapefile's one
+    layer), when Quorel can run on it: a shapefile, a GeoPackage's table or a PostGIS table;
+    None otherwise."""
+    if layer.providerType() == "postgres":
+        uri = QgsDataSourceUri(layer.source())
+        table = uri.table() if uri.schema() in ("", "public") else f"{uri.schema()}.{uri.table()}"
+        return f'PG:"{uri.connectionInfo(True)}"', table
     if layer.providerType() != "ogr":
         return None
     parts = QgsProviderRegistry.instance().decodeUri("ogr", layer.source())
@@ -48,10 +55,20 @@ def layer_source(layer):
     return None
 
 
+def same_source(one, other):
+    """Whether two sources of layer_source are the same data."""
+    if one is None or other is None or one[1] != other[1]:
+        return False
+    if one[0].startswith("PG:"):
+        return one[0] == other[0]
+    return os.path.exists(one[0]) and os.path.exists(other[0]) and \
+        os.path.samefile(one[0], other[0])
+
+
 class CriterionAlgorithm(QgsProcessingAlgorithm):
     def __init__(self):
         super().__init__()
-        self._path = None
+        self._source = None
 
     def createInstance(self):  # noqa: N802 (QGIS's names)
         return CriterionAlgorithm()
@@ -110,19 +127,20 @@ class CriterionAlgorithm(QgsProcessingAlgorithm):
         except quorel.Error as error:
             raise QgsProcessingException(str(error)) from None
         finally:
-            self._path = path
-        feedback.pushInfo(text(FIELD_ADDED, added, path))
+            self._source = source
+        # A database's connection may hold a password: the layer's name says enough.
+        feedback.pushInfo(text(FIELD_ADDED, added, layer.name() if path.startswith("PG:") else path))
         return {"OUTPUT": layer.id() if layer.id() else path, "OUTPUT_FIELD": added}
 
     def postProcessAlgorithm(self, context, feedback):  # noqa: N802
         # The layers open on the changed file read its new table, without a restart.
-        if self._path is not None:
+        if self._source is not None:
             for store in (QgsProject.instance(), context.temporaryLayerStore()):
                 for layer in store.mapLayers().values():
-                    source = layer_source(layer)
-                    if source and os.path.exists(source[0]) and \
-                            os.path.samefile(source[0], self._path):
-                        layer.dataProvider().reloadData()
-                        layer.updateFields()
+                    if same_source(layer_source(layer), self._source):
+                        # A new provider reads the table's fields again (the PostgreSQL
+                        # provider's reload keeps them); the layer keeps its style.
+                        layer.setDataSource(layer.source(), layer.name(), layer.providerType(),
+                                            QgsDataProvider.ProviderOptions())
                         layer.triggerRepaint()
         return {}

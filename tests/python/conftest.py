@@ -7,6 +7,8 @@ import subprocess
 
 import pytest
 
+from pgcluster import postgis, postgres  # noqa: F401 (fixtures)
+
 SOURCE_DIR = os.environ["QUOREL_SOURCE_DIR"]
 CLI = os.environ["QUOREL_CLI"]
 

@@ -36,10 +36,20 @@ class Cancelling(QgsProcessingFeedback):
         self.cancel()
 
 
-@pytest.mark.parametrize("source,layer", [("parcels", ""), ("geopackage", "|layername=parcels")])
-def test_processing_run_adds_the_field_the_layer_shows(processing, source, layer, request):
+def qgis_layer(source, path):
+    if source == "postgis":
+        connection = path[len('PG:"'):-1]
+        return QgsVectorLayer(f'{connection} table="public"."parcels" (wkb_geometry)', "parcels",
+                              "postgres")
+    return QgsVectorLayer(path + ("|layername=parcels" if source == "geopackage" else ""),
+                          "parcels", "ogr")
+
+
+@pytest.mark.parametrize("source", ["parcels", "geopackage", "postgis"])
+def test_processing_run_adds_the_field_the_layer_shows(processing, source, request):
     path = request.getfixturevalue(source)
-    loaded = QgsVectorLayer(path + layer, "parcels", "ogr")
+    loaded = qgis_layer(source, path)
+    assert loaded.isValid()
     QgsProject.instance().addMapLayer(loaded)
     result = processing.run("quorel:criterion", {"INPUT": loaded, "FIELD": "SLOPE", **CRITERION})
     assert result["OUTPUT_FIELD"] == "FZY_SLOPE"
