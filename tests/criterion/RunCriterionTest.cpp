@@ -258,6 +258,10 @@ struct OutputNameCase {
     std::vector<std::string> added;
 };
 
+void PrintTo(const OutputNameCase& c, std::ostream* os) {
+    *os << c.name;
+}
+
 class RunOutputNameTest : public RunCriterionTest,
                           public ::testing::WithParamInterface<OutputNameCase> {};
 

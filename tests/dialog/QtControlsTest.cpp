@@ -2,11 +2,9 @@
 
 #include "tests/dialog/DialogFixture.h"
 
-#include "dialog/Pictures.h"
 #include "dialog/QtLabelledForm.h"
 #include "dialog/QtListControl.h"
 #include "dialog/QtMessageUi.h"
-#include "dialog/frm_ress.h"
 
 #include <QApplication>
 #include <QDialog>
@@ -141,15 +139,6 @@ TEST_F(DialogTest, labelledFormMapsCaptionTextTooltipAndFont) {
     EXPECT_EQ(button->font().family(), QStringLiteral("DejaVu Serif"));
     EXPECT_EQ(button->font().pointSizeF(), QApplication::font().pointSizeF());
     EXPECT_FALSE(button->font().bold());
-}
-
-TEST_F(DialogTest, unknownBitmapIsNullAndTheHiddenFormHoldsTheCommandPicture) {
-    EXPECT_TRUE(LoadResPicture(100).isNull());
-    EXPECT_TRUE(LoadResPicture(111).isNull());
-    frm_ress form;
-    EXPECT_FALSE(form.isVisible());
-    ASSERT_NE(form.Picture2, nullptr);
-    EXPECT_EQ(form.Picture2->pixmap().size(), QSize(71, 62));
 }
 
 } // namespace

@@ -4,6 +4,7 @@
 
 #include "fzy/FzyFormat.h"
 
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -74,6 +75,10 @@ struct DamagedFzyFile {
     int numberStep;
     int recordStep;
 };
+
+inline void PrintTo(const DamagedFzyFile& c, std::ostream* os) {
+    *os << c.name;
+}
 
 inline Bytes WithLength(Bytes entry, std::int16_t length) {
     entry[0] = static_cast<std::uint8_t>(length & 0xFF);

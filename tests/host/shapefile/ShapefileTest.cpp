@@ -126,33 +126,23 @@ TEST_F(ShapefileTest, aFieldNotYetWrittenIsWrittenNullWhenTheObjectEnds) {
     }
 }
 
+// A field whose write failed stays pending and fails again rather than the class going on
+// without it; when neither values nor Null could be written, the error says it is missing.
 TEST_F(ShapefileTest, aFieldWhoseWriteFailedStaysPendingAndFailsAgain) {
     const auto featureClass = std::dynamic_pointer_cast<ShapefileFeatureClass>(Open());
     featureClass->AddField(host::map::Field("LATER", kFieldTypeDouble));
     const std::string dbf = m_folder.File("parcels.dbf");
     const std::string whole = testing::ReadBytes(dbf);
-    // A table cut short takes no field.
-    { std::ofstream(dbf, std::ios::binary | std::ios::trunc) << whole.substr(0, whole.size() - 9); }
+    const auto cut = [&] { test::WriteBytes(dbf, whole.substr(0, whole.size() - 9)); };
+    cut(); // a table cut short takes no field
     EXPECT_THROW(featureClass->WritePendingField(), Error);
-    // Not forgotten: asked again, it fails again rather than going on without the field.
     EXPECT_THROW(featureClass->WritePendingField(), Error);
     EXPECT_TRUE(featureClass->IsFieldPending("LATER"));
-    { std::ofstream(dbf, std::ios::binary | std::ios::trunc) << whole; }
-    featureClass->WritePendingField();
-    EXPECT_EQ(testing::ReadWithGdal(m_folder.File("parcels.shp")).fields.back().name, "LATER");
-}
-
-TEST_F(ShapefileTest, whenNeitherValuesNorNullCanBeWrittenTheErrorSaysTheFieldIsMissing) {
-    const auto featureClass = std::dynamic_pointer_cast<ShapefileFeatureClass>(Open());
-    featureClass->AddField(host::map::Field("LATER", kFieldTypeDouble));
-    const std::string dbf = m_folder.File("parcels.dbf");
-    const std::string whole = testing::ReadBytes(dbf);
+    test::WriteBytes(dbf, whole);
     const Error e = Thrown([&] {
         featureClass->WritePendingField(
             [&](const DbfHeader&) -> std::unique_ptr<DbfColumnFiller> {
-                // The table is cut short meanwhile, and the script fails.
-                std::ofstream(dbf, std::ios::binary | std::ios::trunc)
-                    << whole.substr(0, whole.size() - 9);
+                cut(); // meanwhile, and the script fails
                 throw Error(error_number::kDivisionByZero, "Script", "Division by zero");
             },
             {}, {});
@@ -160,6 +150,9 @@ TEST_F(ShapefileTest, whenNeitherValuesNorNullCanBeWrittenTheErrorSaysTheFieldIs
     EXPECT_NE(e.Description().find("LATER was not added"), std::string::npos) << e.Description();
     EXPECT_NE(e.Description().find("Division by zero"), std::string::npos) << e.Description();
     EXPECT_TRUE(featureClass->IsFieldPending("LATER"));
+    test::WriteBytes(dbf, whole);
+    featureClass->WritePendingField();
+    EXPECT_EQ(testing::ReadWithGdal(m_folder.File("parcels.shp")).fields.back().name, "LATER");
 }
 
 TEST_F(ShapefileTest, openingFailuresSayWhatAndWhy) {
