@@ -196,10 +196,10 @@ std::string PostgisFeatureClass::QualifiedName() const {
 }
 
 std::int32_t PostgisFeatureClass::ShapeType() const {
-    const Result type = m_connection->Exec(
-        "SELECT upper(type) FROM geometry_columns WHERE f_table_schema = $1 AND "
-        "f_table_name = $2 LIMIT 1",
-        {m_table.schema, m_table.name});
+    const Result type =
+        m_connection->Exec("SELECT upper(type) FROM geometry_columns WHERE f_table_schema = $1 AND "
+                           "f_table_name = $2 LIMIT 1",
+                           {m_table.schema, m_table.name});
     const std::string name = type.Rows() > 0 ? type.Text(0, 0) : "";
     if (name == "POLYGON" || name == "MULTIPOLYGON") {
         return kGeometryPolygon;
