@@ -1,13 +1,8 @@
-// The attribute table read on demand: a million rows open at once and any row reads as the
-// table holds it; deleted records are no rows, and the rows keep their records' FIDs.
+// The attribute table read on demand, page by page: any row reads as the table holds it; deleted
+// records are no rows, and the rows keep their records' FIDs. (A bench times a million rows.)
 
 #include "apps/quorel-host/AttributeTableModel.h"
 #include "tests/support/ScratchFolder.h"
-
-#include <QApplication>
-#include <QHeaderView>
-#include <QScrollBar>
-#include <QTableView>
 
 #include <gtest/gtest.h>
 
@@ -80,10 +75,9 @@ protected:
     fs::path m_folder{m_scratch.Path()};
 };
 
-TEST_F(AttributeTableModelTest, aMillionRowsOpenAtOnceAndAnyRowReadsOnDemand) {
-    constexpr std::size_t kRows = 1'000'000;
-    const fs::path path = m_folder / "million.dbf";
-    WriteTable(path, kRows, [](std::size_t r, char* record) {
+TEST_F(AttributeTableModelTest, anyRowReadsOnDemandAcrossPages) {
+    const fs::path path = m_folder / "pages.dbf";
+    WriteTable(path, 1000, [](std::size_t r, char* record) {
         char text[24];
         auto end = std::to_chars(text, text + sizeof text, r + 1).ptr;
         PutNumber(record + 1, 9, {text, static_cast<std::size_t>(end - text)});
@@ -96,26 +90,17 @@ TEST_F(AttributeTableModelTest, aMillionRowsOpenAtOnceAndAnyRowReadsOnDemand) {
     });
     AttributeTableModel model;
     model.SetTable(std::make_shared<TableReader>(path.string()));
-    ASSERT_EQ(model.rowCount(), 1'000'000);
+    ASSERT_EQ(model.rowCount(), 1000);
     ASSERT_EQ(model.columnCount(), 4);
     EXPECT_EQ(model.headerData(0, Qt::Horizontal, Qt::DisplayRole).toString(), "FID");
     EXPECT_EQ(model.headerData(2, Qt::Horizontal, Qt::DisplayRole).toString(), "DEGREE");
-    for (const int row : {999'999, 0, 523'457, 255, 256}) {
+    for (const int row : {999, 0, 523, 255, 256}) { // pages of 256 rows
         SCOPED_TRACE(row);
         EXPECT_EQ(Cell(model, row, 0), QString::number(row));
         EXPECT_EQ(Cell(model, row, 1), QString::number(row + 1));
         EXPECT_EQ(Cell(model, row, 2).toDouble(), (row % 1000) / 1000.0);
         EXPECT_EQ(Cell(model, row, 3), QStringLiteral("n%1").arg(row % 97));
     }
-    // A view scrolls to the end of it.
-    QTableView view;
-    view.verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
-    view.setModel(&model);
-    view.resize(500, 300);
-    view.show();
-    view.scrollToBottom();
-    QApplication::processEvents();
-    EXPECT_EQ(view.rowAt(view.viewport()->height() - 2), 999'999);
 }
 
 TEST_F(AttributeTableModelTest, deletedRecordsAreNoRowsAndRowsKeepTheirRecordsFids) {

@@ -281,38 +281,6 @@ TEST_F(HostWindowTest, aCriterionRunShowsInTheLegendTheTableAndWhatIdentifyFinds
     Screenshot("host_identify");
 }
 
-// A GeoPackage's table opened beside the shapefile: drawn, and a criterion computed on it from
-// the dialog goes into the file, its record with it.
-TEST_F(HostWindowTest, aGeoPackageLayerIsDrawnAndTakesACriterion) {
-    const std::string gpkg = (m_folder / "zones.gpkg").string();
-    ASSERT_EQ(std::system(("ogr2ogr -f GPKG " + gpkg + " " + (m_folder / "parcels.shp").string() +
-                           " -nln zones")
-                              .c_str()),
-              0);
-    const auto layer = m_window->AddLayerOf(QString::fromStdString(gpkg), "");
-    EXPECT_EQ(layer->Name(), "zones");
-    EXPECT_EQ(m_window->View()->Layers().size(), 2u);
-
-    const QStringList boxes = ClickCommandAndDrive([](QWidget& dialog) {
-        ReleaseMouseOn(*dialog.findChild<QListWidget*>(QStringLiteral("Lst_shapes")),
-                       QStringLiteral("zones"));
-        ReleaseMouseOn(*dialog.findChild<QListWidget*>(QStringLiteral("Lst_fields")),
-                       QStringLiteral("SLOPE"));
-        dialog.findChild<QAbstractButton*>(QStringLiteral("cmd_nf_3"))->click();
-        dialog.findChild<QLineEdit*>(QStringLiteral("Txt_val_a"))->setText(QStringLiteral("2"));
-        dialog.findChild<QLineEdit*>(QStringLiteral("Txt_val_b"))->setText(QStringLiteral("25"));
-        dialog.findChild<QAbstractButton*>(QStringLiteral("cmd_go"))->click();
-    });
-    ASSERT_EQ(boxes.size(), 1) << boxes.join(QLatin1Char('|')).toStdString();
-    EXPECT_TRUE(boxes.front().startsWith(QStringLiteral("Le critère a été calculé")))
-        << boxes.front().toStdString();
-    const auto& records = dynamic_cast<host::ICriterionRecords&>(*layer->FeatureClass());
-    ASSERT_TRUE(records.Record("FZY_SLOPE"));
-    EXPECT_EQ(records.Record("FZY_SLOPE")->kind, 3);
-    EXPECT_EQ(m_window->View()->LegendTitle(), QStringLiteral("FZY_SLOPE"));
-    EXPECT_FALSE(fs::exists(m_folder / "zones.fzy"));
-}
-
 // The colour the map shows at the centre of a sample parcel (FID): the 100 m cells of a 20 x 20
 // grid, numbered row by row from the bottom left.
 QRgb ParcelPixel(const MapView& view, int fid) {
@@ -403,19 +371,12 @@ TEST_F(HostWindowTest, contentsFollowLayersAddedRenamedHiddenMadeUnselectableAnd
     selectable->trigger();
     EXPECT_FALSE(added->Selectable());
     EXPECT_TRUE(shown(added));
-    const QString saved = QString::fromStdString((m_folder / "saved.qmap").string());
-    m_window->SaveDocumentFile(saved);
+    // The document file keeps the flag (its own tests); the window's title follows the save.
+    m_window->SaveDocumentFile(QString::fromStdString((m_folder / "saved.qmap").string()));
+    EXPECT_EQ(m_window->windowTitle(), QStringLiteral("saved.qmap — Quorel"));
     m_window->RemoveLayer(added);
     EXPECT_EQ(m_window->Contents()->topLevelItem(0)->childCount(), 1);
     EXPECT_EQ(m_window->FindLayer(QStringLiteral("copie")), nullptr);
-    m_window->OpenDocumentFile(saved);
-    const auto reopened = std::dynamic_pointer_cast<host::IFeatureLayer>(
-        m_window->FindLayer(QStringLiteral("copie")));
-    ASSERT_NE(reopened, nullptr);
-    EXPECT_FALSE(reopened->Selectable());
-    EXPECT_TRUE(shown(reopened));
-    EXPECT_EQ(m_window->Contents()->topLevelItem(0)->child(0)->text(0), QStringLiteral("parcels"));
-    EXPECT_EQ(m_window->windowTitle(), QStringLiteral("saved.qmap — Quorel"));
 }
 
 TEST_F(HostWindowTest, aComponentThatFailsToLoadIsNamedWithItsReasonAndStaysDisabled) {

@@ -8,17 +8,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <atomic>
 #include <bit>
 #include <charconv>
-#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <limits>
 #include <random>
-#include <thread>
 #include <vector>
 
 namespace quorel::host::shapefile {
@@ -256,80 +253,6 @@ TEST_F(DbfAddFieldTest, addsANullDoubleColumnAndKeepsEverythingElse) {
     // The header's lengths describe the file exactly.
     const DbfHeader header = ReadDbfHeader(m_dbf);
     EXPECT_EQ(ReadBytes(m_dbf).size(), header.headerLength + 3u * header.recordLength + 1u);
-}
-
-// Fills the new column with each record's number, and fails on chosen records; the batch of
-// the earliest failing record waits (a while) until a later batch has failed first.
-class NumberingFiller final : public DbfColumnFiller {
-public:
-    NumberingFiller(const DbfField& field, std::size_t recordLength)
-        : m_field(field), m_recordLength(recordLength) {}
-
-    void Fill(std::size_t first, std::size_t count, char* records, Scratch*) const override {
-        for (std::size_t r = 0; r < count; ++r) {
-            const std::size_t index = first + r;
-            if (index == m_lateFailure) {
-                m_lateFailed = true;
-                throw Error(2, "test", "late");
-            }
-            if (index == m_earlyFailure) {
-                for (int wait = 0; wait < 200 && !m_lateFailed; ++wait) {
-                    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-                }
-                throw Error(1, "test", "early");
-            }
-            FormatDbfNumber(static_cast<double>(index), m_field,
-                            records + r * m_recordLength + m_field.offset);
-        }
-    }
-
-    std::size_t m_earlyFailure = SIZE_MAX;
-    std::size_t m_lateFailure = SIZE_MAX;
-
-private:
-    DbfField m_field;
-    std::size_t m_recordLength;
-    mutable std::atomic<bool> m_lateFailed{false};
-};
-
-TEST_F(DbfAddFieldTest, columnFilledInBatchesOnEveryCoreKeepsRecordOrder) {
-    ScratchFolder folder;
-    std::vector<std::vector<host::Value>> rows;
-    for (int i = 0; i < 50; ++i) {
-        rows.push_back({static_cast<double>(1000 + i)});
-    }
-    testing::MakeShapefile(folder.Path(), "t", {{"POP", 'N', 9, 0}}, rows);
-    const std::string dbf = folder.File("t.dbf");
-    const DbfNewColumn plan = PlanDbfField(dbf, "NUM", 'N', 19, 11);
-    const NumberingFiller filler(plan.field, plan.layout.recordLength);
-    std::vector<std::size_t> progress;
-    // Three threads, whatever the cores, for batches of a record or two.
-    WriteDbfColumn(
-        dbf, plan, &filler, [&](std::size_t done) { progress.push_back(done); },
-        DbfWorkSharing{100, 3});
-    const GdalTable table = ReadWithGdal(folder.File("t.shp"));
-    ASSERT_EQ(table.rows.size(), 50u);
-    for (std::size_t r = 0; r < 50; ++r) {
-        EXPECT_EQ(table.rows[r][0], host::Value(1000.0 + static_cast<double>(r)));
-        EXPECT_EQ(table.rows[r][1], host::Value(static_cast<double>(r)));
-    }
-    ASSERT_FALSE(progress.empty());
-    EXPECT_EQ(progress.back(), 50u);
-    EXPECT_TRUE(std::is_sorted(progress.begin(), progress.end()));
-}
-
-TEST_F(DbfAddFieldTest, theEarliestFailingBatchGivesTheErrorAndTheTableStaysAsItWas) {
-    const std::string before = ReadBytes(m_dbf);
-    const DbfNewColumn plan = PlanDbfField(m_dbf, "NUM", 'N', 19, 11);
-    NumberingFiller filler(plan.field, plan.layout.recordLength);
-    filler.m_earlyFailure = 0; // first batch (one record per batch)
-    filler.m_lateFailure = 1;  // fails first when another core takes it
-    EXPECT_EQ(Thrown([&] {
-                  WriteDbfColumn(m_dbf, plan, &filler, {}, DbfWorkSharing{1, 2});
-              }).Description(),
-              "early");
-    EXPECT_EQ(ReadBytes(m_dbf), before);
-    EXPECT_FALSE(HoldsTemporary(m_folder.Path()));
 }
 
 // Names the table cannot take, its own in another letter case among them: refused, the table
