@@ -7,6 +7,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstring>
+#include <iterator>
 
 namespace quorel::host::shapefile {
 namespace {
@@ -259,8 +260,9 @@ DbfNumberReader::DbfNumberReader(const DbfField& field)
                        ? field.length - field.decimals - 1
                        : field.length),
       m_decimals(field.decimals > 0 && field.decimals < field.length ? field.decimals : 0),
-      // At most 15 digits: an exact integer over an exact power of ten, one rounding.
-      m_laidOut(m_wholeWidth + m_decimals <= 15) {}
+      // At most 19 digits: the integer they make fits 64 bits (ReadLaidOut takes it only below
+      // 2^53, where it is an exact double).
+      m_laidOut(m_wholeWidth + m_decimals <= 19 && m_decimals < std::size(kPowersOfTen)) {}
 
 // Every character is looked at whatever it is, and what it is only sets flags: the number of
 // blanks in front varies from value to value, and the loop must not depend on it.
@@ -292,7 +294,10 @@ bool DbfNumberReader::ReadLaidOut(const char* text, double& value) const {
         }
         seenDigit = 1;
     }
-    if ((bad | (1 ^ seenDigit)) != 0) {
+    // Below 2^53 the digits are an exact double, over an exact power of ten: the one rounding of
+    // the division gives the correctly rounded value, ParseDbfNumber's. Degrees written with 11
+    // decimals (19 characters) have far fewer significant digits than that.
+    if ((bad | (1 ^ seenDigit)) != 0 || digits > (std::uint64_t{1} << 53)) {
         return false;
     }
     const double magnitude =
