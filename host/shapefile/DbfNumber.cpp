@@ -287,7 +287,8 @@ DbfNumberReader::DbfNumberReader(const DbfField& field)
 // Every character is looked at whatever it is, and what it is only sets flags: the number of
 // blanks in front varies from value to value, and the loop must not depend on it. Inlined in
 // the column loop, so that one value's division overlaps the reading of the next.
-[[gnu::always_inline]] inline bool DbfNumberReader::ReadLaidOut(const char* text, double& value) const {
+[[gnu::always_inline]] inline bool DbfNumberReader::ReadLaidOut(const char* text,
+                                                                double& value) const {
     std::uint64_t digits = 0;
     unsigned bad = 0;
     unsigned started = 0; // a sign or a digit was seen: no more blanks or signs
