@@ -382,6 +382,16 @@ std::optional<std::string> CheckInputRange(host::ICursor& cursor,
     return RangeRefusal(outside, fields, texts);
 }
 
+std::optional<std::string> CheckInputRange(host::IFeatureClass& table,
+                                           const std::vector<std::string>& fields,
+                                           const util::ITextSource& texts) {
+    if (auto* counter = dynamic_cast<host::IValueRangeCount*>(&table)) {
+        return RangeRefusal(counter->CountOutside(fields, 0, 1), fields, texts);
+    }
+    // A recycling cursor: each row is read before the next is asked for.
+    return CheckInputRange(*table.Search(true), fields, texts);
+}
+
 std::vector<std::optional<double>> CombinedDegrees(const Aggregation& a,
                                                    const AggregationInputs& inputs) {
     std::vector<std::optional<double>> degrees;

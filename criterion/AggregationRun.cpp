@@ -126,9 +126,7 @@ std::optional<std::string> AggregationRun::Prepare(HostObjects& host,
     if (auto refusal = CheckInputFieldsExist(*host.featureClass, choice.inputs, m_texts)) {
         return refusal;
     }
-    // A recycling cursor: each row is read before the next is asked for.
-    const auto cursor = host.featureClass->Search(true);
-    return CheckInputRange(*cursor, choice.inputs, m_texts);
+    return CheckInputRange(*host.featureClass, choice.inputs, m_texts);
 }
 
 std::optional<std::string> AggregationRun::ChooseOutputName(HostObjects& host,

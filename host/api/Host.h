@@ -244,6 +244,19 @@ public:
     virtual std::shared_ptr<IFeatureLayer> NewFeatureLayer() = 0;
 };
 
+// A feature class that counts the values of numeric fields outside an interval in one pass of
+// its own, with no row per feature, where walking a cursor would cost far more. The feature
+// class implements it beside IFeatureClass; where it does not, a cursor gives the same counts.
+class IValueRangeCount {
+public:
+    virtual ~IValueRangeCount() = default;
+    // Per field, in the order given, how many of the features' values are neither Null nor in
+    // [low, high]. Throws quorel::Error, as a cursor's rows would, when a field is missing or not
+    // numeric.
+    virtual std::vector<std::size_t> CountOutside(const std::vector<std::string>& fields,
+                                                  double low, double high) = 0;
+};
+
 // One criterion as a source that keeps the records inside its own data holds it: the column a
 // run added to a table, from which field, with which shape and parameters (completed as the run
 // used them), when and by which version of the program.

@@ -116,6 +116,13 @@ void WriteDbfColumn(const std::string& dbfPath, const DbfNewColumn& plan,
                     const DbfColumnFiller* filler = nullptr, const DbfProgress& progress = {},
                     const DbfWorkSharing& sharing = {});
 
+// Per numeric field, in the order given, how many records not deleted hold a value that is
+// neither Null nor in [low, high], as ParseDbfNumber reads it; the batches are shared as
+// WriteDbfColumn shares them. Throws when a field is missing or not numeric.
+std::vector<std::size_t> CountDbfValuesOutside(const std::string& dbfPath,
+                                               const std::vector<std::string>& fields, double low,
+                                               double high, const DbfWorkSharing& sharing = {});
+
 // Plans and writes a column whose every value is Null.
 void AddDbfField(const std::string& dbfPath, const std::string& name, char type,
                  std::uint8_t length, std::uint8_t decimals);

@@ -287,6 +287,12 @@ ShapefileFeatureClass::~ShapefileFeatureClass() {
     }
 }
 
+std::vector<std::size_t> ShapefileFeatureClass::CountOutside(const std::vector<std::string>& fields,
+                                                             double low, double high) {
+    WritePendingField(); // as a cursor would before reading the records
+    return CountDbfValuesOutside(m_dbfPath, fields, low, high);
+}
+
 std::shared_ptr<IWorkspace> ShapefileFeatureClass::Workspace() const {
     return std::make_shared<ShapefileWorkspace>(m_folder);
 }

@@ -75,6 +75,7 @@ private:
 // last; any reading of the records, another field added or the object's end writes it, Null.
 // The field's checks (name, room in the table) are made when it is added.
 class ShapefileFeatureClass final : public IFeatureClass,
+                                    public IValueRangeCount,
                                     public std::enable_shared_from_this<ShapefileFeatureClass> {
 public:
     // Opens folder/baseName.shp; throws quorel::Error saying why it cannot.
@@ -92,6 +93,8 @@ public:
     std::shared_ptr<ICursor> Search(bool recycling) override;
     std::optional<std::size_t> FieldNameByteLimit() const override;
     std::size_t FieldNameByteLength(const std::string& name) const override;
+    std::vector<std::size_t> CountOutside(const std::vector<std::string>& fields, double low,
+                                          double high) override;
 
     const std::string& Folder() const { return m_folder; }
     const std::string& ShpPath() const { return m_shpPath; }
