@@ -112,7 +112,8 @@ class AggregationAlgorithm(QgsProcessingAlgorithm):
             raise QgsProcessingException(str(error)) from None
         finally:
             self._source = source
-        feedback.pushInfo(text(FIELD_ADDED, added, layer.name() if path.startswith("PG:") else path))
+        where = layer.name() if path.startswith("PG:") else path  # no password shown
+        feedback.pushInfo(text(FIELD_ADDED, added, where))
         return {"OUTPUT": layer.id() if layer.id() else path, "OUTPUT_FIELD": added}
 
     def postProcessAlgorithm(self, context, feedback):  # noqa: N802
