@@ -10,6 +10,7 @@
 #include <charconv>
 #include <cmath>
 #include <functional>
+#include <utility>
 
 namespace quorel::criterion {
 namespace {
@@ -80,6 +81,41 @@ bool TakesGamma(AggregationOperator op) {
 
 bool TakesWeights(AggregationOperator op) {
     return op == AggregationOperator::Mean || op == AggregationOperator::Owa;
+}
+
+namespace {
+
+// A text of the database, or its English when the database lacks it (an older one).
+std::string TextOr(const util::ITextSource& texts, std::int16_t id, const char* fallback,
+                   const std::vector<std::string>& arguments) {
+    std::string pattern = texts.ResourceString(id);
+    return FillPlaceholders(pattern.empty() ? fallback : pattern, arguments);
+}
+
+} // namespace
+
+Aggregation ReadAggregation(const std::string& op, const std::optional<double>& gamma,
+                            std::vector<double> weights, const util::ITextSource& texts) {
+    const auto parsed = ParseAggregationOperator(op);
+    if (!parsed) {
+        throw AggregationUsageError(
+            TextOr(texts, kTextUnknownOperator,
+                   "unknown operator '%1' (and, or, product, sum, gamma, mean, owa)", {op}));
+    }
+    Aggregation read;
+    read.op = *parsed;
+    if (TakesGamma(*parsed)) {
+        if (!gamma) {
+            // The command line's "missing option" text, as its option names the parameter.
+            throw AggregationUsageError(TextOr(texts, 211, "missing option --%1", {"gamma"}));
+        }
+        read.gamma = *gamma;
+    } else if (gamma) {
+        throw AggregationUsageError(
+            TextOr(texts, kTextGammaOnlyForGamma, "option --gamma goes with --op gamma only", {}));
+    }
+    read.weights = std::move(weights);
+    return read;
 }
 
 std::optional<std::string> CheckAggregation(const Aggregation& a, std::size_t inputCount,

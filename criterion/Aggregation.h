@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <optional>
 #include <span>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -53,6 +54,22 @@ inline constexpr std::int16_t kTextNoNumericInput = 316;
 inline constexpr std::int16_t kTextAggregating = 317;
 inline constexpr std::int16_t kTextAggregationDone = 318;
 inline constexpr std::int16_t kTextAlphaOutOfRange = 319;
+inline constexpr std::int16_t kTextUnknownOperator = 334;
+inline constexpr std::int16_t kTextGammaOnlyForGamma = 335;
+
+// An operator or a gamma the command line does not take: a wrong command line (exit 64), a
+// ValueError in Python. Its message is the command line's.
+class AggregationUsageError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+// The aggregation of an operator's name with the gamma (nullopt: not given) and the weights given,
+// as `quorel aggregate` reads its options. Throws AggregationUsageError for an unknown operator, a
+// gamma missing for gamma or given to another operator. Weights that do not fit are left to
+// CheckAggregation: they are a refusal of the run.
+Aggregation ReadAggregation(const std::string& op, const std::optional<double>& gamma,
+                            std::vector<double> weights, const util::ITextSource& texts);
 
 // What a run needs of its parameters: at least two inputs, gamma in [0, 1] for gamma, one weight
 // > 0 per input for mean and owa and none for the other operators. nullopt when fine, else the

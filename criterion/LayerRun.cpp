@@ -1,5 +1,6 @@
 #include "criterion/LayerRun.h"
 
+#include "criterion/AggregationRun.h"
 #include "criterion/PlainRunDialog.h"
 #include "errors/ErrorLog.h"
 #include "fzy/IO_fzyext.h"
@@ -12,6 +13,17 @@ class NoInfoWindow final : public fzy::IInfoWindow {
 public:
     void ShowModal(const std::string& /*text*/) override {}
 };
+
+// What choosing the layer in a window sets.
+ComponentState ChosenLayerState(const std::shared_ptr<host::IApplication>& app,
+                                const host::IFeatureLayer& layer) {
+    ComponentState state;
+    state.g_app = app;
+    state.g_layer_name = layer.Name();
+    state.g_layer_path = layer.FeatureClass()->Workspace()->PathName();
+    state.g_layer_index = 0;
+    return state;
+}
 
 } // namespace
 
@@ -29,12 +41,8 @@ std::vector<std::string> NumericFields(const host::IFeatureLayer& layer) {
 LayerRunResult RunOnLayer(const std::shared_ptr<host::IApplication>& app,
                           const host::IFeatureLayer& layer, const LayerRunRequest& request,
                           util::IMessageUi& ui, const util::ITextSource& texts) {
-    // What choosing the layer in the dialog sets, and the numeric fields it lists.
-    ComponentState state;
-    state.g_app = app;
-    state.g_layer_name = layer.Name();
-    state.g_layer_path = layer.FeatureClass()->Workspace()->PathName();
-    state.g_layer_index = 0;
+    // The layer chosen in the dialog, and the numeric fields it lists.
+    ComponentState state = ChosenLayerState(app, layer);
     state.kind = static_cast<std::int16_t>(request.kind);
     PlainRunDialog dialog;
     dialog.fieldList = NumericFields(layer);
@@ -54,6 +62,19 @@ LayerRunResult RunOnLayer(const std::shared_ptr<host::IApplication>& app,
         const auto added = layer.FeatureClass()->Fields(); // the new field comes last
         result.addedField = added->Field(added->FieldCount() - 1)->Name();
     }
+    return result;
+}
+
+LayerRunResult AggregateOnLayer(const std::shared_ptr<host::IApplication>& app,
+                                const host::IFeatureLayer& layer,
+                                const LayerAggregationRequest& request, util::IMessageUi& ui,
+                                const util::ITextSource& texts) {
+    ComponentState state = ChosenLayerState(app, layer);
+    errors::ErrorLog log(ui);
+    AggregationRun run(state, ui, texts, log);
+    LayerRunResult result;
+    result.outcome = run.Run({request.fields, request.aggregation, request.outName.value_or("")});
+    result.addedField = run.OutputName();
     return result;
 }
 

@@ -1,9 +1,11 @@
 #pragma once
 
-// The criterion run on one layer of a host, with the dialog's choices given as values: what the
-// command line and the Python module share. The layer is made the chosen layer at position 0 of
-// the focus map, its numeric fields are listed and the field selected, as the dialog does.
+// The criterion run and the aggregation run on one layer of a host, with the windows' choices
+// given as values: what the command line and the Python module share. The layer is made the
+// chosen layer at position 0 of the focus map; for a criterion its numeric fields are listed and
+// the field selected, as the dialog does.
 
+#include "criterion/Aggregation.h"
 #include "criterion/RunCriterion.h"
 
 #include <array>
@@ -37,5 +39,19 @@ std::vector<std::string> NumericFields(const host::IFeatureLayer& layer);
 LayerRunResult RunOnLayer(const std::shared_ptr<host::IApplication>& app,
                           const host::IFeatureLayer& layer, const LayerRunRequest& request,
                           util::IMessageUi& ui, const util::ITextSource& texts);
+
+struct LayerAggregationRequest {
+    std::vector<std::string> fields;
+    Aggregation aggregation;
+    // The output name; nullopt for the default, FZY_AGG numbered.
+    std::optional<std::string> outName;
+};
+
+// Runs the aggregation (see AggregationRun) on the layer, a shapefile's records kept beside it;
+// its refusals and error reports go to ui.
+LayerRunResult AggregateOnLayer(const std::shared_ptr<host::IApplication>& app,
+                                const host::IFeatureLayer& layer,
+                                const LayerAggregationRequest& request, util::IMessageUi& ui,
+                                const util::ITextSource& texts);
 
 } // namespace quorel::criterion

@@ -1,6 +1,7 @@
 // The Python module "quorel": degrees, scripts, runs, statistics and records of the command line,
 // as Python calls with NumPy arrays and dicts. The long work runs without the GIL.
 
+#include "criterion/Aggregation.h"
 #include "criterion/FieldStatistics.h"
 #include "criterion/FuzzyKind.h"
 #include "criterion/LayerRun.h"
@@ -247,6 +248,27 @@ std::shared_ptr<host::IFeatureLayer> OpenLayer(source::Application& app, const s
     }
 }
 
+// A progress callable that raises stops the run: the exception is kept in failure, to be raised
+// again once the run is over.
+void ListenToProgress(source::Application& app, const py::object& progress,
+                      std::optional<py::error_already_set>& failure) {
+    if (progress.is_none()) {
+        return;
+    }
+    app.Bar()->SetProgressListener([&progress, &failure](double fraction) {
+        if (fraction < 0) {
+            return;
+        }
+        const py::gil_scoped_acquire acquire;
+        try {
+            progress(fraction);
+        } catch (py::error_already_set& e) {
+            failure.emplace(std::move(e));
+            throw Error(error_number::kHostFailure, "progress", "stopped by the caller");
+        }
+    });
+}
+
 std::string Run(const py::object& sourcePath, const std::string& field, int kind,
                 const py::object& a, const py::object& b, const py::object& c, const py::object& d,
                 const std::optional<std::string>& layerName, const std::optional<std::string>& out,
@@ -266,22 +288,8 @@ std::string Run(const py::object& sourcePath, const std::string& field, int kind
     const util::ITextSource& texts = Texts();
 
     auto app = std::make_shared<source::Application>();
-    // A progress callable that raises stops the run: the exception is kept to be raised again.
     std::optional<py::error_already_set> progressFailure;
-    if (!progress.is_none()) {
-        app->Bar()->SetProgressListener([&](double fraction) {
-            if (fraction < 0) {
-                return;
-            }
-            const py::gil_scoped_acquire acquire;
-            try {
-                progress(fraction);
-            } catch (py::error_already_set& e) {
-                progressFailure.emplace(std::move(e));
-                throw Error(error_number::kHostFailure, "progress", "stopped by the caller");
-            }
-        });
-    }
+    ListenToProgress(*app, progress, progressFailure);
     CollectingUi ui;
     criterion::LayerRunResult result;
     std::string missingField;
@@ -306,6 +314,49 @@ std::string Run(const py::object& sourcePath, const std::string& field, int kind
         return result.addedField;
     case criterion::RunOutcome::Refused:
         throw PythonError{g_refused, missingField + ui.Text()};
+    case criterion::RunOutcome::Failed:
+        break;
+    }
+    throw PythonError{g_error, ui.Text()};
+}
+
+std::string Aggregate(const py::object& sourcePath, const std::vector<std::string>& fields,
+                      const std::string& op, const std::optional<double>& gamma,
+                      const std::optional<std::vector<double>>& weights,
+                      const std::optional<std::string>& layerName,
+                      const std::optional<std::string>& out, const py::object& progress) {
+    const std::string source = PathText(sourcePath);
+    const util::ITextSource& texts = Texts();
+    criterion::LayerAggregationRequest request;
+    request.fields = fields;
+    try {
+        request.aggregation =
+            criterion::ReadAggregation(op, gamma, weights.value_or(std::vector<double>{}), texts);
+    } catch (const criterion::AggregationUsageError& error) {
+        throw py::value_error(error.what());
+    }
+    request.outName = out;
+
+    auto app = std::make_shared<source::Application>();
+    std::optional<py::error_already_set> progressFailure;
+    ListenToProgress(*app, progress, progressFailure);
+    CollectingUi ui;
+    criterion::LayerRunResult result;
+    try {
+        const auto layer = OpenLayer(*app, source, layerName);
+        const py::gil_scoped_release release;
+        result = criterion::AggregateOnLayer(app, *layer, request, ui, texts);
+    } catch (const Error& error) {
+        throw FromError(error);
+    }
+    if (progressFailure) {
+        throw std::move(*progressFailure);
+    }
+    switch (result.outcome) {
+    case criterion::RunOutcome::Done:
+        return result.addedField;
+    case criterion::RunOutcome::Refused:
+        throw PythonError{g_refused, ui.Text()};
     case criterion::RunOutcome::Failed:
         break;
     }
@@ -583,6 +634,33 @@ progress: called with the fraction done (0 to 1) while the table is written. If 
 
 Returns the name of the field added. Raises RefusedError when a check refused the run before
 anything changed, Error on a reported failure (the command line's messages).)");
+
+    m.def("aggregate", &Aggregate, py::arg("source"), py::arg("fields"), py::arg("op"),
+          py::kw_only(), py::arg("gamma") = py::none(), py::arg("weights") = py::none(),
+          py::arg("layer") = py::none(), py::arg("out") = py::none(),
+          py::arg("progress") = py::none(),
+          R"(Combines degree fields into a new field in place, as "quorel aggregate" does.
+
+Adds a double field to the layer's table and fills it with each feature's combination of the
+fields' degrees, then records the aggregation (in NAME.fzy.json beside a shapefile; a database's
+layers are refused for now). Written as safely as run writes.
+
+source:   a shapefile (.shp), a str or an os.PathLike.
+fields:   two or more numeric fields, every value in [0, 1] (Null is allowed), in order.
+op:       "and" (minimum), "or" (maximum), "product", "sum" (1 - the product of the 1 - degrees),
+          "gamma" (sum ** gamma * product ** (1 - gamma)), "mean" (weighted) or "owa" (the
+          degrees from largest to smallest, weighted in that order).
+gamma:    gamma's parameter, in [0, 1]; for op "gamma" only.
+weights:  for "mean" and "owa" only: one weight > 0 per field.
+layer:    the layer of the source; a shapefile's one layer is named after the file.
+out:      the output field's name; by default "FZY_AGG", numbered when the table has it.
+progress: called with the fraction done (0 to 1); if it raises, the run stops and the
+          exception is raised again (a shapefile keeps the field, Null; nothing is recorded).
+
+A Null degree gives Null. Returns the name of the field added. Raises ValueError for an unknown
+operator or a gamma missing or not taken (the command line's wrong usage), RefusedError when a
+check refused the run before anything changed (values out of [0, 1], weights that do not fit,
+a name in use...), Error on a reported failure.)");
 
     m.def("stats", &Stats, py::arg("source"), py::arg("field"), py::kw_only(),
           py::arg("layer") = py::none(),

@@ -2,7 +2,7 @@
 
 import datetime
 import os
-from typing import Any, Callable, Optional, Union
+from typing import Any, Callable, Literal, Optional, Sequence, Union
 
 import numpy as np
 import numpy.typing as npt
@@ -39,6 +39,17 @@ def run(
     c: Parameter = None,
     d: Parameter = None,
     *,
+    layer: Optional[str] = None,
+    out: Optional[str] = None,
+    progress: Optional[Callable[[float], Any]] = None,
+) -> str: ...
+def aggregate(
+    source: Source,
+    fields: Sequence[str],
+    op: Literal["and", "or", "product", "sum", "gamma", "mean", "owa"],
+    *,
+    gamma: Optional[float] = None,
+    weights: Optional[Sequence[float]] = None,
     layer: Optional[str] = None,
     out: Optional[str] = None,
     progress: Optional[Callable[[float], Any]] = None,

@@ -8,9 +8,8 @@
 #include "apps/quorel/Subcommand.h"
 
 #include "criterion/Aggregation.h"
-#include "criterion/AggregationRun.h"
+#include "criterion/LayerRun.h"
 #include "criterion/Preview.h"
-#include "errors/ErrorLog.h"
 #include "host/gdal/FeatureExport.h"
 #include "source/Application.h"
 #include "util/MessageUi.h"
@@ -26,8 +25,6 @@ namespace {
 constexpr int kExitRefused = 2;
 constexpr int kExitFailed = 1;
 
-constexpr std::int16_t kTextUnknownOperator = 334;
-constexpr std::int16_t kTextGammaOnlyForGamma = 335;
 constexpr std::int16_t kTextSelectedCount = 336;
 
 const std::vector<OptionSpec> kAggregationOptions = {
@@ -75,26 +72,22 @@ AggregationArguments ReadAggregation(const Args& args) {
     AggregationArguments read;
     read.source = args.Positionals().front();
     read.fields = SplitList(args.Required("fields"));
-    const std::string name = args.Required("op");
-    const auto op = criterion::ParseAggregationOperator(name);
-    if (!op) {
-        throw UsageError(CliMessage(kTextUnknownOperator,
-                                    "unknown operator '%1' (and, or, product, sum, gamma, mean, "
-                                    "owa)",
-                                    {name}));
-    }
-    read.aggregation.op = *op;
-    if (criterion::TakesGamma(*op)) {
-        read.aggregation.gamma = ParseNumber(args.Required("gamma"));
-    } else if (args.Has("gamma")) {
-        throw UsageError(
-            CliMessage(kTextGammaOnlyForGamma, "option --gamma goes with --op gamma only"));
+    const std::string op = args.Required("op");
+    std::optional<double> gamma;
+    if (const auto text = args.Value("gamma")) {
+        gamma = ParseNumber(*text);
     }
     // Weights that do not fit the operator or the fields are the aggregation's refusal (2).
-    if (const auto weights = args.Value("weights")) {
-        for (const auto& item : SplitList(*weights)) {
-            read.aggregation.weights.push_back(ParseNumber(item));
+    std::vector<double> weights;
+    if (const auto text = args.Value("weights")) {
+        for (const auto& item : SplitList(*text)) {
+            weights.push_back(ParseNumber(item));
         }
+    }
+    try {
+        read.aggregation = criterion::ReadAggregation(op, gamma, std::move(weights), CliTexts());
+    } catch (const criterion::AggregationUsageError& error) {
+        throw UsageError(error.what());
     }
     return read;
 }
@@ -119,19 +112,13 @@ int RunAggregate(const std::vector<std::string>& arguments) {
         app->Bar()->SetProgressListener(ShowProgress);
     }
     const auto layer = OpenCommandLayer(*app, read.source, args.Value("layer"));
-    criterion::ComponentState state;
-    state.g_app = app;
-    state.g_layer_name = layer->Name();
-    state.g_layer_path = layer->FeatureClass()->Workspace()->PathName();
-    state.g_layer_index = 0;
-
     util::ConsoleMessageUi ui;
-    errors::ErrorLog log(ui);
-    criterion::AggregationRun run(state, ui, CliTexts(), log);
-    switch (run.Run({read.fields, read.aggregation, args.Value("out").value_or("")})) {
+    const auto result = criterion::AggregateOnLayer(
+        app, *layer, {read.fields, read.aggregation, args.Value("out")}, ui, CliTexts());
+    switch (result.outcome) {
     case criterion::RunOutcome::Done:
         std::cout << CliMessage(cli_text::kFieldAdded, "added field %1 to %2",
-                                {run.OutputName(), read.source})
+                                {result.addedField, read.source})
                   << "\n";
         return 0;
     case criterion::RunOutcome::Refused:

@@ -65,6 +65,20 @@ def same_source(one, other):
         os.path.samefile(one[0], other[0])
 
 
+def show_new_fields(context, source):
+    """Has the layers open on source (of layer_source) read its new table, without a restart."""
+    if source is None:
+        return
+    for store in (QgsProject.instance(), context.temporaryLayerStore()):
+        for layer in store.mapLayers().values():
+            if same_source(layer_source(layer), source):
+                # A new provider reads the table's fields again (the PostgreSQL provider's
+                # reload keeps them); the layer keeps its style.
+                layer.setDataSource(layer.source(), layer.name(), layer.providerType(),
+                                    QgsDataProvider.ProviderOptions())
+                layer.triggerRepaint()
+
+
 class CriterionAlgorithm(QgsProcessingAlgorithm):
     def __init__(self):
         super().__init__()
@@ -133,14 +147,5 @@ class CriterionAlgorithm(QgsProcessingAlgorithm):
         return {"OUTPUT": layer.id() if layer.id() else path, "OUTPUT_FIELD": added}
 
     def postProcessAlgorithm(self, context, feedback):  # noqa: N802
-        # The layers open on the changed file read its new table, without a restart.
-        if self._source is not None:
-            for store in (QgsProject.instance(), context.temporaryLayerStore()):
-                for layer in store.mapLayers().values():
-                    if same_source(layer_source(layer), self._source):
-                        # A new provider reads the table's fields again (the PostgreSQL
-                        # provider's reload keeps them); the layer keeps its style.
-                        layer.setDataSource(layer.source(), layer.name(), layer.providerType(),
-                                            QgsDataProvider.ProviderOptions())
-                        layer.triggerRepaint()
+        show_new_fields(context, self._source)
         return {}

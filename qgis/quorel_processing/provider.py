@@ -2,6 +2,7 @@
 
 from qgis.core import QgsProcessingProvider
 
+from .aggregation_algorithm import AggregationAlgorithm
 from .criterion_algorithm import CriterionAlgorithm
 
 
@@ -17,3 +18,4 @@ class QuorelProvider(QgsProcessingProvider):
 
     def loadAlgorithms(self):  # noqa: N802
         self.addAlgorithm(CriterionAlgorithm())
+        self.addAlgorithm(AggregationAlgorithm())

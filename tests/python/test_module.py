@@ -1,6 +1,7 @@
 """The Python module against the command line it must agree with, and a run read back with
 GDAL's Python bindings."""
 
+import os
 import pathlib
 
 import numpy as np
@@ -128,3 +129,36 @@ def test_refused_and_failed_runs_change_nothing_recorded(source, field_kept, req
     assert quorel.meta(path, "CUT") is None
     source = ogr.Open(path)
     assert (source.GetLayer().GetLayerDefn().GetFieldIndex("CUT") >= 0) == field_kept
+
+
+def test_an_aggregation_writes_the_operators_degrees(parcels):
+    quorel.run(parcels, "SLOPE", 5, 2, 5, 15, 25)
+    quorel.run(parcels, "SLOPE", 3, 0, 10, out="RAMP")
+    quorel.run(parcels, "ALTITUDE", 4, 100, 400, out="LOW")
+    fields = ["FZY_SLOPE", "RAMP", "LOW"]
+    gamma = quorel.aggregate(parcels, fields, "gamma", gamma=0.3)
+    owa = quorel.aggregate(parcels, fields, "owa", weights=[3, 2, 1], out="OWA")
+    assert (gamma, owa) == ("FZY_AGG", "OWA")
+
+    inputs = read_fields(parcels, *fields)
+    written = read_fields(parcels, gamma, owa)
+    product = inputs.prod(axis=1)
+    total = 1 - (1 - inputs).prod(axis=1)
+    descending = -np.sort(-inputs, axis=1)  # NaN rows stay NaN
+    expected = np.column_stack([total ** 0.3 * product ** 0.7, descending @ [3, 2, 1] / 6])
+    assert np.isnan(inputs).any() and np.isnan(written).any()
+    # The table keeps 11 decimals: half a unit of the last, and the doubles' own rounding.
+    np.testing.assert_allclose(written, expected, rtol=0, atol=6e-12, equal_nan=True)
+
+
+def test_an_aggregation_refuses_as_the_command_line(parcels):
+    quorel.run(parcels, "SLOPE", 3, 0, 10, out="RAMP")
+    refusal = cli("aggregate", parcels, "--fields", "SLOPE,RAMP", "--op", "and", check=False)
+    assert refusal.returncode == 2
+    with pytest.raises(quorel.RefusedError) as refused:
+        quorel.aggregate(parcels, ["SLOPE", "RAMP"], "and")
+    assert str(refused.value) == refusal.stderr.strip()
+    with pytest.raises(ValueError, match="nand"):
+        quorel.aggregate(parcels, ["SLOPE", "RAMP"], "nand")
+    assert ogr.Open(parcels).GetLayer().GetLayerDefn().GetFieldIndex("FZY_AGG") < 0
+    assert not os.path.exists(parcels.replace(".shp", ".fzy.json"))

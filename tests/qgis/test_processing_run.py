@@ -1,6 +1,7 @@
 """The algorithm through processing.run inside a QgsApplication started without a display, with
 the layer loaded in the project: its fields show the new one after the run."""
 
+import json
 import os
 import re
 import sys
@@ -73,4 +74,34 @@ def test_refusals_and_cancel_are_processing_errors(processing, parcels):
     import quorel
 
     assert quorel.meta(parcels, "CUT") is None
+    QgsProject.instance().removeAllMapLayers()
+
+
+def test_aggregation_writes_the_operators_degrees(processing, parcels):
+    import numpy as np
+    import quorel
+    from osgeo import ogr
+
+    quorel.run(parcels, "SLOPE", 5, 2, 5, 15, 25)
+    quorel.run(parcels, "SLOPE", 3, 0, 10, out="RAMP")
+    layer = QgsVectorLayer(parcels, "parcels", "ogr")
+    QgsProject.instance().addMapLayer(layer)
+    run = {"INPUT": layer, "FIELDS": ["RAMP", "FZY_SLOPE"], "OPERATOR": 6, "WEIGHTS": "3; 1,5"}
+    result = processing.run("quorel:aggregation", run)
+    assert result["OUTPUT_FIELD"] == "FZY_AGG" and layer.fields().indexOf("FZY_AGG") >= 0
+    table = ogr.Open(parcels)  # kept: its layer dies with it
+    rows = np.array([[f.GetField(n) for n in ("RAMP", "FZY_SLOPE", "FZY_AGG")]
+                     for f in table.GetLayer()], dtype=float)
+    high, low = rows[:, :2].max(axis=1), rows[:, :2].min(axis=1)
+    np.testing.assert_allclose(rows[:, 2], (3 * high + 1.5 * low) / 4.5, rtol=0, atol=6e-12,
+                               equal_nan=True)
+    with open(parcels.replace(".shp", ".fzy.json"), encoding="utf-8") as sidecar:
+        record = json.load(sidecar)["aggregations"][0]
+    assert (record["operator"], record["weights"]) == ("owa", [3, 1.5])
+    # Quorel's refusal, in the interface's language: weights for another operator.
+    from quorel_processing.texts import text
+
+    with pytest.raises(QgsProcessingException, match=re.escape(text(314, "and"))):
+        processing.run("quorel:aggregation", {**run, "OPERATOR": 0, "OUTPUT_FIELD": "NO"})
+    assert layer.fields().indexOf("NO") < 0
     QgsProject.instance().removeAllMapLayers()
