@@ -212,19 +212,6 @@ TEST_F(PostgisHostTest, aLockDroppedWithoutCommitOrALostConnectionLeavesNothingW
     EXPECT_FALSE(HasColumn(source, "parcels", "FZY_SLOPE"));
 }
 
-TEST_F(PostgisHostTest, aDivisionByZeroIsTheScriptsErrorAndLeavesTheFieldNull) {
-    const std::string source = testing::MakePostgisTable("parcels", {"slope"}, kSlopes);
-    const auto parcels = Open(source, "parcels");
-    auto lock = m_app.LockLayerForWriting(source, "parcels");
-    AddDouble(*parcels, "FZY");
-    EXPECT_EQ(Thrown([&] { Fill(parcels, "slope", "FZY", 3, 4, 4, 1e14, 1e15); }).Number(),
-              error_number::kDivisionByZero);
-    lock->Commit();
-    for (const auto& degree : Column(source, "parcels", "FZY")) {
-        EXPECT_FALSE(degree);
-    }
-}
-
 TEST_F(PostgisHostTest, validationRemovesTheRecordsOfColumnsThatAreGone) {
     const std::string source = testing::MakePostgisTable("parcels", {"slope"}, kSlopes);
     const auto parcels = Open(source, "parcels");
