@@ -5,11 +5,9 @@
 #include "RunProgram.h"
 
 #include "fzy/AggregationRecords.h"
+#include "tests/host/gpkg/TestGeoPackages.h"
 #include "tests/host/shapefile/TestShapefiles.h"
 #include "tools/sample/SampleData.h"
-
-#include <gdal.h>
-#include <ogr_api.h>
 
 #include <gtest/gtest.h>
 
@@ -111,22 +109,12 @@ TEST_F(CliAggregateTest, querySelectsWhatTheStoredAggregationHoldsAndSavesThoseF
     EXPECT_EQ(r.out, expected);
     EXPECT_EQ(r.err, std::to_string(selected.size()) + " features selected\n");
 
-    GDALAllRegister();
-    const std::unique_ptr<void, decltype(&GDALClose)> saved(
-        GDALOpenEx(gpkg.c_str(), GDAL_OF_VECTOR, nullptr, nullptr, nullptr), &GDALClose);
-    ASSERT_TRUE(saved);
-    OGRLayerH layer = GDALDatasetGetLayerByName(saved.get(), "p");
-    ASSERT_NE(layer, nullptr);
-    ASSERT_EQ(OGR_L_GetFeatureCount(layer, TRUE), static_cast<GIntBig>(selected.size()));
-    OGR_L_ResetReading(layer);
-    const int savedSlope = OGR_FD_GetFieldIndex(OGR_L_GetLayerDefn(layer), "FZY_SLOPE");
-    for (const std::size_t row : selected) {
-        OGRFeatureH feature = OGR_L_GetNextFeature(layer);
-        ASSERT_NE(feature, nullptr);
-        EXPECT_NE(OGR_F_GetGeometryRef(feature), nullptr);
-        EXPECT_EQ(OGR_F_GetFieldAsDouble(feature, savedSlope),
-                  std::get<double>(table.rows[row][slope]));
-        OGR_F_Destroy(feature);
+    // The saved features, each with its geometry.
+    const auto saved =
+        testing::Query(gpkg, "SELECT FZY_SLOPE FROM p WHERE geom IS NOT NULL ORDER BY fid");
+    ASSERT_EQ(saved.size(), selected.size());
+    for (std::size_t i = 0; i < selected.size(); ++i) {
+        EXPECT_EQ(std::stod(saved[i][0]), std::get<double>(table.rows[selected[i]][slope]));
     }
 
     // The record of the stored aggregation, as meta shows it.
