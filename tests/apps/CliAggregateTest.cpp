@@ -5,12 +5,9 @@
 #include "RunProgram.h"
 
 #include "fzy/AggregationRecords.h"
+#include "tests/host/gpkg/TestGeoPackages.h"
 #include "tests/host/shapefile/TestShapefiles.h"
 #include "tools/sample/SampleData.h"
-
-#include <gdal.h>
-#include <gdal_utils.h>
-#include <ogr_api.h>
 
 #include <gtest/gtest.h>
 
@@ -112,22 +109,12 @@ TEST_F(CliAggregateTest, querySelectsWhatTheStoredAggregationHoldsAndSavesThoseF
     EXPECT_EQ(r.out, expected);
     EXPECT_EQ(r.err, std::to_string(selected.size()) + " features selected\n");
 
-    GDALAllRegister();
-    const std::unique_ptr<void, decltype(&GDALClose)> saved(
-        GDALOpenEx(gpkg.c_str(), GDAL_OF_VECTOR, nullptr, nullptr, nullptr), &GDALClose);
-    ASSERT_TRUE(saved);
-    OGRLayerH layer = GDALDatasetGetLayerByName(saved.get(), "p");
-    ASSERT_NE(layer, nullptr);
-    ASSERT_EQ(OGR_L_GetFeatureCount(layer, TRUE), static_cast<GIntBig>(selected.size()));
-    OGR_L_ResetReading(layer);
-    const int savedSlope = OGR_FD_GetFieldIndex(OGR_L_GetLayerDefn(layer), "FZY_SLOPE");
-    for (const std::size_t row : selected) {
-        OGRFeatureH feature = OGR_L_GetNextFeature(layer);
-        ASSERT_NE(feature, nullptr);
-        EXPECT_NE(OGR_F_GetGeometryRef(feature), nullptr);
-        EXPECT_EQ(OGR_F_GetFieldAsDouble(feature, savedSlope),
-                  std::get<double>(table.rows[row][slope]));
-        OGR_F_Destroy(feature);
+    // The saved features, each with its geometry.
+    const auto saved =
+        testing::Query(gpkg, "SELECT FZY_SLOPE FROM p WHERE geom IS NOT NULL ORDER BY fid");
+    ASSERT_EQ(saved.size(), selected.size());
+    for (std::size_t i = 0; i < selected.size(); ++i) {
+        EXPECT_EQ(std::stod(saved[i][0]), std::get<double>(table.rows[selected[i]][slope]));
     }
 
     // The record of the stored aggregation, as meta shows it.
@@ -143,19 +130,8 @@ TEST_F(CliAggregateTest, querySelectsWhatTheStoredAggregationHoldsAndSavesThoseF
 TEST_F(CliAggregateTest, aGeoPackageIsQueriedAsItsShapefileButNotYetAggregated) {
     const std::string shp = MakeCriteria("gpkg", 200);
     const std::string gpkg = m_scratch.File("gpkg") + "/p.gpkg";
-    GDALAllRegister();
-    {
-        GDALDatasetH source = GDALOpenEx(shp.c_str(), GDAL_OF_VECTOR, nullptr, nullptr, nullptr);
-        ASSERT_NE(source, nullptr);
-        char* options[] = {const_cast<char*>("-f"), const_cast<char*>("GPKG"), nullptr};
-        GDALVectorTranslateOptions* translate = GDALVectorTranslateOptionsNew(options, nullptr);
-        GDALDatasetH made =
-            GDALVectorTranslate(gpkg.c_str(), nullptr, 1, &source, translate, nullptr);
-        GDALVectorTranslateOptionsFree(translate);
-        ASSERT_NE(made, nullptr);
-        GDALClose(made);
-        GDALClose(source);
-    }
+    const auto made = test::RunProgram("/usr/bin/ogr2ogr", {"-f", "GPKG", gpkg, shp});
+    ASSERT_EQ(made.status, 0) << made.err;
     const std::vector<std::string> combine = {
         "--fields", "FZY_SLOPE,FZY_POPULA", "--op", "gamma", "--gamma", "0.3", "--alpha", "0.2"};
     std::vector<std::string> onShapefile = {"query", shp};
@@ -216,40 +192,31 @@ TEST_P(CliAggregateRefusalTest, changesNothing) {
     EXPECT_FALSE(fs::exists(m_scratch.File("refusals") + "/p.fzy.json"));
 }
 
+// The two criteria combined by the operator and the options that follow it.
+std::vector<std::string> Op(std::vector<std::string> operatorAndOptions) {
+    operatorAndOptions.insert(operatorAndOptions.begin(),
+                              {"--fields", "FZY_SLOPE,FZY_POPULA", "--op"});
+    return operatorAndOptions;
+}
+
 INSTANTIATE_TEST_SUITE_P(
     Cases, CliAggregateRefusalTest,
     ::testing::Values(
         // SLOPE is no degree: 0 to 45 degrees.
         RefusalCase{
             "outOfRange", {"--fields", "FZY_SLOPE,SLOPE", "--op", "or"}, 2, "The field SLOPE has "},
-        RefusalCase{"weightsNotFitting",
-                    {"--fields", "FZY_SLOPE,FZY_POPULA", "--op", "owa", "--weights", "1,2,3"},
-                    2,
+        RefusalCase{"weightsNotFitting", Op({"owa", "--weights", "1,2,3"}), 2,
                     "3 weights for 2 fields"},
-        RefusalCase{"weightsForAnd",
-                    {"--fields", "FZY_SLOPE,FZY_POPULA", "--op", "and", "--weights", "1,2"},
-                    2,
+        RefusalCase{"weightsForAnd", Op({"and", "--weights", "1,2"}), 2,
                     "The operator and takes no weights."},
-        RefusalCase{"gammaAboveOne",
-                    {"--fields", "FZY_SLOPE,FZY_POPULA", "--op", "gamma", "--gamma", "2"},
-                    2,
-                    "between 0 and 1: 2"},
+        RefusalCase{"gammaAboveOne", Op({"gamma", "--gamma", "2"}), 2, "between 0 and 1: 2"},
         RefusalCase{"missingField",
                     {"--fields", "FZY_SLOPE,NOPE", "--op", "sum"},
                     2,
                     "no numeric field NOPE"},
-        RefusalCase{"unknownOperator",
-                    {"--fields", "FZY_SLOPE,FZY_POPULA", "--op", "min"},
-                    64,
-                    "unknown operator 'min'"},
-        RefusalCase{"gammaWithoutGamma",
-                    {"--fields", "FZY_SLOPE,FZY_POPULA", "--op", "sum", "--gamma", "0.5"},
-                    64,
-                    "--gamma"},
-        RefusalCase{"weightNotANumber",
-                    {"--fields", "FZY_SLOPE,FZY_POPULA", "--op", "mean", "--weights", "1,x"},
-                    64,
-                    "not a number: 'x'"}),
+        RefusalCase{"unknownOperator", Op({"min"}), 64, "unknown operator 'min'"},
+        RefusalCase{"gammaWithoutGamma", Op({"sum", "--gamma", "0.5"}), 64, "--gamma"},
+        RefusalCase{"weightNotANumber", Op({"mean", "--weights", "1,x"}), 64, "not a number: 'x'"}),
     [](const auto& test) { return std::string(test.param.name); });
 
 TEST_F(CliAggregateTest, queryRefusesAnAlphaOutOfRange) {

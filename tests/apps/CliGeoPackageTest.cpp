@@ -17,7 +17,6 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <iostream>
 #include <random>
 #include <sys/stat.h>
@@ -77,95 +76,73 @@ std::vector<std::string> RunOn(const std::string& path, std::vector<std::string>
 }
 
 // Bad input: each refused with its exit status and a message that says why, the file as it was.
+enum class Setup { kNone, kMissingFile, kAnotherWriter, kReadOnly };
+
 struct BadInputCase {
     const char* name;
-    // Given the sample's path, the command line; may set up what the case needs and return
-    // what undoes it once the run is over.
-    std::function<std::vector<std::string>(const std::string& path, std::function<void()>& undo)>
-        arguments;
+    Setup setup;
+    std::vector<std::string> options;
     int status;
     const char* message;
-    bool unprivileged = false;
 };
 
 class CliGeoPackageBadInputTest : public CliGeoPackageTest,
                                   public ::testing::WithParamInterface<BadInputCase> {};
 
 TEST_P(CliGeoPackageBadInputTest, isRefusedWithItsMessageAndNothingWritten) {
+    const BadInputCase& c = GetParam();
     const std::string path = Sample("p", 50);
     // Read first: closing any descriptor of the file would drop the locks a case takes on it.
     const std::string before = ReadBytes(path);
-    std::function<void()> undo = [] {};
-    const std::vector<std::string> arguments = GetParam().arguments(path, undo);
+    sqlite3* other = nullptr;
+    if (c.setup == Setup::kAnotherWriter) {
+        sqlite3_open(path.c_str(), &other);
+        sqlite3_exec(other, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr);
+    } else if (c.setup == Setup::kReadOnly) {
+        ::chmod(path.c_str(), 0444);
+    }
+    const Outcome outcome =
+        Quorel(RunOn(c.setup == Setup::kMissingFile ? path + ".none.gpkg" : path, c.options),
+               c.setup == Setup::kReadOnly);
+    if (other != nullptr) {
+        sqlite3_exec(other, "ROLLBACK", nullptr, nullptr, nullptr);
+        sqlite3_close(other);
+    }
+    ::chmod(path.c_str(), 0644);
 
-    const Outcome outcome = Quorel(arguments, GetParam().unprivileged);
-    undo();
-
-    EXPECT_EQ(outcome.status, GetParam().status) << outcome.output;
-    EXPECT_NE(outcome.output.find(GetParam().message), std::string::npos) << outcome.output;
+    EXPECT_EQ(outcome.status, c.status) << outcome.output;
+    EXPECT_NE(outcome.output.find(c.message), std::string::npos) << outcome.output;
     EXPECT_TRUE(ReadBytes(path) == before);
     EXPECT_FALSE(fs::exists(path + "-journal"));
+}
+
+std::vector<std::string> Slope(std::vector<std::string> more) {
+    more.insert(more.begin(), kTrapezoidOnSlope.begin(), kTrapezoidOnSlope.end());
+    return more;
+}
+
+std::vector<std::string> Increasing(const std::string& field) {
+    return {"--field", field, "-k", "3", "-a", "0", "-b", "1"};
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Cases, CliGeoPackageBadInputTest,
     ::testing::Values(
-        BadInputCase{"missingFile",
-                     [](const std::string& path, auto&) {
-                         return RunOn(path + ".none.gpkg", kTrapezoidOnSlope);
-                     },
-                     1, "File not found"},
-        BadInputCase{"noSuchLayer",
-                     [](const std::string& path, auto&) {
-                         auto arguments = RunOn(path, kTrapezoidOnSlope);
-                         arguments.insert(arguments.end(), {"--layer", "roads"});
-                         return arguments;
-                     },
-                     64, "no layer 'roads' in "},
-        BadInputCase{"noSuchField",
-                     [](const std::string& path, auto&) {
-                         return RunOn(path, {"--field", "NOPE", "-k", "3", "-a", "0", "-b", "1"});
-                     },
-                     2, "parcels has no numeric field NOPE"},
-        BadInputCase{
-            "textField",
-            [](const std::string& path, auto&) {
-                return RunOn(path, {"--field", "LANDUSE", "-k", "3", "-a", "0", "-b", "1"});
-            },
-            2, "parcels has no numeric field LANDUSE"},
-        BadInputCase{"nameTaken",
-                     [](const std::string& path, auto&) {
-                         auto arguments = RunOn(path, kTrapezoidOnSlope);
-                         arguments.insert(arguments.end(), {"--out", "ALTITUDE"});
-                         return arguments;
-                     },
-                     1, "already has a field ALTITUDE"},
-        BadInputCase{"nameTakenInAnotherCase",
-                     [](const std::string& path, auto&) {
-                         auto arguments = RunOn(path, kTrapezoidOnSlope);
-                         arguments.insert(arguments.end(), {"--out", "altitude"});
-                         return arguments;
-                     },
-                     1, "duplicate column name: altitude"},
-        BadInputCase{"anotherProgramWrites",
-                     [](const std::string& path, std::function<void()>& undo) {
-                         sqlite3* other = nullptr;
-                         sqlite3_open(path.c_str(), &other);
-                         sqlite3_exec(other, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr);
-                         undo = [other] {
-                             sqlite3_exec(other, "ROLLBACK", nullptr, nullptr, nullptr);
-                             sqlite3_close(other);
-                         };
-                         return RunOn(path, kTrapezoidOnSlope);
-                     },
-                     1, "Another run is writing to the layer "},
-        BadInputCase{"readOnlyFile",
-                     [](const std::string& path, std::function<void()>& undo) {
-                         ::chmod(path.c_str(), 0444);
-                         undo = [path] { ::chmod(path.c_str(), 0644); };
-                         return RunOn(path, kTrapezoidOnSlope);
-                     },
-                     1, "cannot be written: it is read-only", true}),
+        BadInputCase{"missingFile", Setup::kMissingFile, Slope({}), 1, "File not found"},
+        BadInputCase{"noSuchLayer", Setup::kNone, Slope({"--layer", "roads"}), 64,
+                     "no layer 'roads' in "},
+        BadInputCase{"noSuchField", Setup::kNone, Increasing("NOPE"), 2,
+                     "parcels has no numeric field NOPE"},
+        BadInputCase{"textField", Setup::kNone, Increasing("LANDUSE"), 2,
+                     "parcels has no numeric field LANDUSE"},
+        BadInputCase{"nameTaken", Setup::kNone, Slope({"--out", "ALTITUDE"}), 1,
+                     "already has a field ALTITUDE"},
+        BadInputCase{"nameTakenInAnotherCase", Setup::kNone, Slope({"--out", "altitude"}), 1,
+                     "duplicate column name: altitude"},
+        BadInputCase{"anotherProgramWrites", Setup::kAnotherWriter, Slope({}), 1,
+                     "Another run is writing to the layer "},
+        BadInputCase{"readOnlyFile", Setup::kReadOnly, Slope({}), 1,
+                     "cannot be written: it is read-only"}),
     [](const auto& test) { return std::string(test.param.name); });
 
 TEST_F(CliGeoPackageTest, aSourceOfSeveralLayersNeedsOneNamed) {

@@ -11,6 +11,7 @@
 #include "host/shapefile/Application.h"
 #include "host/shapefile/Shapefile.h"
 #include "tests/fzy/FzyFiles.h"
+#include "tests/fzy/FzyTestSupport.h"
 #include "tests/host/shapefile/TestShapefiles.h"
 #include "tests/support/RecordingMessageUi.h"
 #include "util/Error.h"
@@ -25,16 +26,6 @@ namespace quorel::criterion {
 namespace {
 
 using host::Value;
-
-class TextsById final : public util::ITextSource {
-public:
-    std::string ResourceString(std::int16_t id) const override { return "T" + std::to_string(id); }
-};
-
-class NoWindow final : public fzy::IInfoWindow {
-public:
-    void ShowModal(const std::string&) override {}
-};
 
 constexpr std::size_t kRows = 60;
 
@@ -119,8 +110,8 @@ protected:
     ComponentState m_state;
     PlainRunDialog m_dialog;
     util::RecordingMessageUi m_ui;
-    TextsById m_texts;
-    NoWindow m_window;
+    fzy::test::IdTextSource m_texts;
+    fzy::test::RecordingInfoWindow m_window;
     fzy::IO_fzyext m_fzy{m_ui, m_texts, m_window, m_app};
     errors::ErrorLog m_log{m_ui, errors::ComponentIdentity{m_folder.Path(), "quorel", "10.3.2"},
                            [] { return std::time_t{0}; }};

@@ -20,11 +20,7 @@ constexpr const char* kPort = "5432";
 
 // Runs a server program as the cluster's owner, its output appended to log; its exit status.
 int RunAsOwner(const std::vector<std::string>& arguments, const std::string& log) {
-    const pid_t pid = ::fork();
-    if (pid == 0) {
-        if (!DropPrivileges()) {
-            ::_exit(126);
-        }
+    return RunUnprivileged([&] {
         const int fd = ::open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
         if (fd >= 0) {
             ::dup2(fd, 1);
@@ -36,13 +32,8 @@ int RunAsOwner(const std::vector<std::string>& arguments, const std::string& log
         }
         argv.push_back(nullptr);
         ::execv(argv[0], argv.data());
-        ::_exit(127);
-    }
-    int status = 0;
-    if (pid < 0 || ::waitpid(pid, &status, 0) != pid) {
-        return -1;
-    }
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        return 127;
+    });
 }
 
 std::string LogTail(const std::string& log) {
@@ -79,10 +70,8 @@ void PostgresCluster::Start() {
         throw std::runtime_error("initdb failed:\n" + LogTail(log));
     }
     // One role must give its password; every other connects on trust over the socket.
-    {
-        std::ofstream hba(data + "/pg_hba.conf", std::ios::trunc);
-        hba << "local all " << kPasswordUser << " scram-sha-256\nlocal all all trust\n";
-    }
+    std::ofstream(data + "/pg_hba.conf", std::ios::trunc)
+        << "local all " << kPasswordUser << " scram-sha-256\nlocal all all trust\n";
     if (RunAsOwner({std::string(kBin) + "pg_ctl", "-D", data, "-l", m_folder + "/postgres.log",
                     "-w", "-o",
                     "-k " + m_folder + " -p " + kPort +

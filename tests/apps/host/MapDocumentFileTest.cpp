@@ -39,8 +39,21 @@ protected:
         return path.string();
     }
 
+    // Saves the document of `app`, which must hold `line`, and reads it back: its first layer.
+    std::shared_ptr<host::IFeatureLayer> RoundTrip(source::Application& app,
+                                                   const std::string& line) {
+        const std::string path = (m_folder / "saved.qmap").string();
+        SaveMapDocument(*std::dynamic_pointer_cast<host::map::MxDocument>(app.Document()), path);
+        const std::string text = test::ReadBytes(path);
+        EXPECT_NE(text.find(line), std::string::npos) << text;
+        m_read = LoadMapDocument(m_other, path);
+        return std::dynamic_pointer_cast<host::IFeatureLayer>(m_read->FocusMap()->Layer(0));
+    }
+
     test::ScratchFolder m_scratch;
     fs::path m_folder{m_scratch.Path()};
+    source::Application m_other;
+    std::shared_ptr<host::map::MxDocument> m_read;
 };
 
 TEST_F(MapDocumentFileTest, aSavedDocumentOpensWithTheSameMapsLayersGroupsAndFocus) {
@@ -97,14 +110,7 @@ TEST_F(MapDocumentFileTest, aGeoPackageLayerKeepsItsTable) {
               0);
     source::Application app;
     source::OpenSourceLayer(app, gpkg, "zones")->SetSelectable(false);
-    const std::string path = (m_folder / "saved.qmap").string();
-    SaveMapDocument(*std::dynamic_pointer_cast<host::map::MxDocument>(app.Document()), path);
-    const std::string text = test::ReadBytes(path);
-    EXPECT_NE(text.find("layer\tzones\tdata/two.gpkg\tfixed\tzones\n"), std::string::npos) << text;
-
-    source::Application other;
-    const auto read = LoadMapDocument(other, path);
-    const auto layer = std::dynamic_pointer_cast<host::IFeatureLayer>(read->FocusMap()->Layer(0));
+    const auto layer = RoundTrip(app, "layer\tzones\tdata/two.gpkg\tfixed\tzones\n");
     ASSERT_TRUE(layer);
     EXPECT_EQ(layer->FeatureClass()->AliasName(), "zones");
     EXPECT_EQ(layer->FeatureClass()->Workspace()->PathName(), gpkg);
@@ -115,16 +121,7 @@ TEST_F(MapDocumentFileTest, aPostgisLayerKeepsItsConnectionAndTable) {
     const std::string source = testing::MakePostgisTable("roads", {"WIDTH"}, {{1.0}, {2.0}});
     source::Application app;
     source::OpenSourceLayer(app, source, "roads")->SetName("main roads");
-    const std::string path = (m_folder / "saved.qmap").string();
-    SaveMapDocument(*std::dynamic_pointer_cast<host::map::MxDocument>(app.Document()), path);
-    const std::string text = test::ReadBytes(path);
-    EXPECT_NE(text.find("layer\tmain roads\t" + source + "\tselectable\troads\n"),
-              std::string::npos)
-        << text;
-
-    source::Application other;
-    const auto read = LoadMapDocument(other, path);
-    const auto layer = std::dynamic_pointer_cast<host::IFeatureLayer>(read->FocusMap()->Layer(0));
+    const auto layer = RoundTrip(app, "layer\tmain roads\t" + source + "\tselectable\troads\n");
     ASSERT_TRUE(layer);
     EXPECT_EQ(layer->Name(), "main roads");
     EXPECT_EQ(layer->FeatureClass()->Workspace()->PathName(), source);

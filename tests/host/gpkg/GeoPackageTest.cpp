@@ -12,10 +12,10 @@
 #include "host/gpkg/Sqlite.h"
 #include "source/Application.h"
 #include "source/OpenSource.h"
+#include "tests/fzy/FzyTestSupport.h"
 #include "tests/host/gpkg/TestGeoPackages.h"
 #include "tests/support/RecordingMessageUi.h"
 #include "tests/support/ScratchFolder.h"
-#include "tests/support/Unprivileged.h"
 
 #include <gdal.h>
 #include <ogr_api.h>
@@ -26,7 +26,6 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <sys/stat.h>
 
 namespace quorel::host::gpkg {
 namespace {
@@ -82,16 +81,6 @@ INSTANTIATE_TEST_SUITE_P(
         GeometryCase{"emptyPolygon", "POLYGON EMPTY"}),
     [](const auto& test) { return std::string(test.param.name); });
 
-class TextsById final : public util::ITextSource {
-public:
-    std::string ResourceString(std::int16_t id) const override { return "T" + std::to_string(id); }
-};
-
-class NoWindow final : public fzy::IInfoWindow {
-public:
-    void ShowModal(const std::string&) override {}
-};
-
 constexpr std::size_t kRows = 40;
 
 // -2 to 17.5, the break points of the cases among them; row 5 Null.
@@ -142,8 +131,8 @@ protected:
     criterion::ComponentState m_state;
     criterion::PlainRunDialog m_dialog;
     util::RecordingMessageUi m_ui;
-    TextsById m_texts;
-    NoWindow m_window;
+    fzy::test::IdTextSource m_texts;
+    fzy::test::RecordingInfoWindow m_window;
     fzy::IO_fzyext m_fzy{m_ui, m_texts, m_window, m_app};
     errors::ErrorLog m_log{m_ui, errors::ComponentIdentity{m_folder.Path(), "quorel", "10.3.2"},
                            [] { return std::time_t{0}; }};
@@ -268,51 +257,6 @@ TEST_F(GeoPackageRunTest, validationRemovesTheRecordOfAColumnGone) {
     }
     EXPECT_EQ(columns, (std::vector<std::string>{"FZY_KEPT", "FZY_SLOPE"}));
     EXPECT_EQ(Query("SELECT count(*) FROM gpkg_metadata")[0][0], "2");
-}
-
-// Refusals before anything is written: the file stays as it was, and the report says why.
-TEST_F(GeoPackageRunTest, aFileAnotherProgramWritesIsRefused) {
-    sqlite3* other = nullptr;
-    ASSERT_EQ(sqlite3_open(m_path.c_str(), &other), SQLITE_OK);
-    ASSERT_EQ(sqlite3_exec(other, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr), SQLITE_OK);
-    const auto before = Query("SELECT * FROM parcels ORDER BY fid");
-
-    EXPECT_EQ(Run(5, {"0", "5", "15", "25"}), criterion::RunOutcome::Failed);
-    sqlite3_exec(other, "ROLLBACK", nullptr, nullptr, nullptr);
-    sqlite3_close(other);
-    EXPECT_NE(LastBox().find("T170\r\n"), std::string::npos) << LastBox();
-    EXPECT_NE(LastBox().find("Debug=101"), std::string::npos) << LastBox();
-    EXPECT_EQ(Query("SELECT * FROM parcels ORDER BY fid"), before);
-    EXPECT_TRUE(Records().Records().empty());
-}
-
-TEST_F(GeoPackageRunTest, aReadOnlyFileIsRefused) {
-    ASSERT_EQ(::chmod(m_folder.Path().c_str(), 0755), 0);
-    ASSERT_EQ(::chmod(m_path.c_str(), 0444), 0);
-    const int status = test::RunUnprivileged([&] {
-        // A process that may only read the file, as its user would be.
-        const auto app = std::make_shared<source::Application>();
-        criterion::ComponentState state;
-        state.g_app = app;
-        const auto layer = source::OpenSourceLayer(*app, m_path, "");
-        state.g_layer_name = layer->Name();
-        state.g_layer_path = m_path;
-        state.kind = 3;
-        criterion::PlainRunDialog dialog;
-        dialog.fieldList = {"SLOPE"};
-        dialog.Select("SLOPE");
-        dialog.boxes = {"0", "10", "", ""};
-        dialog.newName = "FZY_SLOPE";
-        util::RecordingMessageUi ui;
-        fzy::IO_fzyext fzy{ui, m_texts, m_window, app};
-        errors::ErrorLog log{ui, errors::ComponentIdentity{"/nonexistent", "quorel", "10.3.2"}};
-        criterion::CriterionRun run{state, dialog, ui, m_texts, fzy, log};
-        const bool refused = run.RunCriterion() == criterion::RunOutcome::Failed &&
-                             ui.boxes.back().text.find("T171\r\n") != std::string::npos;
-        return refused ? 0 : 1;
-    });
-    EXPECT_EQ(status, 0);
-    EXPECT_EQ(m_layer->FeatureClass()->FindField("FZY_SLOPE"), -1);
 }
 
 } // namespace

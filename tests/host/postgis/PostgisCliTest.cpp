@@ -26,20 +26,6 @@ test::ProgramResult Quorel(const std::vector<std::string>& arguments) {
 const std::vector<std::vector<std::optional<double>>> kSlopes{
     {-1.0}, {2.5}, {std::nullopt}, {7.25}, {15.0}, {22.5}, {40.0}};
 
-std::vector<std::optional<double>> Column(const std::string& source, const std::string& table,
-                                          const std::string& field) {
-    Connection connection(source);
-    const Result rows = connection.Exec("SELECT " + connection.QuoteIdentifier(field) + " FROM " +
-                                        connection.QuoteIdentifier(table) + " ORDER BY fid");
-    std::vector<std::optional<double>> values;
-    for (int i = 0; i < rows.Rows(); ++i) {
-        values.push_back(rows.IsNull(i, 0) ? std::nullopt
-                                           : std::optional<double>(
-                                                 std::strtod(rows.Text(i, 0).c_str(), nullptr)));
-    }
-    return values;
-}
-
 std::string Count(const std::string& source, const std::string& sql) {
     Connection connection(source);
     return connection.Exec(sql).Text(0, 0);
@@ -61,7 +47,7 @@ TEST(PostgisCliTest, runFillsTheFieldOnTheServerAndRecordsTheCriterion) {
                              "-a", "2", "-b", "5,5", "-c", "15", "-d", "25"});
     ASSERT_EQ(run.status, 0) << run.err;
     EXPECT_NE(run.out.find("FZY_SLOPE"), std::string::npos) << run.out;
-    const auto degrees = Column(source, table, "FZY_SLOPE");
+    const auto degrees = testing::PostgisColumn(source, table, "FZY_SLOPE");
     ASSERT_EQ(degrees.size(), kSlopes.size());
     for (std::size_t i = 0; i < kSlopes.size(); ++i) {
         const auto expected = test::ScriptDegree({5, 2, 5.5, 15, 25}, kSlopes[i][0]);

@@ -21,16 +21,6 @@ using test::DegreeCase;
 using test::PostgresCluster;
 using test::Thrown;
 
-std::vector<std::optional<double>> Doubles(const Result& rows, int column = 0) {
-    std::vector<std::optional<double>> values;
-    for (int i = 0; i < rows.Rows(); ++i) {
-        values.push_back(rows.IsNull(i, column) ? std::nullopt
-                                                : std::optional<double>(std::strtod(
-                                                      rows.Text(i, column).c_str(), nullptr)));
-    }
-    return values;
-}
-
 class PostgresExpressionTest : public ::testing::TestWithParam<DegreeCase> {
 protected:
     static void SetUpTestSuite() {
@@ -66,7 +56,7 @@ TEST_P(PostgresExpressionTest, givesTheScriptsDegreesBitForBit) {
                                                       : error_number::kDivisionByZero);
         return;
     }
-    const auto degrees = Doubles(connection.Exec(query));
+    const auto degrees = testing::Doubles(connection.Exec(query));
     ASSERT_EQ(degrees.size(), values.size());
     for (std::size_t i = 0; i < values.size(); ++i) {
         SCOPED_TRACE(values[i] ? util::FormatRoundTrip(*values[i]) : "Null");
@@ -108,13 +98,6 @@ protected:
         calculator->Calculate();
     }
 
-    static std::vector<std::optional<double>>
-    Column(const std::string& source, const std::string& table, const std::string& field) {
-        Connection connection(source);
-        return Doubles(connection.Exec("SELECT " + connection.QuoteIdentifier(field) + " FROM " +
-                                       connection.QuoteIdentifier(table) + " ORDER BY fid"));
-    }
-
     static bool HasColumn(const std::string& source, const std::string& table,
                           const std::string& field) {
         Connection connection(source);
@@ -149,7 +132,7 @@ TEST_F(PostgisHostTest, namesHoldingQuotesSemicolonsAndDashesAreOnlyNames) {
         parcels->WriteRecord(record);
         lock->Commit();
     }
-    const auto degrees = Column(source, table, out);
+    const auto degrees = testing::PostgisColumn(source, table, out);
     ASSERT_EQ(degrees.size(), kSlopes.size());
     for (std::size_t i = 0; i < kSlopes.size(); ++i) {
         EXPECT_EQ(degrees[i], test::ScriptDegree({5, 0, 5, 15, 25}, kSlopes[i][0]));
@@ -176,8 +159,8 @@ TEST_F(PostgisHostTest, aColumnAViewUsesIsFilledByUpdateAndAnIntegerOneToo) {
     const auto parcels = Open(source, "parcels");
     Fill(parcels, "slope", "used", 3, 0, 10, 0, 0);
     Fill(parcels, "slope", "whole", 1, 10, 0, 0, 0);
-    const auto used = Column(source, "parcels", "used");
-    const auto whole = Column(source, "parcels", "whole");
+    const auto used = testing::PostgisColumn(source, "parcels", "used");
+    const auto whole = testing::PostgisColumn(source, "parcels", "whole");
     for (std::size_t i = 0; i < kSlopes.size(); ++i) {
         const double slope = kSlopes[i][0].value_or(NAN);
         EXPECT_EQ(used[i], test::ScriptDegree(test::Completed({3, 0, 10, 0, 0}), kSlopes[i][0]));
@@ -210,19 +193,6 @@ TEST_F(PostgisHostTest, aLockDroppedWithoutCommitOrALostConnectionLeavesNothingW
     EXPECT_THROW(lock->Commit(), Error);
     lock.reset();
     EXPECT_FALSE(HasColumn(source, "parcels", "FZY_SLOPE"));
-}
-
-TEST_F(PostgisHostTest, aDivisionByZeroIsTheScriptsErrorAndLeavesTheFieldNull) {
-    const std::string source = testing::MakePostgisTable("parcels", {"slope"}, kSlopes);
-    const auto parcels = Open(source, "parcels");
-    auto lock = m_app.LockLayerForWriting(source, "parcels");
-    AddDouble(*parcels, "FZY");
-    EXPECT_EQ(Thrown([&] { Fill(parcels, "slope", "FZY", 3, 4, 4, 1e14, 1e15); }).Number(),
-              error_number::kDivisionByZero);
-    lock->Commit();
-    for (const auto& degree : Column(source, "parcels", "FZY")) {
-        EXPECT_FALSE(degree);
-    }
 }
 
 TEST_F(PostgisHostTest, validationRemovesTheRecordsOfColumnsThatAreGone) {

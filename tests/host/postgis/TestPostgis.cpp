@@ -7,7 +7,26 @@
 #include "tests/support/PostgresCluster.h"
 #include "util/NumberText.h"
 
+#include <cstdlib>
+
 namespace quorel::testing {
+
+std::vector<std::optional<double>> Doubles(const host::postgis::Result& rows) {
+    std::vector<std::optional<double>> values;
+    for (int i = 0; i < rows.Rows(); ++i) {
+        values.push_back(rows.IsNull(i, 0) ? std::nullopt
+                                           : std::optional<double>(
+                                                 std::strtod(rows.Text(i, 0).c_str(), nullptr)));
+    }
+    return values;
+}
+
+std::vector<std::optional<double>>
+PostgisColumn(const std::string& source, const std::string& table, const std::string& field) {
+    host::postgis::Connection connection(source);
+    return Doubles(connection.Exec("SELECT " + connection.QuoteIdentifier(field) + " FROM " +
+                                   connection.QuoteIdentifier(table) + " ORDER BY fid"));
+}
 
 std::string MakePostgisTable(const std::string& table, const std::vector<std::string>& fields,
                              const std::vector<std::vector<std::optional<double>>>& rows,

@@ -12,6 +12,10 @@
 #include <string>
 #include <vector>
 
+namespace quorel::host::postgis {
+class Result;
+}
+
 namespace quorel::testing {
 
 // A table of squares (fid serial key, geom polygon) with numeric fields of double precision, one
@@ -19,6 +23,11 @@ namespace quorel::testing {
 std::string MakePostgisTable(const std::string& table, const std::vector<std::string>& fields,
                              const std::vector<std::vector<std::optional<double>>>& rows,
                              std::string source = {});
+
+// The first column of rows as numbers (nullopt: Null), and a column of a table in fid order.
+std::vector<std::optional<double>> Doubles(const host::postgis::Result& rows);
+std::vector<std::optional<double>>
+PostgisColumn(const std::string& source, const std::string& table, const std::string& field);
 
 // A PostGIS-only host application: postgis calculators and write locks.
 class PostgisTestApplication final : public host::map::Application, host::IObjectFactory {
