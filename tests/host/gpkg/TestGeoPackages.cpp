@@ -18,19 +18,19 @@ void MakeGeoPackage(const std::string& path, const std::vector<GeoPackageLayer>&
     if (!dataset) {
         throw std::runtime_error("GDAL cannot create " + path);
     }
-    for (const GeoPackageLayer& spec : layers) {
-        const bool polygons = spec.geometries.empty();
-        OGRLayerH layer = GDALDatasetCreateLayer(dataset.get(), spec.name.c_str(), nullptr,
+    for (const GeoPackageLayer& wanted : layers) {
+        const bool polygons = wanted.geometries.empty();
+        OGRLayerH layer = GDALDatasetCreateLayer(dataset.get(), wanted.name.c_str(), nullptr,
                                                  polygons ? wkbPolygon : wkbUnknown, nullptr);
-        for (const std::string& name : spec.realFields) {
+        for (const std::string& name : wanted.realFields) {
             OGRFieldDefnH field = OGR_Fld_Create(name.c_str(), OFTReal);
             OGR_L_CreateField(layer, field, TRUE);
             OGR_Fld_Destroy(field);
         }
-        for (std::size_t r = 0; r < spec.rows.size(); ++r) {
+        for (std::size_t r = 0; r < wanted.rows.size(); ++r) {
             OGRFeatureH feature = OGR_F_Create(OGR_L_GetLayerDefn(layer));
-            for (std::size_t f = 0; f < spec.rows[r].size(); ++f) {
-                if (const auto* value = std::get_if<double>(&spec.rows[r][f])) {
+            for (std::size_t f = 0; f < wanted.rows[r].size(); ++f) {
+                if (const auto* value = std::get_if<double>(&wanted.rows[r][f])) {
                     OGR_F_SetFieldDouble(feature, static_cast<int>(f), *value);
                 } else {
                     OGR_F_SetFieldNull(feature, static_cast<int>(f));
@@ -39,7 +39,7 @@ void MakeGeoPackage(const std::string& path, const std::vector<GeoPackageLayer>&
             char wkt[160];
             std::snprintf(wkt, sizeof wkt, "POLYGON ((%zu 0,%zu 1,%zu 1,%zu 0,%zu 0))", r, r, r + 1,
                           r + 1, r);
-            std::string text = polygons ? wkt : spec.geometries[r];
+            std::string text = polygons ? wkt : wanted.geometries[r];
             char* cursor = text.data();
             OGRGeometryH geometry = nullptr;
             OGR_G_CreateFromWkt(&cursor, nullptr, &geometry);
