@@ -301,12 +301,31 @@ void PostgisFeatureClass::WriteRecord(const CriterionRecord& record) {
             {m_table.name, record.column, record.sourceField, std::to_string(record.kind),
              NumberText(record.a), NumberText(record.b), NumberText(record.c), NumberText(record.d),
              record.created, record.version});
-        const std::string description =
+        const std::string english =
             "Quorel criterion: " + std::string(KindName(record.kind)) + " (kind " +
             std::to_string(record.kind) + ") of " + record.sourceField +
             ", a = " + util::FormatNumber(record.a) + ", b = " + util::FormatNumber(record.b) +
             ", c = " + util::FormatNumber(record.c) + ", d = " + util::FormatNumber(record.d) +
             ", computed " + record.created + " by version " + record.version;
+        // The comment is for everyone who reads the table: lines as psql shows them, and the
+        // source's password left out.
+        std::string description;
+        for (std::size_t i = 0; i < record.description.size(); ++i) {
+            if (record.description.compare(i, 2, "\r\n") != 0) {
+                description += record.description[i];
+            }
+        }
+        if (description.empty()) {
+            description = english;
+        }
+        const std::string source = Source();
+        const std::string shown = WithoutPassword(source);
+        if (shown != source) {
+            for (auto at = description.find(source); at != std::string::npos;
+                 at = description.find(source, at + shown.size())) {
+                description.replace(at, source.size(), shown);
+            }
+        }
         m_connection->Run("COMMENT ON COLUMN " + QualifiedName() + "." +
                           m_connection->QuoteIdentifier(record.column) + " IS " +
                           m_connection->QuoteLiteral(description));
