@@ -547,11 +547,24 @@ void Calculator::CalculateWithSql(PostgisFeatureClass& table) {
         // every row and index entry. A column some view or rule uses cannot change this way.
         connection.Run("SAVEPOINT quorel_rewrite");
         try {
-            const auto source = fresh ? NumericSourceOf(connection, qualified, *m_sql)
-                                      : std::optional<std::string>();
+            const auto source = fresh && m_sql->find(column) == std::string::npos
+                                    ? NumericSourceOf(connection, qualified, *m_sql)
+                                    : std::optional<std::string>();
+            bool filled = false;
             if (source) {
-                FillFromNumeric(connection, table, *source);
-            } else {
+                try {
+                    FillFromNumeric(connection, table, *source);
+                    filled = true;
+                } catch (const Error&) {
+                    // A value the expression cannot take fails the plain rewrite alike; any
+                    // other refusal (of the generated column) leaves it to the plain rewrite.
+                    if (connection.LastSqlState().rfind("22", 0) == 0) {
+                        throw;
+                    }
+                    connection.Run("ROLLBACK TO SAVEPOINT quorel_rewrite");
+                }
+            }
+            if (!filled) {
                 connection.Run("ALTER TABLE " + qualified + " ALTER COLUMN " + column +
                                " TYPE double precision USING (" + *m_sql + ")");
             }

@@ -230,6 +230,26 @@ TEST_P(PostgisNumericSourceTest, givesTheScriptsDegreesInANewPlainLastColumn) {
 
 INSTANTIATE_TEST_SUITE_P(Kinds, PostgisNumericSourceTest, ::testing::ValuesIn(test::DegreeCases()));
 
+TEST_F(PostgisHostTest, aNumericSourceInAnExpressionNoGeneratedColumnTakesIsFilledAllTheSame) {
+    const std::string source = testing::MakePostgisTable("parcels", {"slope"}, kSlopes);
+    Connection(source).Run("ALTER TABLE parcels ALTER COLUMN slope TYPE numeric");
+    const auto parcels = Open(source, "parcels");
+    AddDouble(*parcels, "out");
+    const auto calculator = m_app.NewCalculator();
+    calculator->SetCursor(parcels->Search(true));
+    calculator->SetField("out");
+    // Not immutable: a generated column refuses it.
+    dynamic_cast<ISqlCalculator&>(*calculator)
+        .SetSqlExpression("CAST(\"slope\" AS double precision) + "
+                          "CAST(extract(year FROM now()) * 0 AS double precision)");
+    calculator->Calculate();
+    const auto out = testing::PostgisColumn(source, "parcels", "out");
+    ASSERT_EQ(out.size(), kSlopes.size());
+    for (std::size_t i = 0; i < kSlopes.size(); ++i) {
+        EXPECT_EQ(out[i], kSlopes[i][0]);
+    }
+}
+
 TEST_F(PostgisHostTest, aColumnAViewUsesIsFilledByUpdateAndAnIntegerOneToo) {
     const std::string source = testing::MakePostgisTable("parcels", {"slope"}, kSlopes);
     Connection connection(source);
