@@ -24,17 +24,6 @@ TEST(MapTest, layerByPositionOutOfRangeSaysWhatTheMapHolds) {
               "No layer at position 2 (the map has 2 layers)");
 }
 
-TEST(ApplicationTest, editorExtensionIsFoundByItsIdAndReportsTheEditState) {
-    memory::MemoryApplication app;
-    const auto editor =
-        std::dynamic_pointer_cast<IEditor>(app.FindExtensionByCLSID(UID{kEditorExtensionId}));
-    ASSERT_NE(editor, nullptr);
-    EXPECT_EQ(editor->EditState(), kEditStateNotEditing);
-    app.EditorExtension()->SetEditState(kEditStateEditing);
-    EXPECT_EQ(editor->EditState(), kEditStateEditing);
-    EXPECT_EQ(app.FindExtensionByCLSID(UID{"esriFramework.Other"}), nullptr);
-}
-
 TEST(ApplicationTest, statusBarKeepsPaneTextsAndTellsItsListeners) {
     memory::MemoryApplication app;
     std::vector<std::string> shown;

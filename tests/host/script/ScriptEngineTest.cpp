@@ -277,15 +277,6 @@ TEST(ScriptEngineTest, syntaxErrorsNameTheLine) {
     }
 }
 
-TEST(ScriptEngineTest, expressionErrorsSaySo) {
-    for (const char* expression : {"", "Val +", "Val\nX", "(Val"}) {
-        SCOPED_TRACE(expression);
-        const Error error = Thrown([&] { Program::Compile("Val = 1", expression); });
-        EXPECT_EQ(error.Number(), error_number::kSyntaxError);
-        EXPECT_NE(error.Description().find("expression"), std::string::npos);
-    }
-}
-
 // Hostile nesting is a syntax error, not a stack overflow; reasonable nesting compiles.
 TEST(ScriptEngineTest, deepNestingIsRefusedWithoutCrashing) {
     const auto repeat = [](const std::string& piece, int times) {
