@@ -16,7 +16,6 @@
 namespace quorel::dialog::test {
 
 DialogTest::DialogTest() {
-    quorel::test::QtEnvironment::EnsureApplication();
     const std::string scratch = m_scratch.path().toStdString();
     m_settings = std::make_unique<lang::IniSettingsStore>(scratch);
     m_session =

@@ -1,8 +1,7 @@
 #pragma once
 
-// One QApplication on the offscreen platform for a whole test program: made at the first need
-// (a fixture may come before the environment), gone before the program's exit, ahead of Qt's own
-// statics. Including this header registers it.
+// One QApplication on the offscreen platform for a whole test program, made before its first
+// test and gone before its exit, ahead of Qt's own statics. Including this header registers it.
 
 #include <QApplication>
 
@@ -14,25 +13,17 @@ namespace quorel::test {
 
 class QtEnvironment final : public ::testing::Environment {
 public:
-    static void EnsureApplication() {
-        if (Application()) {
-            return;
-        }
+    void SetUp() override {
         qputenv("QT_QPA_PLATFORM", "offscreen");
-        static int argc = 1;
-        static char name[] = "quorel_tests";
-        static char* argv[] = {name, nullptr};
-        Application() = std::make_unique<QApplication>(argc, argv);
+        m_application = std::make_unique<QApplication>(m_argc, m_argv);
     }
-
-    void SetUp() override { EnsureApplication(); }
-    void TearDown() override { Application().reset(); }
+    void TearDown() override { m_application.reset(); }
 
 private:
-    static std::unique_ptr<QApplication>& Application() {
-        static std::unique_ptr<QApplication> application;
-        return application;
-    }
+    int m_argc = 1;
+    char m_name[13] = "quorel_tests";
+    char* m_argv[2] = {m_name, nullptr};
+    std::unique_ptr<QApplication> m_application;
 };
 
 inline const ::testing::Environment* const kQtEnvironment =

@@ -63,7 +63,6 @@ protected:
                       m_folder / "demo.qmap");
         OpenWindow();
     }
-    void TearDown() override { m_window.reset(); }
 
     // A window over the default class registry, showing the demo document.
     void OpenWindow() {
