@@ -2,6 +2,7 @@
 
 #include "criterion/Preview.h"
 #include "host/api/Host.h"
+#include "host/api/Selection.h"
 #include "util/Error.h"
 #include "util/TextSource.h"
 
@@ -42,16 +43,6 @@ double WeightSum(const std::vector<double>& weights) {
         sum += w;
     }
     return sum;
-}
-
-// A feature's id: the object-id field where the data have one.
-std::int32_t ObjectIdIndex(const host::IFields& fields) {
-    for (std::int32_t i = 0; i < fields.FieldCount(); ++i) {
-        if (fields.Field(i)->Type() == host::kFieldTypeOID) {
-            return i;
-        }
-    }
-    return -1;
 }
 
 } // namespace
@@ -337,19 +328,11 @@ std::optional<double> NumberOrNull(const host::Value& value, const std::string& 
 AggregationInputs ReadAggregationInputs(host::ICursor& cursor,
                                         const std::vector<std::string>& fields) {
     const std::vector<std::int32_t> indexes = FieldIndexes(cursor, fields);
-    const std::int32_t idIndex = ObjectIdIndex(*cursor.Fields());
+    host::ObjectIdReader ids(*cursor.Fields());
     AggregationInputs inputs;
     inputs.columns.resize(fields.size());
-    std::int64_t position = 0;
     while (const std::shared_ptr<host::IRow> row = cursor.NextRow()) {
-        std::int64_t id = position++;
-        if (idIndex >= 0) {
-            const host::Value value = row->GetValue(idIndex);
-            if (const double* number = std::get_if<double>(&value)) {
-                id = static_cast<std::int64_t>(*number);
-            }
-        }
-        inputs.ids.push_back(id);
+        inputs.ids.push_back(ids.Next(*row));
         for (std::size_t k = 0; k < indexes.size(); ++k) {
             inputs.columns[k].push_back(NumberOrNull(row->GetValue(indexes[k]), fields[k]));
         }
