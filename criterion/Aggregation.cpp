@@ -1,6 +1,7 @@
 #include "criterion/Aggregation.h"
 
 #include "criterion/Preview.h"
+#include "criterion/Script.h"
 #include "host/api/Host.h"
 #include "host/api/Selection.h"
 #include "util/Error.h"
@@ -24,17 +25,6 @@ std::string Literal(double value) {
     std::array<char, 32> buffer{};
     const auto result = std::to_chars(buffer.data(), buffer.data() + buffer.size(), value);
     return std::string(buffer.data(), result.ptr);
-}
-
-std::string JoinLines(const std::vector<std::string>& lines) {
-    std::string script;
-    for (std::size_t i = 0; i < lines.size(); ++i) {
-        if (i > 0) {
-            script += "\r\n";
-        }
-        script += lines[i];
-    }
-    return script;
 }
 
 double WeightSum(const std::vector<double>& weights) {
@@ -294,7 +284,7 @@ std::string AggregationScript(const Aggregation& a, const std::vector<std::strin
     }
     }
     lines.push_back("End If");
-    return JoinLines(lines);
+    return JoinScriptLines(lines);
 }
 
 namespace {
