@@ -30,6 +30,9 @@ using Strings = std::vector<std::string>;
 
 class FrmBackTest : public DialogTest {
 protected:
+    // Tests that set the user's decimal mark leave it as they found it.
+    void TearDown() override { util::SetDecimalSeparator(std::nullopt); }
+
     static std::array<QLineEdit*, 4> Boxes(frm_back& d) {
         return {d.Txt_val_a, d.Txt_val_b, d.Txt_val_c, d.Txt_val_d};
     }
@@ -88,20 +91,6 @@ TEST_F(FrmBackTest, loadWithoutHostReportsTheStepReached) {
               "91  Object variable or With block variable not setDebug= dans form_load");
 }
 
-TEST_F(FrmBackTest, choosingLayerWithAnyButtonListsItsNumericFieldsAndRecordsIt) {
-    AddLayer(WritePolygons("first", "roads", {{"WIDTH", {1}}}));
-    const std::string path = WritePolygons("second", "parcels", {{"SLOPE", {1}}, {"POP", {2}}});
-    AddLayer(path);
-    frm_back& dialog = Dialog();
-    dialog.Txt_new_name->setText(QStringLiteral("old"));
-    ClickItem(*dialog.Lst_shapes, QStringLiteral("parcels"), Qt::RightButton);
-    EXPECT_EQ(Items(*dialog.Lst_fields), (Strings{"SLOPE", "POP"}));
-    EXPECT_EQ(dialog.Txt_new_name->text(), QString());
-    EXPECT_EQ(m_session->state.g_layer_name, "parcels");
-    EXPECT_EQ(m_session->state.g_layer_path, Folder("second"));
-    EXPECT_EQ(m_session->state.g_layer_index, 1);
-}
-
 TEST_F(FrmBackTest, keyboardMovesInTheLayerListChooseNothing) {
     AddLayer(WritePolygons("data", "roads", {{"WIDTH", {1}}}));
     AddLayer(WritePolygons("data", "parcels", {{"SLOPE", {1}}}));
@@ -114,15 +103,19 @@ TEST_F(FrmBackTest, keyboardMovesInTheLayerListChooseNothing) {
     EXPECT_EQ(m_session->state.g_layer_name, "roads");
 }
 
-TEST_F(FrmBackTest, twoLayersOfOneNameTheLastInTheMapWins) {
-    AddLayer(WritePolygons("a", "parcels", {{"SLOPE", {1}}}));
-    AddLayer(WritePolygons("b", "parcels", {{"HEIGHT", {1}}}));
+// Any mouse button chooses; of two layers of one name, the last in the map is the one chosen.
+TEST_F(FrmBackTest, choosingALayerListsItsNumericFieldsAndRecordsTheLastOfItsName) {
+    AddLayer(WritePolygons("first", "parcels", {{"WIDTH", {1}}}));
+    AddLayer(WritePolygons("second", "parcels", {{"SLOPE", {1}}, {"POP", {2}}}));
     frm_back& dialog = Dialog();
+    dialog.Txt_new_name->setText(QStringLiteral("old"));
     ASSERT_EQ(Items(*dialog.Lst_shapes), (Strings{"parcels", "parcels"}));
-    QTest::mouseClick(dialog.Lst_shapes->viewport(), Qt::LeftButton, {},
+    QTest::mouseClick(dialog.Lst_shapes->viewport(), Qt::RightButton, {},
                       dialog.Lst_shapes->visualItemRect(dialog.Lst_shapes->item(0)).center());
-    EXPECT_EQ(Items(*dialog.Lst_fields), (Strings{"HEIGHT"}));
-    EXPECT_EQ(m_session->state.g_layer_path, Folder("b"));
+    EXPECT_EQ(Items(*dialog.Lst_fields), (Strings{"SLOPE", "POP"}));
+    EXPECT_EQ(dialog.Txt_new_name->text(), QString());
+    EXPECT_EQ(m_session->state.g_layer_name, "parcels");
+    EXPECT_EQ(m_session->state.g_layer_path, Folder("second"));
     EXPECT_EQ(m_session->state.g_layer_index, 1);
 }
 
@@ -301,7 +294,6 @@ TEST_F(FrmBackTest, previewCountsTheDegreesAsTheUserTypesAndSuggestsFromPercenti
     EXPECT_EQ(dialog.Txt_val_a->text(), QStringLiteral("3,75"));
     EXPECT_EQ(dialog.Txt_val_b->text(), QStringLiteral("12,5"));
     EXPECT_TRUE(m_ui.boxes.empty());
-    util::SetDecimalSeparator(std::nullopt);
 }
 
 // Parameters the run would refuse: the preview says why in one line, and Calculer still refuses.
@@ -333,7 +325,6 @@ TEST_F(FrmBackTest, previewSaysWhyInOneLineAndCalculerStillRefuses) {
         EXPECT_EQ(m_ui.boxes[0].text.rfind(Text(132) + ":", 0), 0u) << m_ui.boxes[0].text;
         m_ui.boxes.clear();
     }
-    util::SetDecimalSeparator(std::nullopt);
 }
 
 // The degrees stored are the run's tests'; here, that the dialog hands the run what it shows.
@@ -371,12 +362,7 @@ TEST_F(FrmBackTest, metadataShowsText153AndWritesNothing) {
     EXPECT_TRUE(m_ui.boxes.empty());
 }
 
-class StatsButtonTest : public FrmBackTest {
-protected:
-    void TearDown() override { util::SetDecimalSeparator(std::nullopt); }
-};
-
-TEST_F(StatsButtonTest, listsDistinctValuesInOrderAndShowsTheSummary) {
+TEST_F(FrmBackTest, statsListsDistinctValuesInOrderAndShowsTheSummary) {
     AddLayer(WritePolygons("data", "parcels", {{"V", {3, -2, 7.5, 3}}}));
     util::SetDecimalSeparator(',');
     Choose(Dialog(), "parcels", "V");
@@ -399,7 +385,7 @@ TEST_F(StatsButtonTest, listsDistinctValuesInOrderAndShowsTheSummary) {
     EXPECT_TRUE(m_ui.boxes.empty());
 }
 
-TEST_F(StatsButtonTest, fieldWithoutLayerEntryIsReportedAndNoWindowShown) {
+TEST_F(FrmBackTest, statsOfAFieldWithoutLayerEntryIsReportedWithItsStep) {
     const std::string path = WritePolygons("data", "parcels", {{"V", {1}}});
     m_session->context.chooseFile = [&](const std::string&, const Strings&) {
         return std::optional<std::string>(path);

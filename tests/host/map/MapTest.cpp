@@ -53,16 +53,5 @@ TEST(ApplicationTest, statusBarKeepsPaneTextsAndTellsItsListeners) {
     EXPECT_EQ(progress, (std::vector<double>{0.5, -1}));
 }
 
-// (New and opened documents, and focus changes, are the event tests'.)
-TEST(ApplicationTest, theActiveDocumentIsTheDocument) {
-    memory::MemoryApplication app;
-    const auto first = app.Documents().front();
-    const auto second = app.NewDocument();
-    EXPECT_EQ(app.Document(), second);
-    app.SetActiveDocument(first);
-    EXPECT_EQ(app.Document(), first);
-    EXPECT_EQ(app.Document()->FocusMap()->Name(), "Layers");
-}
-
 } // namespace
 } // namespace quorel::host::map

