@@ -4,13 +4,13 @@
 
 #include "apps/quorel/Args.h"
 #include "apps/quorel/CliTexts.h"
+#include "apps/quorel/ExportModule.h"
 #include "apps/quorel/SourceLayer.h"
 #include "apps/quorel/Subcommand.h"
 
 #include "criterion/Aggregation.h"
 #include "criterion/LayerRun.h"
 #include "criterion/Preview.h"
-#include "host/gdal/FeatureExport.h"
 #include "source/Application.h"
 #include "util/MessageUi.h"
 
@@ -157,8 +157,8 @@ int RunQuery(const std::vector<std::string>& arguments) {
                             {std::to_string(selected.size())})
               << "\n";
     if (const auto save = args.Value("save")) {
-        host::gdal::SaveFeaturesAsGeoPackage(read.source, args.Value("layer").value_or(""),
-                                             selected, *save);
+        ExportModule().saveFeaturesAsGeoPackage(read.source, args.Value("layer").value_or(""),
+                                                selected, *save);
     }
     return 0;
 }
