@@ -4,20 +4,18 @@
 
 #include "apps/quorel/Args.h"
 #include "apps/quorel/CliTexts.h"
+#include "apps/quorel/ExportModule.h"
 #include "apps/quorel/SourceLayer.h"
 #include "apps/quorel/Subcommand.h"
 
 #include "criterion/Aggregation.h"
 #include "criterion/LayerRun.h"
 #include "criterion/Preview.h"
-#include "host/gdal/FeatureExport.h"
 #include "source/Application.h"
 #include "util/MessageUi.h"
 
 #include <charconv>
-#include <cmath>
 #include <iostream>
-#include <unistd.h>
 
 namespace quorel::cli {
 namespace {
@@ -92,25 +90,13 @@ AggregationArguments ReadAggregation(const Args& args) {
     return read;
 }
 
-// Shows the calculator's progress on a terminal as a percentage on one line.
-void ShowProgress(double fraction) {
-    if (fraction < 0) {
-        std::cerr << "\r\033[K" << std::flush;
-        return;
-    }
-    std::cerr << "\r" << static_cast<int>(std::floor(fraction * 100)) << " %" << std::flush;
-}
-
 int RunAggregate(const std::vector<std::string>& arguments) {
     std::vector<OptionSpec> options = kAggregationOptions;
     options.push_back({"out", 'o', true});
     const Args args(arguments, options);
     const AggregationArguments read = ReadAggregation(args);
 
-    auto app = std::make_shared<source::Application>();
-    if (isatty(STDERR_FILENO)) {
-        app->Bar()->SetProgressListener(ShowProgress);
-    }
+    const auto app = CommandApplication();
     const auto layer = OpenCommandLayer(*app, read.source, args.Value("layer"));
     util::ConsoleMessageUi ui;
     const auto result = criterion::AggregateOnLayer(
@@ -171,8 +157,8 @@ int RunQuery(const std::vector<std::string>& arguments) {
                             {std::to_string(selected.size())})
               << "\n";
     if (const auto save = args.Value("save")) {
-        host::gdal::SaveFeaturesAsGeoPackage(read.source, args.Value("layer").value_or(""),
-                                             selected, *save);
+        ExportModule().saveFeaturesAsGeoPackage(read.source, args.Value("layer").value_or(""),
+                                                selected, *save);
     }
     return 0;
 }

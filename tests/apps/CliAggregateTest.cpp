@@ -127,6 +127,27 @@ TEST_F(CliAggregateTest, querySelectsWhatTheStoredAggregationHoldsAndSavesThoseF
         << meta.out;
 }
 
+// A program copied without its export module (nor an installed tree beside it) still selects,
+// then says it cannot save and fails, writing nothing.
+TEST_F(CliAggregateTest, querySaveWithoutTheExportModuleFailsClearly) {
+    const std::string shp = MakeCriteria("alone", 50);
+    const fs::path bin = m_scratch.File("alone") + "/bin";
+    fs::create_directories(bin);
+    fs::copy_file(QUOREL_CLI, bin / "quorel");
+    fs::copy_file(fs::path(QUOREL_CLI).parent_path() / "text.mdb", bin / "text.mdb");
+    const std::string gpkg = m_scratch.File("alone") + "/selected.gpkg";
+    const auto r =
+        test::RunProgram((bin / "quorel").string(),
+                         {"query", shp, "--fields", "FZY_SLOPE,FZY_POPULA", "--op", "or", "--alpha",
+                          "0", "--save", gpkg},
+                         {}, {{"XDG_CONFIG_HOME", m_scratch.File("config")}, {"LC_ALL", "C"}});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.err.find("cannot load the export module: "), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find((bin / "quorel-export.so").string()), std::string::npos) << r.err;
+    EXPECT_NE(r.out, ""); // the selection, printed before the save
+    EXPECT_FALSE(fs::exists(gpkg));
+}
+
 TEST_F(CliAggregateTest, aGeoPackageIsQueriedAsItsShapefileButNotYetAggregated) {
     const std::string shp = MakeCriteria("gpkg", 200);
     const std::string gpkg = m_scratch.File("gpkg") + "/p.gpkg";
