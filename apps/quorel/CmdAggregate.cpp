@@ -15,9 +15,7 @@
 #include "util/MessageUi.h"
 
 #include <charconv>
-#include <cmath>
 #include <iostream>
-#include <unistd.h>
 
 namespace quorel::cli {
 namespace {
@@ -92,25 +90,13 @@ AggregationArguments ReadAggregation(const Args& args) {
     return read;
 }
 
-// Shows the calculator's progress on a terminal as a percentage on one line.
-void ShowProgress(double fraction) {
-    if (fraction < 0) {
-        std::cerr << "\r\033[K" << std::flush;
-        return;
-    }
-    std::cerr << "\r" << static_cast<int>(std::floor(fraction * 100)) << " %" << std::flush;
-}
-
 int RunAggregate(const std::vector<std::string>& arguments) {
     std::vector<OptionSpec> options = kAggregationOptions;
     options.push_back({"out", 'o', true});
     const Args args(arguments, options);
     const AggregationArguments read = ReadAggregation(args);
 
-    auto app = std::make_shared<source::Application>();
-    if (isatty(STDERR_FILENO)) {
-        app->Bar()->SetProgressListener(ShowProgress);
-    }
+    const auto app = CommandApplication();
     const auto layer = OpenCommandLayer(*app, read.source, args.Value("layer"));
     util::ConsoleMessageUi ui;
     const auto result = criterion::AggregateOnLayer(

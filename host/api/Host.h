@@ -176,6 +176,26 @@ public:
     virtual void Progress(double fraction) = 0;
 };
 
+// Hides a status bar's progress however a long operation ends; a status bar that fails then must
+// not hide the operation's own outcome. A null status bar is allowed.
+class ProgressHiddenOnExit {
+public:
+    explicit ProgressHiddenOnExit(IStatusBar* statusBar) : m_statusBar(statusBar) {}
+    ~ProgressHiddenOnExit() {
+        if (m_statusBar) {
+            try {
+                m_statusBar->Progress(-1);
+            } catch (...) {
+            }
+        }
+    }
+    ProgressHiddenOnExit(const ProgressHiddenOnExit&) = delete;
+    ProgressHiddenOnExit& operator=(const ProgressHiddenOnExit&) = delete;
+
+private:
+    IStatusBar* m_statusBar;
+};
+
 class IExtension {
 public:
     virtual ~IExtension() = default;
