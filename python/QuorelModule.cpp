@@ -642,10 +642,10 @@ anything changed, Error on a reported failure (the command line's messages).)");
           R"(Combines degree fields into a new field in place, as "quorel aggregate" does.
 
 Adds a double field to the layer's table and fills it with each feature's combination of the
-fields' degrees, then records the aggregation (in NAME.fzy.json beside a shapefile; a database's
-layers are refused for now). Written as safely as run writes.
+fields' degrees, then records the aggregation (in NAME.fzy.json beside a shapefile, in a
+database beside its criterion records). Written as safely as run writes.
 
-source:   a shapefile (.shp), a str or an os.PathLike.
+source:   a shapefile (.shp), a GeoPackage (.gpkg) or a PG: connection, a str or an os.PathLike.
 fields:   two or more numeric fields, every value in [0, 1] (Null is allowed), in order.
 op:       "and" (minimum), "or" (maximum), "product", "sum" (1 - the product of the 1 - degrees),
           "gamma" (sum ** gamma * product ** (1 - gamma)), "mean" (weighted) or "owa" (the

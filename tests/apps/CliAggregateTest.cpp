@@ -148,7 +148,7 @@ TEST_F(CliAggregateTest, querySaveWithoutTheExportModuleFailsClearly) {
     EXPECT_FALSE(fs::exists(gpkg));
 }
 
-TEST_F(CliAggregateTest, aGeoPackageIsQueriedAsItsShapefileButNotYetAggregated) {
+TEST_F(CliAggregateTest, aGeoPackageIsQueriedAsItsShapefileAndItsAggregationRecordedInIt) {
     const std::string shp = MakeCriteria("gpkg", 200);
     const std::string gpkg = m_scratch.File("gpkg") + "/p.gpkg";
     const auto made = test::RunProgram("/usr/bin/ogr2ogr", {"-f", "GPKG", gpkg, shp});
@@ -180,8 +180,17 @@ TEST_F(CliAggregateTest, aGeoPackageIsQueriedAsItsShapefileButNotYetAggregated) 
 
     const auto aggregated =
         Quorel({"aggregate", gpkg, "--fields", "FZY_SLOPE,FZY_POPULA", "--op", "and"});
-    EXPECT_EQ(aggregated.status, 2);
-    EXPECT_NE(aggregated.err.find("only a shapefile layer"), std::string::npos) << aggregated.err;
+    ASSERT_EQ(aggregated.status, 0) << aggregated.err;
+    EXPECT_EQ(testing::Query(gpkg, "SELECT m.md_scope, r.column_name FROM gpkg_metadata m JOIN "
+                                   "gpkg_metadata_reference r ON r.md_file_id = m.id WHERE "
+                                   "m.metadata LIKE '{\"inputs\":[\"FZY_SLOPE\",\"FZY_POPULA\"],"
+                                   "\"operator\":\"and\",%'"),
+              (std::vector<std::vector<std::string>>{{"attributeType", "FZY_AGG"}}));
+    const auto meta = Quorel({"meta", gpkg, "FZY_AGG"});
+    EXPECT_EQ(meta.status, 0) << meta.err;
+    EXPECT_EQ(meta.out.rfind("Results FZY_AGG: aggregation and of FZY_SLOPE, FZY_POPULA, on ", 0),
+              0u)
+        << meta.out;
 }
 
 struct RefusalCase {
@@ -262,8 +271,8 @@ TEST_F(CliAggregateTest, anAggregationKilledAtAnyMomentLeavesTheOldTableOrTheNew
     const std::string original = MakeCriteria("original", 100000);
     // A record of a field the table lacks: each run replaces the records' file to drop it, so
     // that the kills find that replacement under way too.
-    fzy::AggregationRecord gone{"GONE",       {"A", "B"}, "and",
-                                std::nullopt, {},         "2026-01-01T00:00:00+00:00"};
+    fzy::AggregationRecord gone{
+        "GONE", {"A", "B"}, "and", std::nullopt, {}, "2026-01-01T00:00:00+00:00", ""};
     std::ofstream(m_scratch.File("original") + "/p.fzy.json")
         << fzy::AggregationRecordsToJson({gone});
     const std::vector<std::string> kExtensions = {".shp", ".shx", ".dbf",     ".cpg",

@@ -6,6 +6,7 @@
 #include "criterion/Preview.h"
 #include "dialog/Pictures.h"
 #include "dialog/PreviewView.h"
+#include "fzy/AggregationRecords.h"
 #include "host/shapefile/Application.h"
 #include "tests/host/gpkg/TestGeoPackages.h"
 #include "util/StringFunctions.h"
@@ -44,6 +45,18 @@ protected:
     static void Choose(frm_back& d, const char* layer, const char* field) {
         ClickItem(*d.Lst_shapes, QString::fromUtf8(layer));
         ClickItem(*d.Lst_fields, QString::fromUtf8(field));
+    }
+    // What the metadata window shows of an aggregation of A and B by and.
+    std::string AndOfAB(const std::string& field) const {
+        std::string shown = Text(330);
+        const Strings arguments = {field, "and", "A, B", "2026-11-24T15:00:00+01:00"};
+        for (std::size_t i = arguments.size(); i-- > 0;) {
+            shown.replace(shown.find("%" + std::to_string(i + 1)), 2, arguments[i]);
+        }
+        return shown;
+    }
+    static fzy::AggregationRecord AndRecord(const std::string& field) {
+        return {field, {"A", "B"}, "and", std::nullopt, {}, "2026-11-24T15:00:00+01:00", "10.3.2"};
     }
     // The metadata window's text (and title) on clicking sum_table.
     static std::string Metadata(frm_back& d, std::string* title = nullptr) {
@@ -151,10 +164,10 @@ TEST_F(FrmBackTest, addingShapefileListsItAndItsFieldsAndAddsItToTheMapAndCancel
     EXPECT_TRUE(m_ui.boxes.empty());
 }
 
-TEST_F(FrmBackTest, aGeoPackageAsksForItsTableAndShowsItsRecordInTheMetadata) {
+TEST_F(FrmBackTest, aGeoPackageAsksForItsTableAndShowsItsRecordsInTheMetadata) {
     const std::string path = Folder("disk") + "/two.gpkg";
-    testing::MakeGeoPackage(path,
-                            {{"roads", {"WIDTH"}, {{3.0}}}, {"zones", {"SLOPE"}, {{1.0}, {5.0}}}});
+    testing::MakeGeoPackage(path, {{"roads", {"WIDTH"}, {{3.0}}},
+                                   {"zones", {"SLOPE", "MIX"}, {{1.0, 0.5}, {5.0, 0.25}}}});
     m_session->context.chooseFile = [&](const std::string&, const Strings&) {
         return std::optional<std::string>(path);
     };
@@ -167,13 +180,16 @@ TEST_F(FrmBackTest, aGeoPackageAsksForItsTableAndShowsItsRecordInTheMetadata) {
     Click(*dialog.cmd_open_shape);
     EXPECT_EQ(offered, (Strings{"roads", "zones"}));
     EXPECT_EQ(Items(*dialog.Lst_shapes), (Strings{"zones"}));
-    EXPECT_EQ(Items(*dialog.Lst_fields), (Strings{"SLOPE"}));
+    EXPECT_EQ(Items(*dialog.Lst_fields), (Strings{"SLOPE", "MIX"}));
     const auto layer =
         std::dynamic_pointer_cast<host::IFeatureLayer>(m_app->Document()->FocusMap()->Layer(0));
     ASSERT_TRUE(layer);
-    dynamic_cast<host::ICriterionRecords&>(*layer->FeatureClass())
-        .WriteRecord({"zones", "SLOPE", "SLOPE", 3, 0, 10, 1e14, 1e15, "2026-11-24T15:00:00+01:00",
-                      "10.3.2"});
+    auto& records = dynamic_cast<host::ICriterionRecords&>(*layer->FeatureClass());
+    records.WriteRecord(
+        {"zones", "SLOPE", "SLOPE", 3, 0, 10, 1e14, 1e15, "2026-11-24T15:00:00+01:00", "10.3.2"});
+    records.WriteAggregationRecord(AndRecord("MIX"));
+    Choose(dialog, "zones", "MIX");
+    EXPECT_EQ(Metadata(dialog), AndOfAB("MIX"));
     Choose(dialog, "zones", "SLOPE");
     const std::string shown = Metadata(dialog);
     EXPECT_EQ(shown.rfind(Text(147) + " SLOPE(", 0), 0u) << shown;
@@ -349,8 +365,9 @@ TEST_F(FrmBackTest, calculerAddsTheFieldAndMetadataShowsItsEntry) {
         << shown;
 }
 
-TEST_F(FrmBackTest, metadataShowsText153AndWritesNothing) {
-    AddLayer(WritePolygons("data", "parcels", {{"SLOPE", {1}}}));
+TEST_F(FrmBackTest, metadataShowsText153OrTheAggregationAndWritesNothing) {
+    AddLayer(WritePolygons("data", "parcels", {{"SLOPE", {1}}, {"MIX", {0.5}}}));
+    fzy::AggregationSidecar(Folder("data"), "parcels").Append(AndRecord("MIX"));
     frm_back& dialog = Dialog();
     const bool rootFileBefore = std::filesystem::exists("/.fzy");
     // No layer chosen yet: there is no metadata file to look into.
@@ -358,6 +375,8 @@ TEST_F(FrmBackTest, metadataShowsText153AndWritesNothing) {
     EXPECT_EQ(std::filesystem::exists("/.fzy"), rootFileBefore);
     Choose(dialog, "parcels", "SLOPE");
     EXPECT_EQ(Metadata(dialog), Text(153));
+    Choose(dialog, "parcels", "MIX");
+    EXPECT_EQ(Metadata(dialog), AndOfAB("MIX"));
     EXPECT_FALSE(std::filesystem::exists(Folder("data") + "/parcels.fzy"));
     EXPECT_TRUE(m_ui.boxes.empty());
 }
