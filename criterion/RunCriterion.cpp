@@ -414,6 +414,8 @@ void CriterionRun::RecordCriterion(const HostObjects& host, const RunParameters&
         record.d = p.d;
         record.created = util::IsoDateTime(std::time(nullptr));
         record.version = errors::ComponentVersionText();
+        record.description = fzy::FormatNumberDescription(m_texts, m_fzy.DecimalMark(), record,
+                                                          m_state.g_layer_path);
         m_records->WriteRecord(record);
     } else {
         m_fzy.fzy_io_writenumber(host.outputName, host.outputName,

@@ -83,6 +83,9 @@ public:
     const std::optional<std::string>& InfoText() const { return m_infoText; }
     void SetInfoText(const std::string& text) { m_infoText = text; }
 
+    // The decimal mark of the numbers in its descriptions.
+    char DecimalMark() const;
+
 private:
     class OpenFile;
 
@@ -90,7 +93,6 @@ private:
     std::int16_t FreeFile() const;
     void ShowLocalError(const std::exception& error, const char* label, int step) noexcept;
     std::string Text(std::int16_t id) const { return m_texts.ResourceString(id); }
-    char DecimalMark() const;
     std::string NumberDescription(const NumberEntry& entry) const;
     std::string RecordDescription(const RecordEntry& entry) const;
 

@@ -291,6 +291,9 @@ struct CriterionRecord {
     double d = 0;
     std::string created; // ISO 8601 with the offset from UTC: 2026-11-24T14:05:00+01:00
     std::string version; // the program's, "10.3.2"
+    // The record as the metadata window shows it, in the run's language; a source may keep it
+    // for people beside the record (a PostGIS column's comment). Not read back.
+    std::string description = {};
 };
 
 // One aggregation: the field a run added by combining others, its inputs in the operator's order,

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <map>
 #include <mutex>
+#include <regex>
 
 namespace quorel::host::postgis {
 namespace {
@@ -31,6 +32,11 @@ std::string ConnectionInfo(const std::string& source) {
         info = info.substr(1, info.size() - 2);
     }
     return info;
+}
+
+std::string WithoutPassword(const std::string& source) {
+    static const std::regex password(R"(\s*\bpassword\s*=\s*('([^'\\]|\\.)*'|[^\s"]+))");
+    return std::regex_replace(source, password, "");
 }
 
 Result::Result(Result&& other) noexcept : m_result(other.m_result) {

@@ -19,6 +19,8 @@ namespace quorel::host::postgis {
 bool IsPostgresSource(const std::string& source);
 // The libpq connection string inside it.
 std::string ConnectionInfo(const std::string& source);
+// The source as it may be shown to others: without its password.
+std::string WithoutPassword(const std::string& source);
 
 class Result {
 public:

@@ -43,8 +43,8 @@ TEST(PostgisCliTest, runFillsTheFieldOnTheServerAndRecordsTheCriterion) {
     EXPECT_NE(unnamed.err.find(table), std::string::npos) << unnamed.err;
     EXPECT_NE(unnamed.err.find("roads"), std::string::npos) << unnamed.err;
 
-    const auto run = Quorel({"run", source, "--layer", table, "--field", "SLOPE", "--kind", "5",
-                             "-a", "2", "-b", "5,5", "-c", "15", "-d", "25"});
+    const auto run = Quorel({"--lang", "fr", "run", source, "--layer", table, "--field", "SLOPE",
+                             "--kind", "5", "-a", "2", "-b", "5,5", "-c", "15", "-d", "25"});
     ASSERT_EQ(run.status, 0) << run.err;
     EXPECT_NE(run.out.find("FZY_SLOPE"), std::string::npos) << run.out;
     const auto degrees = testing::PostgisColumn(source, table, "FZY_SLOPE");
@@ -59,9 +59,31 @@ TEST(PostgisCliTest, runFillsTheFieldOnTheServerAndRecordsTheCriterion) {
     EXPECT_EQ(Count(source, "SELECT count(*) FROM quorel_criteria WHERE \"column\" = "
                             "'FZY_SLOPE' AND kind = 5 AND b = 5.5"),
               "1");
-    const auto meta = Quorel({"--lang", "en", "meta", source, "--layer", table, "FZY_SLOPE"});
+    const auto meta = Quorel({"--lang", "fr", "meta", source, "--layer", table, "FZY_SLOPE"});
     EXPECT_EQ(meta.status, 0) << meta.err;
     EXPECT_NE(meta.out.find("5.5"), std::string::npos) << meta.out;
+    // The column's comment is the record as meta shows it, in the run's language (up to its
+    // time, which the record keeps in UTC).
+    const std::string comments = "SELECT string_agg(col_description(attrelid, attnum), ' | ') "
+                                 "FROM pg_attribute WHERE attname LIKE 'FZY%'";
+    const std::string comment = Count(source, comments);
+    const auto untimed = [](const std::string& text) { return text.substr(0, text.rfind(' ')); };
+    EXPECT_EQ(untimed(comment), untimed(meta.out)) << comment;
+
+    // Run by a user who gives a password, the comment names the source without it.
+    const std::string database = PostgresCluster::DatabaseOf(source);
+    const std::string user = PostgresCluster::kPasswordUser;
+    Connection(source).Run("ALTER TABLE " + Connection(source).QuoteIdentifier(table) +
+                           " OWNER TO " + user + "; GRANT ALL ON quorel_criteria TO " + user +
+                           "; GRANT CREATE ON SCHEMA public TO " + user);
+    const auto byPassword =
+        Quorel({"--lang", "en", "run", PostgresCluster::Instance().Source(database, user, "right"),
+                "--layer", table, "--field", "SLOPE", "--kind", "3", "-a", "2", "-b", "5", "--out",
+                "FZY_2"});
+    ASSERT_EQ(byPassword.status, 0) << byPassword.err;
+    EXPECT_EQ(Count(source, comments).find("right"), std::string::npos) << Count(source, comments);
+    EXPECT_NE(Count(source, comments).find("Results FZY_2"), std::string::npos)
+        << Count(source, comments);
 
     const auto stats = Quorel({"stats", source, "--layer", table, "SLOPE"});
     EXPECT_EQ(stats.status, 0) << stats.err;

@@ -151,6 +151,105 @@ TEST_F(PostgisHostTest, namesHoldingQuotesSemicolonsAndDashesAreOnlyNames) {
         std::string::npos);
 }
 
+// A table as ogr2ogr loads a shapefile's: numeric fields beside the geometry and its index.
+class PostgisNumericSourceTest : public PostgisHostTest,
+                                 public ::testing::WithParamInterface<DegreeCase> {
+protected:
+    static void SetUpTestSuite() {
+        auto& cluster = PostgresCluster::Instance();
+        s_source = cluster.Source(cluster.NewDatabase());
+    }
+    static std::string s_source;
+};
+std::string PostgisNumericSourceTest::s_source;
+
+TEST_P(PostgisNumericSourceTest, givesTheScriptsDegreesInANewPlainLastColumn) {
+    const DegreeCase c = test::Completed(GetParam());
+    const std::string table = "parcels " + std::to_string(c.kind) + " " +
+                              util::FormatRoundTrip(c.a) + " " + util::FormatRoundTrip(c.c);
+    const std::string field = "sl\"o pe";
+    testing::MakePostgisTable(table, {field, "other"}, {}, s_source);
+    Connection connection(s_source);
+    const std::string name = connection.QuoteIdentifier(table);
+    const std::string source = connection.QuoteIdentifier(field);
+    connection.Run("ALTER TABLE " + name + " ALTER COLUMN " + source + " TYPE numeric, ALTER " +
+                   "COLUMN other TYPE numeric(7, 2); CREATE INDEX ON " + name +
+                   " USING gist (geom)");
+    std::vector<double> values{NAN};
+    for (const double v : test::DegreeValues(c)) {
+        values.push_back(v);
+    }
+    for (const double v : values) {
+        connection.Exec("INSERT INTO " + name + " (geom, " + source + ", other) VALUES (" +
+                            "ST_MakeEnvelope(0, 0, 1, 1, 4326), $1::numeric, 1.5)",
+                        {std::isnan(v)   ? std::string("NaN")
+                         : std::isinf(v) ? std::string(v > 0 ? "Infinity" : "-Infinity")
+                                         : util::FormatRoundTrip(v)});
+    }
+    connection.Run("INSERT INTO " + name + " (geom) VALUES (ST_MakeEnvelope(0, 0, 1, 1, 4326))");
+
+    const auto parcels = Open(s_source, table);
+    auto lock = m_app.LockLayerForWriting(s_source, table);
+    AddDouble(*parcels, "FZY");
+    if (c.fails) {
+        EXPECT_EQ(Thrown([&] { Fill(parcels, field, "FZY", c.kind, c.a, c.b, c.c, c.d); }).Number(),
+                  c.kind == 2 && c.a < -1e300 ? error_number::kOverflow
+                                              : error_number::kDivisionByZero);
+        return;
+    }
+    Fill(parcels, field, "FZY", c.kind, c.a, c.b, c.c, c.d);
+    lock->Commit();
+
+    const Result rows = connection.Exec("SELECT CAST(" + source +
+                                        " AS double precision), \"FZY\" "
+                                        "FROM " +
+                                        name + " ORDER BY fid");
+    ASSERT_EQ(rows.Rows(), static_cast<int>(values.size()) + 1);
+    for (int i = 0; i < rows.Rows(); ++i) {
+        const auto value = rows.Optional(i, 0);
+        const auto degree = rows.Optional(i, 1);
+        SCOPED_TRACE(value.value_or("Null"));
+        const auto expected = test::ScriptDegree(
+            c, value ? std::optional<double>(std::strtod(value->c_str(), nullptr)) : std::nullopt);
+        ASSERT_EQ(degree.has_value(), expected.has_value());
+        if (expected) {
+            const double got = std::strtod(degree->c_str(), nullptr);
+            EXPECT_TRUE(test::SameBits(got, *expected)) << got << " " << *expected;
+        }
+    }
+    // The degrees are a plain column, last, and nothing else shows.
+    EXPECT_EQ(
+        connection
+            .Exec("SELECT string_agg(attname || ':' || attgenerated::text, ',' ORDER BY attnum) "
+                  "FROM pg_attribute WHERE attrelid = $1::regclass AND attnum > 0 AND NOT "
+                  "attisdropped",
+                  {name})
+            .Text(0, 0),
+        "fid:,geom:," + field + ":,other:,FZY:");
+}
+
+INSTANTIATE_TEST_SUITE_P(Kinds, PostgisNumericSourceTest, ::testing::ValuesIn(test::DegreeCases()));
+
+TEST_F(PostgisHostTest, aNumericSourceInAnExpressionNoGeneratedColumnTakesIsFilledAllTheSame) {
+    const std::string source = testing::MakePostgisTable("parcels", {"slope"}, kSlopes);
+    Connection(source).Run("ALTER TABLE parcels ALTER COLUMN slope TYPE numeric");
+    const auto parcels = Open(source, "parcels");
+    AddDouble(*parcels, "out");
+    const auto calculator = m_app.NewCalculator();
+    calculator->SetCursor(parcels->Search(true));
+    calculator->SetField("out");
+    // Not immutable: a generated column refuses it.
+    dynamic_cast<ISqlCalculator&>(*calculator)
+        .SetSqlExpression("CAST(\"slope\" AS double precision) + "
+                          "CAST(extract(year FROM now()) * 0 AS double precision)");
+    calculator->Calculate();
+    const auto out = testing::PostgisColumn(source, "parcels", "out");
+    ASSERT_EQ(out.size(), kSlopes.size());
+    for (std::size_t i = 0; i < kSlopes.size(); ++i) {
+        EXPECT_EQ(out[i], kSlopes[i][0]);
+    }
+}
+
 TEST_F(PostgisHostTest, aColumnAViewUsesIsFilledByUpdateAndAnIntegerOneToo) {
     const std::string source = testing::MakePostgisTable("parcels", {"slope"}, kSlopes);
     Connection connection(source);
