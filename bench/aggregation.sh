@@ -6,6 +6,7 @@
 #     and with owa (the longest script: the degrees sorted feature by feature).
 # Usage: bench/aggregation.sh [BUILD_DIR (build/dev)] [WORK_DIR] [COUNT]
 set -euo pipefail
+. "$(dirname "$(realpath "$0")")/lib.sh"
 export LC_ALL=C # "." in the timings
 build=${1:-build/dev}
 work=${2:-${TMPDIR:-/tmp}/quorel-bench-aggregation}
@@ -31,42 +32,18 @@ if [ ! -f big.shp ] || [ "$(cat big.count 2>/dev/null)" != "$count" ]; then
     echo "$count" > big.count
 fi
 
-elapsed() {
-    local start end
-    start=$EPOCHREALTIME
-    "$@" >/dev/null 2>run.err || {
-        echo "failed: $*" >&2
-        cat run.err >&2
-        exit 1
-    }
-    end=$EPOCHREALTIME
-    awk "BEGIN{printf \"%.3f\", $end - $start}"
-}
-best_of_5() { # the smallest elapsed time of five runs of "prepare; command"
-    local prepare=$1
-    shift
-    local best=""
-    for _ in 1 2 3 4 5; do
-        $prepare
-        local t
-        t=$(elapsed "$@")
-        if [ -z "$best" ] || awk "BEGIN{exit !($t < $best)}"; then best=$t; fi
-    done
-    echo "$best"
-}
 
 # Each timed command starts on a quiet disk, its table at rest (see criterion-run.sh).
 drop_copy() { rm -f copy.dbf; sync; }
 sync_copy() { cp --reflink=never big.dbf.orig copy.dbf && sync copy.dbf; }
 restore_big() { cp --reflink=never big.dbf.orig big.dbf; rm -f big.fzy.json; sync; }
 
-t_cp_sync=$(best_of_5 drop_copy sync_copy)
-t_gamma=$(best_of_5 restore_big "$q" aggregate big.shp --fields "$fields" --op gamma --gamma 0.5)
-t_owa=$(best_of_5 restore_big "$q" aggregate big.shp --fields "$fields" --op owa \
+t_cp_sync=$(best_of 5 drop_copy sync_copy)
+t_gamma=$(best_of 5 restore_big "$q" aggregate big.shp --fields "$fields" --op gamma --gamma 0.5)
+t_owa=$(best_of 5 restore_big "$q" aggregate big.shp --fields "$fields" --op owa \
     --weights 5,4,3,2,1)
 
 dbf_mb=$(awk "BEGIN{printf \"%.0f\", $(stat -c %s big.dbf.orig) / 1048576}")
-ratio() { awk "BEGIN{printf \"%.2f\", $1 / $2}"; }
 echo
 echo "== $count polygons, 5 criterion fields, .dbf of $dbf_mb MB (best of 5 runs each)"
 printf '%-46s %8s s\n' "cp of the .dbf + fsync (durable floor)" "$t_cp_sync"

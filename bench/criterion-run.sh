@@ -7,6 +7,7 @@
 # and compares quorel run's peak memory at 100,000 and at the full count.
 # Usage: bench/criterion-run.sh [BUILD_DIR (build/dev)] [WORK_DIR] [COUNT]
 set -euo pipefail
+. "$(dirname "$(realpath "$0")")/lib.sh"
 export LC_ALL=C # "." in the timings
 build=${1:-build/dev}
 work=${2:-${TMPDIR:-/tmp}/quorel-bench}
@@ -30,51 +31,6 @@ restore() { # name: the table and metadata as generated
     cp --reflink=never "$1.dbf.orig" "$1.dbf"
     rm -f "$1.fzy"
 }
-# Elapsed seconds of a command, to the millisecond (the copy takes a few hundredths), timed
-# around the command itself so that no wrapper's start is counted.
-elapsed() {
-    local start end
-    start=$EPOCHREALTIME
-    "$@" >/dev/null 2>run.err || {
-        echo "failed: $*" >&2
-        cat run.err >&2
-        exit 1
-    }
-    end=$EPOCHREALTIME
-    awk "BEGIN{printf \"%.3f\", $end - $start}"
-}
-# Peak resident kilobytes of a command, the most of three runs of "prepare; command": how
-# many worker threads take a share of a small table, and so how many buffers are touched,
-# varies from run to run.
-peak_kb() {
-    local prepare=$1
-    shift
-    local most=0
-    for _ in 1 2 3; do
-        $prepare
-        /usr/bin/time -f "%M" -o time.out "$@" >/dev/null 2>run.err || {
-            echo "failed: $*" >&2
-            cat run.err >&2
-            exit 1
-        }
-        local kb
-        kb=$(cat time.out)
-        if [ "$kb" -gt "$most" ]; then most=$kb; fi
-    done
-    echo "$most"
-}
-best_of_5() { # prints the smallest elapsed time of five runs of "prepare; command"
-    local prepare=$1
-    shift
-    local best=""
-    for _ in 1 2 3 4 5; do
-        $prepare
-        local t
-        t=$(elapsed "$@")
-        if [ -z "$best" ] || awk "BEGIN{exit !($t < $best)}"; then best=$t; fi
-    done
-    echo "$best"
-}
 
 make_data big "$count"
 make_data small "$small"
@@ -95,19 +51,18 @@ drop_ogr() { rm -rf ogr_out; restore big; sync; }
 sync_copy() { cp --reflink=never big.dbf.orig copy.dbf && sync copy.dbf; }
 
 run_big=("$q" run big.shp --field SLOPE --kind 5 -a 2 -b 5 -c 15 -d 25)
-t_cp=$(best_of_5 drop_copy cp --reflink=never big.dbf.orig copy.dbf)
-t_cp_sync=$(best_of_5 drop_copy sync_copy)
-t_start=$(best_of_5 nothing "$q" --version)
-t_quorel=$(best_of_5 restore_big "${run_big[@]}")
-t_quorel_busy=$(best_of_5 restore_big_busy "${run_big[@]}")
-t_ogr=$(best_of_5 drop_ogr ogr2ogr -f "ESRI Shapefile" ogr_out big.shp -dialect SQLite -sql "$case_sql")
+t_cp=$(best_of 5 drop_copy cp --reflink=never big.dbf.orig copy.dbf)
+t_cp_sync=$(best_of 5 drop_copy sync_copy)
+t_start=$(best_of 5 nothing "$q" --version)
+t_quorel=$(best_of 5 restore_big "${run_big[@]}")
+t_quorel_busy=$(best_of 5 restore_big_busy "${run_big[@]}")
+t_ogr=$(best_of 5 drop_ogr ogr2ogr -f "ESRI Shapefile" ogr_out big.shp -dialect SQLite -sql "$case_sql")
 
 restore_small() { restore small; }
 m_small=$(peak_kb restore_small "$q" run small.shp --field SLOPE --kind 5 -a 2 -b 5 -c 15 -d 25)
 m_big=$(peak_kb restore_big "${run_big[@]}")
 
 dbf_mb=$(awk "BEGIN{printf \"%.0f\", $(stat -c %s big.dbf.orig) / 1048576}")
-ratio() { awk "BEGIN{printf \"%.2f\", $1 / $2}"; }
 echo
 echo "== $count polygons, .dbf of $dbf_mb MB (best of 5 runs each, warm cache)"
 printf '%-46s %8s s\n' "cp of the .dbf (floor)" "$t_cp"

@@ -10,6 +10,7 @@
 # and compares quorel run's peak memory at 100,000 and at the full count.
 # Usage: bench/gpkg-run.sh [BUILD_DIR (build/dev)] [WORK_DIR] [COUNT]
 set -euo pipefail
+. "$(dirname "$(realpath "$0")")/lib.sh"
 export LC_ALL=C # "." in the timings
 build=${1:-build/dev}
 work=${2:-${TMPDIR:-/tmp}/quorel-gpkg-bench}
@@ -36,46 +37,6 @@ restore() { # name
     cp --reflink=never "$1.orig.gpkg" "$1.gpkg"
     sync
 }
-elapsed() {
-    local start end
-    start=$EPOCHREALTIME
-    "$@" >/dev/null 2>run.err || {
-        echo "failed: $*" >&2
-        cat run.err >&2
-        exit 1
-    }
-    end=$EPOCHREALTIME
-    awk "BEGIN{printf \"%.3f\", $end - $start}"
-}
-best_of() { # count prepare command...: the smallest elapsed time
-    local runs=$1 prepare=$2
-    shift 2
-    local best=""
-    for _ in $(seq "$runs"); do
-        $prepare
-        local t
-        t=$(elapsed "$@")
-        if [ -z "$best" ] || awk "BEGIN{exit !($t < $best)}"; then best=$t; fi
-    done
-    echo "$best"
-}
-peak_kb() { # prepare command...: the most of three runs
-    local prepare=$1
-    shift
-    local most=0
-    for _ in 1 2 3; do
-        $prepare
-        /usr/bin/time -f "%M" -o time.out "$@" >/dev/null 2>run.err || {
-            echo "failed: $*" >&2
-            cat run.err >&2
-            exit 1
-        }
-        local kb
-        kb=$(cat time.out)
-        if [ "$kb" -gt "$most" ]; then most=$kb; fi
-    done
-    echo "$most"
-}
 
 make_data big "$count"
 make_data small "$small"
@@ -100,7 +61,6 @@ m_small=$(peak_kb restore_small "$q" run small.gpkg --field SLOPE --kind 5 -a 2 
 m_big=$(peak_kb restore_big "${run_big[@]}")
 
 mb=$(awk "BEGIN{printf \"%.0f\", $(stat -c %s big.orig.gpkg) / 1048576}")
-ratio() { awk "BEGIN{printf \"%.2f\", $1 / $2}"; }
 echo
 echo "== $count polygons, a GeoPackage of $mb MB (best of 3 runs each, ogr2ogr once)"
 printf '%-50s %8s s\n' "ogrinfo -sql ALTER TABLE + UPDATE (floor)" "$t_ogrinfo"

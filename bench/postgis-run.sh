@@ -11,6 +11,7 @@
 # The cluster runs as nobody when run as root.
 # Usage: bench/postgis-run.sh [BUILD_DIR (build/dev)] [WORK_DIR] [COUNT] [ROUNDS]
 set -euo pipefail
+. "$(dirname "$(realpath "$0")")/lib.sh"
 export LC_ALL=C
 build=${1:-build/dev}
 work=${2:-${TMPDIR:-/tmp}/quorel-bench-postgis}
@@ -64,20 +65,6 @@ copy() { # name [rows]
         -c "CREATE TABLE \"$1\" (LIKE parcels INCLUDING ALL)" \
         -c "INSERT INTO \"$1\" SELECT * FROM parcels ORDER BY fid LIMIT ${2:-ALL}" \
         -c "VACUUM ANALYZE \"$1\"" -c "CHECKPOINT"
-}
-elapsed() {
-    local start end
-    start=$EPOCHREALTIME
-    "$@" >/dev/null 2>run.err || {
-        echo "failed: $*" >&2
-        cat run.err >&2
-        exit 1
-    }
-    end=$EPOCHREALTIME
-    awk "BEGIN{printf \"%.3f\", $end - $start}"
-}
-least() { # best so far, new time
-    if [ -z "$1" ] || awk "BEGIN{exit !($2 < $1)}"; then echo "$2"; else echo "$1"; fi
 }
 # quorel run's peak resident memory in KB, read by time(1) into peak.kb.
 quorel_run() { # table

@@ -5,6 +5,7 @@
 # start-up measured apart as qgis_process showing the algorithm's help.
 # Usage: bench/qgis-criterion.sh [BUILD_DIR (build/dev)] [WORK_DIR] [COUNT]
 set -euo pipefail
+. "$(dirname "$(realpath "$0")")/lib.sh"
 export LC_ALL=C # "." in the timings
 build=$(realpath "${1:-build/dev}")
 work=${2:-${TMPDIR:-/tmp}/quorel-qgis-bench}
@@ -27,27 +28,10 @@ if [ ! -f big.shp ] || [ "$(cat big.count 2>/dev/null)" != "$count" ]; then
 fi
 restore() { cp --reflink=never big.dbf.orig big.dbf && rm -f big.fzy && sync; }
 nothing() { :; }
-elapsed() {
-    local start end
-    start=$EPOCHREALTIME
-    "$@" >/dev/null 2>run.err || { echo "failed: $*" >&2; cat run.err >&2; exit 1; }
-    end=$EPOCHREALTIME
-    awk "BEGIN{printf \"%.3f\", $end - $start}"
-}
-best_of_5() { # prepare command...: the smallest elapsed time of five runs
-    local prepare=$1 best="" t
-    shift
-    for _ in 1 2 3 4 5; do
-        $prepare
-        t=$(elapsed "$@")
-        if [ -z "$best" ] || awk "BEGIN{exit !($t < $best)}"; then best=$t; fi
-    done
-    echo "$best"
-}
 
-t_quorel=$(best_of_5 restore "$q" run big.shp --field SLOPE --kind 5 -a 2 -b 5 -c 15 -d 25)
-t_start=$(best_of_5 nothing "$qgis" help quorel:criterion)
-t_qgis=$(best_of_5 restore "$qgis" run quorel:criterion -- INPUT="$work/big.shp" FIELD=SLOPE \
+t_quorel=$(best_of 5 restore "$q" run big.shp --field SLOPE --kind 5 -a 2 -b 5 -c 15 -d 25)
+t_start=$(best_of 5 nothing "$qgis" help quorel:criterion)
+t_qgis=$(best_of 5 restore "$qgis" run quorel:criterion -- INPUT="$work/big.shp" FIELD=SLOPE \
     SHAPE=4 A=2 B=5 C=15 D=25)
 
 echo

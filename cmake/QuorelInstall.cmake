@@ -1,11 +1,11 @@
 # `cmake --install BUILD --prefix P`: P/bin/quorel and P/bin/quorel-host; the components
-# Quorel.so and Pravel.so with their text.mdb in P/lib/quorel; the manual page in P/share/man/man1. Our own
+# Quorel.so and Pravel.so with their text.mdb, and quorel's export module, in P/lib/quorel; the manual page in P/share/man/man1. Our own
 # libraries are static, so the installed programs need no run path of ours.
 install(TARGETS quorel RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 if(TARGET quorel-host)
     install(TARGETS quorel-host RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 endif()
-install(TARGETS Quorel Pravel LIBRARY DESTINATION ${QUOREL_INSTALL_COMPONENTDIR})
+install(TARGETS Quorel Pravel quorel-export LIBRARY DESTINATION ${QUOREL_INSTALL_COMPONENTDIR})
 install(FILES ${PROJECT_BINARY_DIR}/component/text.mdb DESTINATION ${QUOREL_INSTALL_COMPONENTDIR})
 install(FILES ${PROJECT_SOURCE_DIR}/docs/quorel.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 # The Python module where the system Python finds it (P/lib/python3/dist-packages), with its type

@@ -1,7 +1,9 @@
 #include "criterion/Aggregation.h"
 
 #include "criterion/Preview.h"
+#include "criterion/Script.h"
 #include "host/api/Host.h"
+#include "host/api/Selection.h"
 #include "util/Error.h"
 #include "util/TextSource.h"
 
@@ -25,33 +27,12 @@ std::string Literal(double value) {
     return std::string(buffer.data(), result.ptr);
 }
 
-std::string JoinLines(const std::vector<std::string>& lines) {
-    std::string script;
-    for (std::size_t i = 0; i < lines.size(); ++i) {
-        if (i > 0) {
-            script += "\r\n";
-        }
-        script += lines[i];
-    }
-    return script;
-}
-
 double WeightSum(const std::vector<double>& weights) {
     double sum = 0;
     for (const double w : weights) {
         sum += w;
     }
     return sum;
-}
-
-// A feature's id: the object-id field where the data have one.
-std::int32_t ObjectIdIndex(const host::IFields& fields) {
-    for (std::int32_t i = 0; i < fields.FieldCount(); ++i) {
-        if (fields.Field(i)->Type() == host::kFieldTypeOID) {
-            return i;
-        }
-    }
-    return -1;
 }
 
 } // namespace
@@ -303,7 +284,7 @@ std::string AggregationScript(const Aggregation& a, const std::vector<std::strin
     }
     }
     lines.push_back("End If");
-    return JoinLines(lines);
+    return JoinScriptLines(lines);
 }
 
 namespace {
@@ -337,19 +318,11 @@ std::optional<double> NumberOrNull(const host::Value& value, const std::string& 
 AggregationInputs ReadAggregationInputs(host::ICursor& cursor,
                                         const std::vector<std::string>& fields) {
     const std::vector<std::int32_t> indexes = FieldIndexes(cursor, fields);
-    const std::int32_t idIndex = ObjectIdIndex(*cursor.Fields());
+    host::ObjectIdReader ids(*cursor.Fields());
     AggregationInputs inputs;
     inputs.columns.resize(fields.size());
-    std::int64_t position = 0;
     while (const std::shared_ptr<host::IRow> row = cursor.NextRow()) {
-        std::int64_t id = position++;
-        if (idIndex >= 0) {
-            const host::Value value = row->GetValue(idIndex);
-            if (const double* number = std::get_if<double>(&value)) {
-                id = static_cast<std::int64_t>(*number);
-            }
-        }
-        inputs.ids.push_back(id);
+        inputs.ids.push_back(ids.Next(*row));
         for (std::size_t k = 0; k < indexes.size(); ++k) {
             inputs.columns[k].push_back(NumberOrNull(row->GetValue(indexes[k]), fields[k]));
         }

@@ -2,6 +2,7 @@
 
 #include "criterion/Preview.h"
 
+#include "errors/Component.h"
 #include "errors/ErrorLog.h"
 #include "fzy/AggregationRecords.h"
 #include "fzy/IO_fzyext.h"
@@ -20,19 +21,13 @@ constexpr const char* kFormName = "FrmAggregation";
 constexpr const char* kProcedureName = "cmd_go_Click";
 // The table already has an attribute of this name.
 constexpr std::int16_t kTextNameInUse = 157;
-// The layer's source keeps no aggregation records (yet).
-constexpr std::int16_t kTextRecordsNotKept = 337;
 
 } // namespace
 
-std::unique_ptr<fzy::IAggregationRecords> ShapefileAggregationRecords(const ComponentState& state) {
-    // A source that keeps its criterion records inside its data is no shapefile: its aggregation
-    // records belong there too, and nothing keeps them yet.
+std::unique_ptr<fzy::IAggregationRecords> LayerAggregationRecords(const ComponentState& state) {
     const auto layer = ChosenFeatureLayer(state, kProcedureName);
-    if (std::dynamic_pointer_cast<host::ICriterionRecords>(layer->FeatureClass())) {
-        return nullptr;
-    }
-    return std::make_unique<fzy::AggregationSidecar>(state.g_layer_path, state.g_layer_name);
+    return fzy::OpenAggregationRecords(layer->FeatureClass(), state.g_layer_path,
+                                       state.g_layer_name);
 }
 
 struct AggregationRun::HostObjects {
@@ -107,9 +102,6 @@ std::optional<std::string> AggregationRun::Prepare(HostObjects& host,
                                                    const AggregationChoice& choice) {
     host.lock = LockChosenLayer(m_state, m_texts, kProcedureName);
     m_openRecords = m_records(m_state);
-    if (!m_openRecords) {
-        return m_texts.ResourceString(kTextRecordsNotKept);
-    }
     if (!m_openRecords->Writable()) {
         throw Error(error_number::kPermissionDenied, kProcedureName,
                     FillPlaceholders(m_texts.ResourceString(kTextMetadataReadOnly),
@@ -180,6 +172,7 @@ void AggregationRun::Record(const AggregationChoice& choice) {
         record.weights = choice.aggregation.weights;
     }
     record.created = util::IsoDateTime(std::time(nullptr));
+    record.version = errors::ComponentVersionText();
     m_openRecords->Append(record);
 }
 

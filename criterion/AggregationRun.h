@@ -26,19 +26,18 @@ struct AggregationChoice {
     std::string outputName; // empty or kDefaultAggregationName: the default, numbered
 };
 
-// Where the chosen layer's aggregation records go. The default keeps a shapefile's beside it
-// (fzy::AggregationSidecar) and has none for a database (a feature class that is a
-// host::ICriterionRecords), whose layers the run then refuses; a database source passes its own
-// fzy::IAggregationRecords kept with its criterion records. nullptr: none, the run refuses.
+// Where the chosen layer's aggregation records go. The default keeps them where the layer's
+// criterion records go: beside a shapefile (fzy::AggregationSidecar), in a database's own data
+// (a feature class that is a host::ICriterionRecords). Tests pass their own.
 using AggregationRecordsFactory =
     std::function<std::unique_ptr<fzy::IAggregationRecords>(const ComponentState& state)>;
-std::unique_ptr<fzy::IAggregationRecords> ShapefileAggregationRecords(const ComponentState& state);
+std::unique_ptr<fzy::IAggregationRecords> LayerAggregationRecords(const ComponentState& state);
 
 class AggregationRun {
 public:
     AggregationRun(ComponentState& state, util::IMessageUi& ui, const util::ITextSource& texts,
                    errors::ErrorLog& log,
-                   AggregationRecordsFactory records = ShapefileAggregationRecords)
+                   AggregationRecordsFactory records = LayerAggregationRecords)
         : m_state(state), m_ui(ui), m_texts(texts), m_log(log), m_records(std::move(records)) {}
 
     // Reports its own failures (ReportError) and refusals (a message box); nothing of the table

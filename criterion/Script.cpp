@@ -114,6 +114,10 @@ std::optional<std::string> BuildPreExpression(int kind, const std::string& field
         break;
     }
 
+    return JoinScriptLines(lines);
+}
+
+std::string JoinScriptLines(const std::vector<std::string>& lines) {
     std::string script;
     for (std::size_t i = 0; i < lines.size(); ++i) {
         if (i > 0) {

@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace quorel::criterion {
 
@@ -11,6 +12,9 @@ namespace quorel::criterion {
 // an unknown kind.
 std::optional<std::string> BuildPreExpression(int kind, const std::string& field, double a,
                                               double b, double c, double d);
+
+// A script's lines as the calculator takes them: joined by CR LF, none after the last.
+std::string JoinScriptLines(const std::vector<std::string>& lines);
 
 // The calculator's expression: the variable the script assigns.
 inline constexpr const char* kCalculatorExpression = "Val";

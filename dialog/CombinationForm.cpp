@@ -78,6 +78,9 @@ public:
             for (const auto& record : records->Records()) {
                 m_exact.push_back(record.column);
             }
+            for (const auto& record : records->AggregationRecords()) {
+                m_exact.push_back(record.field);
+            }
             return;
         }
         const auto workspace = featureClass->Workspace();

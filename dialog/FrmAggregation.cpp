@@ -15,14 +15,14 @@ FrmAggregation::FrmAggregation(criterion::ComponentState& state, const util::ITe
                                QWidget* parent)
     : CombinationForm(state, texts, true, parent), m_ownUi(std::make_unique<QtMessageUi>()),
       m_ownLog(std::make_unique<errors::ErrorLog>(*m_ownUi)), m_ui(m_ownUi.get()),
-      m_log(m_ownLog.get()), m_records(criterion::ShapefileAggregationRecords) {
+      m_log(m_ownLog.get()), m_records(criterion::LayerAggregationRecords) {
     Build();
 }
 
 FrmAggregation::FrmAggregation(criterion::ComponentState& state, const util::ITextSource& texts,
                                util::IMessageUi& ui, errors::ErrorLog& log, QWidget* parent)
     : CombinationForm(state, texts, true, parent), m_ui(&ui), m_log(&log),
-      m_records(criterion::ShapefileAggregationRecords) {
+      m_records(criterion::LayerAggregationRecords) {
     Build();
 }
 

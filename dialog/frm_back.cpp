@@ -9,6 +9,7 @@
 #include "dialog/PreviewView.h"
 #include "dialog/Statistiques.h"
 #include "errors/ErrorLog.h"
+#include "fzy/AggregationRecords.h"
 #include "fzy/IO_fzyext.h"
 #include "host/gpkg/GeoPackage.h"
 #include "lang/Module1.h"
@@ -655,7 +656,7 @@ void frm_back::cmdStats_Click() {
 
 namespace {
 
-// The chosen layer's records when its source keeps them in its own data (a GeoPackage); a
+// The chosen layer's records when its source keeps them in its own data (a database); a
 // layer that cannot be taken has none.
 std::shared_ptr<host::ICriterionRecords> ChosenLayerRecords(const ComponentState& state,
                                                             std::string& database) {
@@ -693,11 +694,15 @@ void frm_back::sum_table_Click() {
             // Shown as the metadata file's number entry is.
             const std::string fieldName = m_fields->List(m_fields->ListIndex());
             marker = 3;
+            const CurrentTexts texts(m_context.module1);
             const auto record = records->Record(fieldName);
-            fzy.SetInfoText(record ? fzy::FormatNumberDescription(CurrentTexts(m_context.module1),
-                                                                  util::DecimalSeparator(), *record,
-                                                                  database)
-                                   : Text(153));
+            const auto aggregation =
+                record
+                    ? std::nullopt
+                    : fzy::DescribeAggregationOf(records->AggregationRecords(), fieldName, texts);
+            fzy.SetInfoText(record ? fzy::FormatNumberDescription(texts, util::DecimalSeparator(),
+                                                                  *record, database)
+                                   : aggregation.value_or(Text(153)));
             fzy.fzy_io_showinfo();
             return;
         }
@@ -712,7 +717,15 @@ void frm_back::sum_table_Click() {
         const bool found2 = recorded && fzy.fzy_io_recordinfo(fieldName, "");
         marker = 5;
         if (!found1 && !found2) {
-            fzy.SetInfoText(Text(153));
+            // An aggregated field is recorded beside the metadata file, in its JSON companion.
+            marker = 6;
+            const auto aggregation =
+                state.g_layer_name.empty()
+                    ? std::nullopt
+                    : fzy::DescribeAggregationOf(
+                          fzy::AggregationSidecar(state.g_layer_path, state.g_layer_name).Records(),
+                          fieldName, CurrentTexts(m_context.module1));
+            fzy.SetInfoText(aggregation.value_or(Text(153)));
         }
         fzy.fzy_io_showinfo();
         if (recorded) {

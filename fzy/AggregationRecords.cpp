@@ -300,6 +300,35 @@ JsonArray ArrayMember(const JsonObject& object, const std::string& key, const st
     return **array;
 }
 
+// What a record's object holds but its field: the sidecar's entries and a database's documents.
+AggregationRecord RecordOf(const JsonObject& object, const std::string& source) {
+    AggregationRecord record;
+    record.op = StringMember(object, "operator", source);
+    record.created = StringMember(object, "created", source);
+    for (const JsonValue& input : ArrayMember(object, "inputs", source)) {
+        const auto* name = std::get_if<std::string>(&input.value);
+        if (!name) {
+            Damaged(source, "an input is not a text");
+        }
+        record.inputs.push_back(*name);
+    }
+    for (const JsonValue& weight : ArrayMember(object, "weights", source)) {
+        const auto* number = std::get_if<double>(&weight.value);
+        if (!number) {
+            Damaged(source, "a weight is not a number");
+        }
+        record.weights.push_back(*number);
+    }
+    if (const JsonValue* gamma = Member(object, "gamma")) {
+        const auto* number = std::get_if<double>(&gamma->value);
+        if (!number) {
+            Damaged(source, "gamma is not a number");
+        }
+        record.gamma = *number;
+    }
+    return record;
+}
+
 std::string ReadWholeFile(const std::string& path, bool& exists) {
     std::ifstream in(path, std::ios::binary);
     exists = static_cast<bool>(in);
@@ -356,31 +385,9 @@ std::vector<AggregationRecord> AggregationRecordsFromJson(const std::string& tex
         if (!object) {
             Damaged(source, "an aggregation is not an object");
         }
-        AggregationRecord record;
-        record.field = StringMember(**object, "field", source);
-        record.op = StringMember(**object, "operator", source);
-        record.created = StringMember(**object, "created", source);
-        for (const JsonValue& input : ArrayMember(**object, "inputs", source)) {
-            const auto* name = std::get_if<std::string>(&input.value);
-            if (!name) {
-                Damaged(source, "an input is not a text");
-            }
-            record.inputs.push_back(*name);
-        }
-        for (const JsonValue& weight : ArrayMember(**object, "weights", source)) {
-            const auto* number = std::get_if<double>(&weight.value);
-            if (!number) {
-                Damaged(source, "a weight is not a number");
-            }
-            record.weights.push_back(*number);
-        }
-        if (const JsonValue* gamma = Member(**object, "gamma")) {
-            const auto* number = std::get_if<double>(&gamma->value);
-            if (!number) {
-                Damaged(source, "gamma is not a number");
-            }
-            record.gamma = *number;
-        }
+        std::string field = StringMember(**object, "field", source);
+        AggregationRecord record = RecordOf(**object, source);
+        record.field = std::move(field);
         records.push_back(std::move(record));
     }
     return records;
@@ -414,6 +421,77 @@ std::string DescribeAggregationRecord(const AggregationRecord& record,
         }
     }
     return text;
+}
+
+std::string AggregationDocument(const AggregationRecord& record) {
+    std::string out = "{\"inputs\":[";
+    for (std::size_t k = 0; k < record.inputs.size(); ++k) {
+        out += (k > 0 ? "," : "") + Quoted(record.inputs[k]);
+    }
+    out += "],\"operator\":" + Quoted(record.op);
+    if (record.gamma) {
+        out += ",\"gamma\":" + NumberText(*record.gamma);
+    }
+    if (!record.weights.empty()) {
+        out += ",\"weights\":[";
+        for (std::size_t k = 0; k < record.weights.size(); ++k) {
+            out += (k > 0 ? "," : "") + NumberText(record.weights[k]);
+        }
+        out += "]";
+    }
+    return out + ",\"created\":" + Quoted(record.created) +
+           ",\"version\":" + Quoted(record.version) + "}";
+}
+
+AggregationRecord AggregationFromDocument(const std::string& text, const std::string& field,
+                                          const std::string& source) {
+    const JsonValue document = JsonParser(text, source).ParseDocument();
+    const auto* root = std::get_if<std::shared_ptr<JsonObject>>(&document.value);
+    if (!root) {
+        Damaged(source, "not an object");
+    }
+    AggregationRecord record = RecordOf(**root, source);
+    record.field = field;
+    if (const JsonValue* version = Member(**root, "version")) {
+        if (const auto* versionText = std::get_if<std::string>(&version->value)) {
+            record.version = *versionText;
+        }
+    }
+    return record;
+}
+
+std::optional<std::string> DescribeAggregationOf(const std::vector<AggregationRecord>& records,
+                                                 const std::string& field,
+                                                 const util::ITextSource& texts) {
+    for (auto record = records.rbegin(); record != records.rend(); ++record) {
+        if (record->field == field) {
+            return DescribeAggregationRecord(*record, texts);
+        }
+    }
+    return std::nullopt;
+}
+
+std::vector<AggregationRecord> SourceAggregationRecords::Records() const {
+    return m_records->AggregationRecords();
+}
+
+void SourceAggregationRecords::Validate(
+    const std::function<bool(const std::string&)>& /*fieldExists*/) {
+    m_records->RemoveRecordsOfMissingColumns();
+}
+
+void SourceAggregationRecords::Append(const AggregationRecord& record) {
+    m_records->WriteAggregationRecord(record);
+}
+
+std::unique_ptr<IAggregationRecords>
+OpenAggregationRecords(const std::shared_ptr<host::IFeatureClass>& featureClass,
+                       const std::string& folder, const std::string& name) {
+    if (auto records = std::dynamic_pointer_cast<host::ICriterionRecords>(featureClass)) {
+        // The table's name only: a connection's text may hold a password.
+        return std::make_unique<SourceAggregationRecords>(std::move(records), name);
+    }
+    return std::make_unique<AggregationSidecar>(folder, name);
 }
 
 AggregationSidecar::AggregationSidecar(const std::string& folder, const std::string& name)

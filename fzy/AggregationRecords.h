@@ -5,8 +5,11 @@
 // entries it has always held; other sources keep them where they keep their criterion records,
 // behind the same interface.
 
+#include "host/api/Host.h"
+
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -17,14 +20,8 @@ class ITextSource;
 
 namespace quorel::fzy {
 
-struct AggregationRecord {
-    std::string field; // the output field
-    std::vector<std::string> inputs;
-    std::string op; // the operator's name: "and", "or", "product", "sum", "gamma", "mean", "owa"
-    std::optional<double> gamma;
-    std::vector<double> weights;
-    std::string created; // ISO 8601 with the offset from UTC, e.g. 2026-11-24T15:04:05+01:00
-};
+// The struct the hosts keep too; the shapefile's JSON file leaves its version out.
+using AggregationRecord = host::AggregationRecord;
 
 class IAggregationRecords {
 public:
@@ -51,6 +48,36 @@ inline constexpr std::int16_t kTextAggregationWeights = 332;
 // parameters, inputs and time.
 std::string DescribeAggregationRecord(const AggregationRecord& record,
                                       const util::ITextSource& texts);
+
+// The description of the latest record of field among records; nothing when none is of field.
+std::optional<std::string> DescribeAggregationOf(const std::vector<AggregationRecord>& records,
+                                                 const std::string& field,
+                                                 const util::ITextSource& texts);
+
+// The records of a source that keeps them in its own data, beside its criterion records (a
+// database). Validation is the source's own: it removes every record of a column gone.
+class SourceAggregationRecords final : public IAggregationRecords {
+public:
+    SourceAggregationRecords(std::shared_ptr<host::ICriterionRecords> records, std::string location)
+        : m_records(std::move(records)), m_location(std::move(location)) {}
+
+    std::string Location() const override { return m_location; }
+    // The host's write lock has already found the data writable.
+    bool Writable() const override { return true; }
+    std::vector<AggregationRecord> Records() const override;
+    void Validate(const std::function<bool(const std::string&)>& fieldExists) override;
+    void Append(const AggregationRecord& record) override;
+
+private:
+    std::shared_ptr<host::ICriterionRecords> m_records;
+    std::string m_location;
+};
+
+// The records of a layer: in its source's data when the feature class keeps records so, else
+// beside the shapefile folder/name.
+std::unique_ptr<IAggregationRecords>
+OpenAggregationRecords(const std::shared_ptr<host::IFeatureClass>& featureClass,
+                       const std::string& folder, const std::string& name);
 
 // The records of a shapefile, in folder/NAME.fzy.json (every ".shp" removed from name, as the
 // .fzy is named). The file is read at each call and replaced whole, atomically, at each change;
@@ -79,5 +106,11 @@ private:
 std::string AggregationRecordsToJson(const std::vector<AggregationRecord>& records);
 std::vector<AggregationRecord> AggregationRecordsFromJson(const std::string& text,
                                                           const std::string& source);
+
+// One record as a JSON object of its own, version included, the field left out (a database
+// keeps it beside the document), and back (throws quorel::Error from source on a damaged text).
+std::string AggregationDocument(const AggregationRecord& record);
+AggregationRecord AggregationFromDocument(const std::string& text, const std::string& field,
+                                          const std::string& source);
 
 } // namespace quorel::fzy

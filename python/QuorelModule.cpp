@@ -269,6 +269,40 @@ void ListenToProgress(source::Application& app, const py::object& progress,
     });
 }
 
+// Opens the chosen layer of source in a new application that reports to progress, and changes
+// it with change (run without the GIL); returns the field added, or raises the change's refusal,
+// after what refusalPreface says of the layer, or its failure.
+template <typename RefusalPreface, typename Change>
+std::string ChangeLayer(const std::string& source, const std::optional<std::string>& layerName,
+                        const py::object& progress, RefusalPreface refusalPreface, Change change) {
+    auto app = std::make_shared<source::Application>();
+    std::optional<py::error_already_set> progressFailure;
+    ListenToProgress(*app, progress, progressFailure);
+    CollectingUi ui;
+    criterion::LayerRunResult result;
+    std::string preface;
+    try {
+        const auto layer = OpenLayer(*app, source, layerName);
+        preface = refusalPreface(*layer);
+        const py::gil_scoped_release release;
+        result = change(app, *layer, ui);
+    } catch (const Error& error) {
+        throw FromError(error);
+    }
+    if (progressFailure) {
+        throw std::move(*progressFailure);
+    }
+    switch (result.outcome) {
+    case criterion::RunOutcome::Done:
+        return result.addedField;
+    case criterion::RunOutcome::Refused:
+        throw PythonError{g_refused, preface + ui.Text()};
+    case criterion::RunOutcome::Failed:
+        break;
+    }
+    throw PythonError{g_error, ui.Text()};
+}
+
 std::string Run(const py::object& sourcePath, const std::string& field, int kind,
                 const py::object& a, const py::object& b, const py::object& c, const py::object& d,
                 const std::optional<std::string>& layerName, const std::optional<std::string>& out,
@@ -287,37 +321,21 @@ std::string Run(const py::object& sourcePath, const std::string& field, int kind
     request.outName = out;
     const util::ITextSource& texts = Texts();
 
-    auto app = std::make_shared<source::Application>();
-    std::optional<py::error_already_set> progressFailure;
-    ListenToProgress(*app, progress, progressFailure);
-    CollectingUi ui;
-    criterion::LayerRunResult result;
-    std::string missingField;
-    try {
-        const auto layer = OpenLayer(*app, source, layerName);
-        const auto numeric = criterion::NumericFields(*layer);
-        if (std::find(numeric.begin(), numeric.end(), field) == numeric.end()) {
-            missingField =
-                Message(kTextNoNumericField, "%1 has no numeric field %2", {layer->Name(), field}) +
-                "\n";
-        }
-        const py::gil_scoped_release release;
-        result = criterion::RunOnLayer(app, *layer, request, ui, texts);
-    } catch (const Error& error) {
-        throw FromError(error);
-    }
-    if (progressFailure) {
-        throw std::move(*progressFailure);
-    }
-    switch (result.outcome) {
-    case criterion::RunOutcome::Done:
-        return result.addedField;
-    case criterion::RunOutcome::Refused:
-        throw PythonError{g_refused, missingField + ui.Text()};
-    case criterion::RunOutcome::Failed:
-        break;
-    }
-    throw PythonError{g_error, ui.Text()};
+    return ChangeLayer(
+        source, layerName, progress,
+        [&field](host::IFeatureLayer& layer) {
+            const auto numeric = criterion::NumericFields(layer);
+            if (std::find(numeric.begin(), numeric.end(), field) != numeric.end()) {
+                return std::string();
+            }
+            return Message(kTextNoNumericField, "%1 has no numeric field %2",
+                           {layer.Name(), field}) +
+                   "\n";
+        },
+        [&request, &texts](const std::shared_ptr<source::Application>& app,
+                           host::IFeatureLayer& layer, CollectingUi& ui) {
+            return criterion::RunOnLayer(app, layer, request, ui, texts);
+        });
 }
 
 std::string Aggregate(const py::object& sourcePath, const std::vector<std::string>& fields,
@@ -337,30 +355,12 @@ std::string Aggregate(const py::object& sourcePath, const std::vector<std::strin
     }
     request.outName = out;
 
-    auto app = std::make_shared<source::Application>();
-    std::optional<py::error_already_set> progressFailure;
-    ListenToProgress(*app, progress, progressFailure);
-    CollectingUi ui;
-    criterion::LayerRunResult result;
-    try {
-        const auto layer = OpenLayer(*app, source, layerName);
-        const py::gil_scoped_release release;
-        result = criterion::AggregateOnLayer(app, *layer, request, ui, texts);
-    } catch (const Error& error) {
-        throw FromError(error);
-    }
-    if (progressFailure) {
-        throw std::move(*progressFailure);
-    }
-    switch (result.outcome) {
-    case criterion::RunOutcome::Done:
-        return result.addedField;
-    case criterion::RunOutcome::Refused:
-        throw PythonError{g_refused, ui.Text()};
-    case criterion::RunOutcome::Failed:
-        break;
-    }
-    throw PythonError{g_error, ui.Text()};
+    return ChangeLayer(
+        source, layerName, progress, [](host::IFeatureLayer&) { return std::string(); },
+        [&request, &texts](const std::shared_ptr<source::Application>& app,
+                           host::IFeatureLayer& layer, CollectingUi& ui) {
+            return criterion::AggregateOnLayer(app, layer, request, ui, texts);
+        });
 }
 
 py::object Stats(const py::object& sourcePath, const std::string& field,
@@ -642,10 +642,10 @@ anything changed, Error on a reported failure (the command line's messages).)");
           R"(Combines degree fields into a new field in place, as "quorel aggregate" does.
 
 Adds a double field to the layer's table and fills it with each feature's combination of the
-fields' degrees, then records the aggregation (in NAME.fzy.json beside a shapefile; a database's
-layers are refused for now). Written as safely as run writes.
+fields' degrees, then records the aggregation (in NAME.fzy.json beside a shapefile, in a
+database beside its criterion records). Written as safely as run writes.
 
-source:   a shapefile (.shp), a str or an os.PathLike.
+source:   a shapefile (.shp), a GeoPackage (.gpkg) or a PG: connection, a str or an os.PathLike.
 fields:   two or more numeric fields, every value in [0, 1] (Null is allowed), in order.
 op:       "and" (minimum), "or" (maximum), "product", "sum" (1 - the product of the 1 - degrees),
           "gamma" (sum ** gamma * product ** (1 - gamma)), "mean" (weighted) or "owa" (the

@@ -10,10 +10,11 @@ cmake --install "$build" --prefix "$scratch/first" >/dev/null
 mv "$scratch/first" "$scratch/moved"
 p="$scratch/moved"
 for file in bin/quorel bin/quorel-host lib/quorel/Quorel.so lib/quorel/Pravel.so lib/quorel/text.mdb \
-            share/man/man1/quorel.1; do
+            lib/quorel/quorel-export.so share/man/man1/quorel.1; do
     [[ -f "$p/$file" ]] || { echo "check-install: $file is not installed" >&2; exit 1; }
 done
-if readelf -d "$p/bin/quorel" "$p/bin/quorel-host" "$p/lib/quorel/Quorel.so" "$p/lib/quorel/Pravel.so" |
+if readelf -d "$p/bin/quorel" "$p/bin/quorel-host" "$p/lib/quorel/Quorel.so" "$p/lib/quorel/Pravel.so" \
+    "$p/lib/quorel/quorel-export.so" |
     grep -E 'R(UN)?PATH' | grep -q "$(cd "$build" && pwd)"; then
     echo "check-install: an installed file's run path names the build tree" >&2
     exit 1
@@ -28,6 +29,12 @@ out=$("$p/bin/quorel" --lang en script --kind 5 -a 1 -b 2 -c 3 -d 4 --field X)
 refusal=$("$p/bin/quorel" script --kind 3 -a 5 -b 2 --field X 2>&1 >/dev/null) && status=0 || status=$?
 [[ $status -eq 2 && "$refusal" == "The parameters"* ]] ||
     { echo "check-install: unexpected refusal ($status): $refusal" >&2; exit 1; }
+# The picture comes from the installed export module.
+"$p/bin/quorel" preview "$(dirname "$0")/../samples/parcels.shp" SLOPE --kind 3 -a 2 -b 5 \
+    --png "$scratch/preview.png" >/dev/null ||
+    { echo "check-install: the installed quorel does not write the preview picture" >&2; exit 1; }
+[[ -s "$scratch/preview.png" ]] ||
+    { echo "check-install: no preview picture from the installed quorel" >&2; exit 1; }
 # The default components are the installed ones.
 registered=$("$p/bin/quorel" register)
 grep -qF "$p/lib/quorel/Quorel.so" <<<"$registered" && grep -qF "$p/lib/quorel/Pravel.so" <<<"$registered" ||

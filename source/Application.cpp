@@ -94,18 +94,7 @@ std::unique_ptr<host::ILayerWriteLock> Application::LockLayerForWriting(const st
 }
 
 std::shared_ptr<host::IFeatureLayer> Application::AddShapefileLayer(const std::string& shpPath) {
-    const auto slash = shpPath.find_last_of('/');
-    const std::string folder = slash == std::string::npos ? "." : shpPath.substr(0, slash);
-    std::string name = slash == std::string::npos ? shpPath : shpPath.substr(slash + 1);
-    if (name.size() > 4 && (name.ends_with(".shp") || name.ends_with(".SHP"))) {
-        name.resize(name.size() - 4);
-    }
-    const auto workspace = m_factory.NewShapefileWorkspaceFactory()->OpenFromFile(folder, 0);
-    auto layer = m_factory.NewFeatureLayer();
-    layer->SetFeatureClass(workspace->OpenFeatureClass(name));
-    layer->SetName(layer->FeatureClass()->AliasName());
-    Document()->FocusMap()->AddLayer(layer);
-    return layer;
+    return host::shapefile::AddShapefileLayerTo(*this, shpPath);
 }
 
 } // namespace quorel::source

@@ -11,11 +11,26 @@
 #include <QMessageBox>
 
 #include <cstdio>
+#include <cstring>
 #include <exception>
 #include <string>
 #include <vector>
 
+namespace {
+
+constexpr const char* kUsage =
+    "usage: quorel-host [--component PROGID]... [--registry FILE] [DOCUMENT.qmap]";
+
+} // namespace
+
 int main(int argc, char** argv) {
+    // The usage is printed before Qt starts, since Qt without a display aborts.
+    for (int i = 1; i < argc; ++i) {
+        if (std::strcmp(argv[i], "--help") == 0 || std::strcmp(argv[i], "-h") == 0) {
+            std::puts(kUsage);
+            return 0;
+        }
+    }
     QApplication qt(argc, argv);
     QApplication::setApplicationName(QStringLiteral("Quorel"));
     quorel::host_app::MainWindow::Options options;
@@ -32,10 +47,6 @@ int main(int argc, char** argv) {
             } else {
                 options.registryPath = value;
             }
-        } else if (arg == QLatin1String("--help") || arg == QLatin1String("-h")) {
-            std::puts("usage: quorel-host [--component PROGID]... [--registry FILE] "
-                      "[DOCUMENT.qmap]");
-            return 0;
         } else if (arg.startsWith(QLatin1String("--")) || !document.empty()) {
             std::fprintf(stderr, "quorel-host: unexpected argument %s\n", qPrintable(arg));
             return 64;

@@ -4,20 +4,18 @@
 
 #include "apps/quorel/Args.h"
 #include "apps/quorel/CliTexts.h"
+#include "apps/quorel/ExportModule.h"
 #include "apps/quorel/SourceLayer.h"
 #include "apps/quorel/Subcommand.h"
 
 #include "criterion/Aggregation.h"
 #include "criterion/LayerRun.h"
 #include "criterion/Preview.h"
-#include "host/gdal/FeatureExport.h"
 #include "source/Application.h"
 #include "util/MessageUi.h"
 
 #include <charconv>
-#include <cmath>
 #include <iostream>
-#include <unistd.h>
 
 namespace quorel::cli {
 namespace {
@@ -92,25 +90,13 @@ AggregationArguments ReadAggregation(const Args& args) {
     return read;
 }
 
-// Shows the calculator's progress on a terminal as a percentage on one line.
-void ShowProgress(double fraction) {
-    if (fraction < 0) {
-        std::cerr << "\r\033[K" << std::flush;
-        return;
-    }
-    std::cerr << "\r" << static_cast<int>(std::floor(fraction * 100)) << " %" << std::flush;
-}
-
 int RunAggregate(const std::vector<std::string>& arguments) {
     std::vector<OptionSpec> options = kAggregationOptions;
     options.push_back({"out", 'o', true});
     const Args args(arguments, options);
     const AggregationArguments read = ReadAggregation(args);
 
-    auto app = std::make_shared<source::Application>();
-    if (isatty(STDERR_FILENO)) {
-        app->Bar()->SetProgressListener(ShowProgress);
-    }
+    const auto app = CommandApplication();
     const auto layer = OpenCommandLayer(*app, read.source, args.Value("layer"));
     util::ConsoleMessageUi ui;
     const auto result = criterion::AggregateOnLayer(
@@ -171,8 +157,8 @@ int RunQuery(const std::vector<std::string>& arguments) {
                             {std::to_string(selected.size())})
               << "\n";
     if (const auto save = args.Value("save")) {
-        host::gdal::SaveFeaturesAsGeoPackage(read.source, args.Value("layer").value_or(""),
-                                             selected, *save);
+        ExportModule().saveFeaturesAsGeoPackage(read.source, args.Value("layer").value_or(""),
+                                                selected, *save);
     }
     return 0;
 }
@@ -186,15 +172,16 @@ const Subcommand& AggregateCommand() {
         "                        --op and|or|product|sum|gamma|mean|owa [--gamma G]\n"
         "                        [--weights W1,W2,...] [--out NAME]\n\n"
         "Adds a double field to the table of layer L of SOURCE (a shapefile, whose one layer is\n"
-        "named after the file, or a GeoPackage) and fills it with each feature's combination of "
-        "the degrees held by the\n"
+        "named after the file, a GeoPackage or a PostgreSQL database) and fills it with each\n"
+        "feature's combination of the degrees held by the\n"
         "fields F1, F2...: and (minimum), or (maximum), product, sum (1 - the product of the\n"
         "1 - degrees), gamma (sum^G * product^(1-G), G in [0, 1]), mean (weighted by W1, W2...)\n"
         "or owa (the degrees from largest to smallest, weighted by W1, W2... in that order).\n"
         "A Null degree gives Null. Every value of the fields must lie in [0, 1]. The output is\n"
         "NAME, by default FZY_AGG, numbered (FZY_AGG1...) when the table has it. The run is\n"
-        "recorded in NAME.fzy.json beside the shapefile (a GeoPackage cannot keep the record\n"
-        "yet: its layers are refused). Numbers take '.' as decimal mark.\n\n"
+        "recorded in NAME.fzy.json beside a shapefile, in the metadata tables of a GeoPackage\n"
+        "and in the table quorel_aggregations of a PostGIS table's schema, with the field, its\n"
+        "values and the record one transaction. Numbers take '.' as decimal mark.\n\n"
         "Exit status: 0 done, 2 refused (fields missing, not numeric or out of [0, 1], gamma\n"
         "out of [0, 1], weights not > 0 or not one per field, editing, a name in use),\n"
         "1 on a reported error, 64 on a wrong command line.\n",

@@ -50,18 +50,22 @@ private:
 
 constexpr std::int16_t kTextNothingRecorded = 153;
 
-// A GeoPackage keeps its records in its own tables: the record of the field's column, shown as
-// the metadata file's number entry is.
+// A database keeps its records in its own tables: the criterion record of the field's column,
+// shown as the metadata file's number entry is, or the aggregation that made it.
 int ShowDatabaseRecord(const std::string& source, const std::optional<std::string>& layerName,
                        const std::string& field) {
     const auto app = std::make_shared<source::Application>();
     const auto layer = OpenCommandLayer(*app, source, layerName);
     const auto records = std::dynamic_pointer_cast<host::ICriterionRecords>(layer->FeatureClass());
     const auto record = records ? records->Record(field) : std::nullopt;
+    const auto aggregation =
+        records && !record
+            ? fzy::DescribeAggregationOf(records->AggregationRecords(), field, CliTexts())
+            : std::nullopt;
     ConsoleInfoWindow window;
     window.ShowModal(
         record ? fzy::FormatNumberDescription(CliTexts(), util::DecimalSeparator(), *record, source)
-               : CliTexts().ResourceString(kTextNothingRecorded));
+               : aggregation.value_or(CliTexts().ResourceString(kTextNothingRecorded)));
     return 0;
 }
 
@@ -102,13 +106,10 @@ int RunMeta(const std::vector<std::string>& arguments) {
         if (!foundNumber && !foundRecord) {
             // An aggregated field of a shapefile is recorded beside the .fzy, in its JSON
             // sidecar.
-            std::string shown = CliTexts().ResourceString(kTextNothingRecorded);
-            for (const auto& record : fzy::AggregationSidecar(folder, layerName).Records()) {
-                if (record.field == field) {
-                    shown = fzy::DescribeAggregationRecord(record, CliTexts());
-                }
-            }
-            io.SetInfoText(shown);
+            io.SetInfoText(
+                fzy::DescribeAggregationOf(fzy::AggregationSidecar(folder, layerName).Records(),
+                                           field, CliTexts())
+                    .value_or(CliTexts().ResourceString(kTextNothingRecorded)));
         }
         io.fzy_io_showinfo();
         if (recorded) {
@@ -135,8 +136,9 @@ const Subcommand& MetaCommand() {
         "aggregations' SHAPEFILE.fzy.json are read, never written nor made: the shapefile itself\n"
         "need not exist, and SHAPEFILE.shp in any letter case has its metadata in SHAPEFILE.fzy.\n"
         "A GeoPackage (.gpkg) keeps its records in its metadata tables, a PostgreSQL database\n"
-        "(PG:\"dbname=... host=...\") in the table quorel_criteria of the layer's schema, read\n"
-        "there; --layer names the table when there are several. Texts by id are empty until\n"
+        "(PG:\"dbname=... host=...\") in the tables quorel_criteria and quorel_aggregations of\n"
+        "the layer's schema, read there; --layer names the table when there are several. Texts by "
+        "id are empty until\n"
         "the text database is loaded. Exit status 1 when an error was reported, 64 on a wrong\n"
         "command line.\n",
         RunMeta};

@@ -4,13 +4,13 @@
 
 #include "apps/quorel/Args.h"
 #include "apps/quorel/CliTexts.h"
+#include "apps/quorel/ExportModule.h"
 #include "apps/quorel/SourceLayer.h"
 #include "apps/quorel/Subcommand.h"
 
 #include "criterion/Membership.h"
 #include "criterion/Parameters.h"
 #include "criterion/Preview.h"
-#include "dialog/PreviewPicture.h"
 #include "source/Application.h"
 #include "util/Error.h"
 #include "util/StringFunctions.h"
@@ -121,7 +121,7 @@ int Run(const std::vector<std::string>& arguments) {
         const criterion::PreviewFigure figure = criterion::MakePreviewFigure(
             field, &*values, &histogram, criterion::ReadPreviewCriterion(kind, boxes), CliTexts(),
             util::DecimalSeparator());
-        if (!dialog::WritePreviewPng(figure, *png)) {
+        if (!ExportModule().writePreviewPng(figure, *png)) {
             std::cerr << "quorel preview: "
                       << CliMessage(kTextPictureNotWritten, "cannot write the picture %1", {*png})
                       << "\n";

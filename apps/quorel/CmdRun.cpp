@@ -12,9 +12,7 @@
 #include "util/MessageUi.h"
 
 #include <algorithm>
-#include <cmath>
 #include <iostream>
-#include <unistd.h>
 
 namespace quorel::cli {
 namespace {
@@ -26,15 +24,6 @@ const std::vector<OptionSpec> kRunOptions = {
     {"field", 'f', true}, {"kind", 'k', true}, {"a", 'a', true},   {"b", 'b', true},
     {"c", 'c', true},     {"d", 'd', true},    {"out", 'o', true}, {"layer", 'l', true},
 };
-
-// Shows the calculator's progress on a terminal as a percentage on one line.
-void ShowProgress(double fraction) {
-    if (fraction < 0) {
-        std::cerr << "\r\033[K" << std::flush;
-        return;
-    }
-    std::cerr << "\r" << static_cast<int>(std::floor(fraction * 100)) << " %" << std::flush;
-}
 
 int Run(const std::vector<std::string>& arguments) {
     const Args args(arguments, kRunOptions);
@@ -49,10 +38,7 @@ int Run(const std::vector<std::string>& arguments) {
         throw UsageError("option --kind takes 0 to 5, not " + std::to_string(kind));
     }
 
-    auto app = std::make_shared<source::Application>();
-    if (isatty(STDERR_FILENO)) {
-        app->Bar()->SetProgressListener(ShowProgress);
-    }
+    const auto app = CommandApplication();
     const auto layer = OpenCommandLayer(*app, args.Positionals().front(), args.Value("layer"));
 
     criterion::LayerRunRequest request;

@@ -1,5 +1,7 @@
 #include "apps/quorel/Installation.h"
 
+#include "apps/quorel/ExportModule.h"
+
 #include "errors/Component.h"
 #include "lang/Module1.h"
 
@@ -18,16 +20,25 @@ fs::path InstalledComponentFolder() {
     return (ProgramFolder() / QUOREL_COMPONENTDIR_FROM_BINDIR).lexically_normal();
 }
 
+// The folder holding file: beside the program, else the installed component folder, else
+// (missing everywhere) beside the program, which the message then names.
+fs::path FolderHolding(const char* file) {
+    std::error_code error;
+    if (!fs::exists(ProgramFolder() / file, error) &&
+        fs::exists(InstalledComponentFolder() / file, error)) {
+        return InstalledComponentFolder();
+    }
+    return ProgramFolder();
+}
+
 } // namespace
 
 std::string TextDatabaseFolder() {
-    std::error_code error;
-    if (!fs::exists(ProgramFolder() / lang::kTextDatabaseFile, error) &&
-        fs::exists(InstalledComponentFolder() / lang::kTextDatabaseFile, error)) {
-        return InstalledComponentFolder().string();
-    }
-    // Also when it is missing everywhere: the message names the place beside the program.
-    return ProgramFolder().string();
+    return FolderHolding(lang::kTextDatabaseFile).string();
+}
+
+std::string ExportModulePath() {
+    return (FolderHolding(kExportModuleFile) / kExportModuleFile).string();
 }
 
 std::vector<std::string> DefaultComponentPaths() {

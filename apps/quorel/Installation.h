@@ -17,4 +17,8 @@ std::string TextDatabaseFolder();
 // installed one, else the one built with this program.
 std::vector<std::string> DefaultComponentPaths();
 
+// The export module (ExportModule.h): beside the program, else in the installed component
+// folder; the place beside the program when it is in neither, for the message.
+std::string ExportModulePath();
+
 } // namespace quorel::cli

@@ -6,6 +6,10 @@
 #include "source/OpenSource.h"
 
 #include <algorithm>
+#include <cmath>
+#include <iostream>
+
+#include <unistd.h>
 
 namespace quorel::cli {
 namespace {
@@ -23,7 +27,23 @@ constexpr std::int16_t kTextSeveralLayers = 274;
                                 {refused.Asked(), refused.Source(), refused.LayerList()}));
 }
 
+void ShowProgress(double fraction) {
+    if (fraction < 0) {
+        std::cerr << "\r\033[K" << std::flush;
+        return;
+    }
+    std::cerr << "\r" << static_cast<int>(std::floor(fraction * 100)) << " %" << std::flush;
+}
+
 } // namespace
+
+std::shared_ptr<source::Application> CommandApplication() {
+    auto app = std::make_shared<source::Application>();
+    if (isatty(STDERR_FILENO)) {
+        app->Bar()->SetProgressListener(ShowProgress);
+    }
+    return app;
+}
 
 std::shared_ptr<host::IFeatureLayer> OpenCommandLayer(source::Application& app,
                                                       const std::string& source,

@@ -15,6 +15,10 @@ class Application;
 
 namespace quorel::cli {
 
+// A new application over every source, whose calculator shows its progress as a percentage on
+// the terminal when standard error is one.
+std::shared_ptr<source::Application> CommandApplication();
+
 // Opens the layer into app's focus map. A layer that is not the source's, or none named where
 // the source has several, is a wrong command line (UsageError, exit 64) whose message lists the
 // source's layers.

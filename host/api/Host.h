@@ -176,6 +176,26 @@ public:
     virtual void Progress(double fraction) = 0;
 };
 
+// Hides a status bar's progress however a long operation ends; a status bar that fails then must
+// not hide the operation's own outcome. A null status bar is allowed.
+class ProgressHiddenOnExit {
+public:
+    explicit ProgressHiddenOnExit(IStatusBar* statusBar) : m_statusBar(statusBar) {}
+    ~ProgressHiddenOnExit() {
+        if (m_statusBar) {
+            try {
+                m_statusBar->Progress(-1);
+            } catch (...) {
+            }
+        }
+    }
+    ProgressHiddenOnExit(const ProgressHiddenOnExit&) = delete;
+    ProgressHiddenOnExit& operator=(const ProgressHiddenOnExit&) = delete;
+
+private:
+    IStatusBar* m_statusBar;
+};
+
 class IExtension {
 public:
     virtual ~IExtension() = default;
@@ -276,14 +296,29 @@ struct CriterionRecord {
     std::string description = {};
 };
 
-// The criterion records of a feature class whose source keeps them inside its own data (a
-// database), in place of the metadata file beside a shapefile. The feature class implements it
-// beside IFeatureClass; a shapefile's does not, and the run then keeps the metadata file.
+// One aggregation: the field a run added by combining others, its inputs in the operator's order,
+// the operator and its parameter, when and by which version of the program.
+struct AggregationRecord {
+    std::string field; // the output field
+    std::vector<std::string> inputs;
+    std::string op; // the operator's name: "and", "or", "product", "sum", "gamma", "mean", "owa"
+    std::optional<double> gamma;
+    std::vector<double> weights;
+    std::string created; // ISO 8601 with the offset from UTC, e.g. 2026-11-24T15:04:05+01:00
+    // The program's; empty where the record's place keeps none (a shapefile's JSON file).
+    std::string version;
+};
+
+// The criterion and aggregation records of a feature class whose source keeps them inside its
+// own data (a database), in place of the metadata file beside a shapefile. The feature class
+// implements it beside IFeatureClass; a shapefile's does not, and the runs then keep the metadata
+// file and its JSON companion.
 class ICriterionRecords {
 public:
     virtual ~ICriterionRecords() = default;
-    // The run's validation: every record whose column the table no longer has goes. Under the
-    // write lock, so that it is kept or undone with the run's other writes.
+    // The runs' validation: every record, criterion or aggregation, whose column the table no
+    // longer has goes. Under the write lock, so that it is kept or undone with the run's other
+    // writes.
     virtual void RemoveRecordsOfMissingColumns() = 0;
     // Adds the record of a column just computed, under the write lock; a record of the same
     // table and column is replaced.
@@ -292,6 +327,12 @@ public:
     virtual std::optional<CriterionRecord> Record(const std::string& column) const = 0;
     // Every record of this feature class's table, oldest first.
     virtual std::vector<CriterionRecord> Records() const = 0;
+
+    // Adds the record of a column an aggregation just computed, under the write lock; a record
+    // of the same table and column is replaced.
+    virtual void WriteAggregationRecord(const AggregationRecord& record) = 0;
+    // Every aggregation record of this feature class's table, oldest first. Readers take no lock.
+    virtual std::vector<AggregationRecord> AggregationRecords() const = 0;
 };
 
 // The exclusive right to write one layer's data: its table and the files kept beside it, the

@@ -90,25 +90,6 @@ private:
     int m_arguments;
 };
 
-class ProgressGuard {
-public:
-    explicit ProgressGuard(IStatusBar* statusBar) : m_statusBar(statusBar) {}
-    ~ProgressGuard() {
-        if (m_statusBar) {
-            try {
-                m_statusBar->Progress(-1);
-            } catch (...) {
-                // a status bar that fails must not hide the calculation's own outcome
-            }
-        }
-    }
-    ProgressGuard(const ProgressGuard&) = delete;
-    ProgressGuard& operator=(const ProgressGuard&) = delete;
-
-private:
-    IStatusBar* m_statusBar;
-};
-
 const TableColumn* ColumnNamed(const std::vector<TableColumn>& columns, const std::string& name) {
     for (const TableColumn& column : columns) {
         if (column.name == name) {
@@ -172,7 +153,7 @@ void Calculator::Calculate() {
 
     Database& database = featureClass.Db();
     Evaluation evaluation(program);
-    const ProgressGuard progressGuard(m_statusBar.get());
+    const ProgressHiddenOnExit progressHidden(m_statusBar.get());
     evaluation.statusBar = m_statusBar.get();
     {
         Statement count(database.Handle(),

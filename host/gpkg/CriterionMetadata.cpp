@@ -3,6 +3,7 @@
 // row of scope column naming the table and the column, the extension registered in
 // gpkg_extensions for both tables.
 
+#include "fzy/AggregationRecords.h"
 #include "host/gpkg/GeoPackage.h"
 #include "host/gpkg/Sqlite.h"
 #include "util/Error.h"
@@ -15,8 +16,9 @@
 namespace quorel::host::gpkg {
 namespace {
 
-// Tells our documents from other programs' in gpkg_metadata.
+// Tells our documents from other programs' in gpkg_metadata, and criteria from aggregations.
 constexpr const char* kStandardUri = "urn:x-quorel:criterion";
+constexpr const char* kAggregationUri = "urn:x-quorel:aggregation";
 constexpr const char* kMimeType = "application/json";
 constexpr const char* kExtensionDefinition =
     "http://www.geopackage.org/spec120/#extension_metadata";
@@ -222,8 +224,9 @@ void DeleteStored(Database& database, std::int64_t id) {
 
 } // namespace
 
-std::vector<GeoPackageFeatureClass::StoredRecord> GeoPackageFeatureClass::StoredRecords() const {
-    std::vector<StoredRecord> stored;
+std::vector<GeoPackageFeatureClass::StoredDocument>
+GeoPackageFeatureClass::StoredDocuments(const char* standardUri) const {
+    std::vector<StoredDocument> stored;
     if (!TableExists(m_database->Handle(), "gpkg_metadata") ||
         !TableExists(m_database->Handle(), "gpkg_metadata_reference")) {
         return stored;
@@ -233,18 +236,26 @@ std::vector<GeoPackageFeatureClass::StoredRecord> GeoPackageFeatureClass::Stored
                     "FROM gpkg_metadata_reference r JOIN gpkg_metadata m ON m.id = r.md_file_id "
                     "WHERE m.md_standard_uri = ?1 AND r.reference_scope = 'column' "
                     "ORDER BY m.id");
-    query.Bind(1, std::string(kStandardUri));
+    query.Bind(1, std::string(standardUri));
     while (query.Step()) {
         if (query.Text(2) != m_table) {
             continue; // names compared exactly
         }
-        const auto members = ParseFlatObject(query.Text(1));
+        stored.push_back({query.Integer(0), query.Text(3), query.Text(1)});
+    }
+    return stored;
+}
+
+std::vector<GeoPackageFeatureClass::StoredRecord> GeoPackageFeatureClass::StoredRecords() const {
+    std::vector<StoredRecord> stored;
+    for (const StoredDocument& document : StoredDocuments(kStandardUri)) {
+        const auto members = ParseFlatObject(document.document);
         if (!members) {
             continue;
         }
         CriterionRecord record;
         record.table = m_table;
-        record.column = query.Text(3);
+        record.column = document.column;
         record.sourceField = TextOf(*members, "sourceField");
         record.kind = static_cast<std::int16_t>(NumberOf(*members, "kind"));
         record.a = NumberOf(*members, "a");
@@ -253,42 +264,45 @@ std::vector<GeoPackageFeatureClass::StoredRecord> GeoPackageFeatureClass::Stored
         record.d = NumberOf(*members, "d");
         record.created = TextOf(*members, "created");
         record.version = TextOf(*members, "version");
-        stored.push_back({query.Integer(0), record});
+        stored.push_back({document.id, record});
     }
     return stored;
 }
 
 void GeoPackageFeatureClass::RemoveRecordsOfMissingColumns() {
     const auto fields = Fields();
-    for (const StoredRecord& stored : StoredRecords()) {
-        if (fields->FindField(stored.record.column) < 0) {
-            DeleteStored(*m_database, stored.id);
+    for (const char* standardUri : {kStandardUri, kAggregationUri}) {
+        for (const StoredDocument& stored : StoredDocuments(standardUri)) {
+            if (fields->FindField(stored.column) < 0) {
+                DeleteStored(*m_database, stored.id);
+            }
         }
     }
 }
 
-void GeoPackageFeatureClass::WriteRecord(const CriterionRecord& record) {
+void GeoPackageFeatureClass::WriteDocument(const char* standardUri, const std::string& column,
+                                           const std::string& document) {
     m_database->Execute("SAVEPOINT quorel_record");
     try {
         PrepareMetadataTables(*m_database);
-        for (const StoredRecord& stored : StoredRecords()) {
-            if (stored.record.column == record.column) {
+        for (const StoredDocument& stored : StoredDocuments(standardUri)) {
+            if (stored.column == column) {
                 DeleteStored(*m_database, stored.id);
             }
         }
         Statement metadata(m_database->Handle(),
                            "INSERT INTO gpkg_metadata (md_scope, md_standard_uri, mime_type, "
                            "metadata) VALUES ('attributeType', ?1, ?2, ?3)");
-        metadata.Bind(1, std::string(kStandardUri));
+        metadata.Bind(1, std::string(standardUri));
         metadata.Bind(2, std::string(kMimeType));
-        metadata.Bind(3, Document(record));
+        metadata.Bind(3, document);
         metadata.Step();
         const std::int64_t id = sqlite3_last_insert_rowid(m_database->Handle());
         Statement reference(m_database->Handle(),
                             "INSERT INTO gpkg_metadata_reference (reference_scope, table_name, "
                             "column_name, md_file_id) VALUES ('column', ?1, ?2, ?3)");
         reference.Bind(1, m_table);
-        reference.Bind(2, record.column);
+        reference.Bind(2, column);
         reference.Bind(3, id);
         reference.Step();
         m_database->Execute("RELEASE quorel_record");
@@ -301,6 +315,27 @@ void GeoPackageFeatureClass::WriteRecord(const CriterionRecord& record) {
         }
         throw;
     }
+}
+
+void GeoPackageFeatureClass::WriteRecord(const CriterionRecord& record) {
+    WriteDocument(kStandardUri, record.column, Document(record));
+}
+
+void GeoPackageFeatureClass::WriteAggregationRecord(const AggregationRecord& record) {
+    WriteDocument(kAggregationUri, record.field, fzy::AggregationDocument(record));
+}
+
+std::vector<AggregationRecord> GeoPackageFeatureClass::AggregationRecords() const {
+    std::vector<AggregationRecord> records;
+    for (const StoredDocument& stored : StoredDocuments(kAggregationUri)) {
+        try {
+            records.push_back(fzy::AggregationFromDocument(stored.document, stored.column,
+                                                           Path() + " gpkg_metadata"));
+        } catch (const Error&) {
+            // Another program's edit we cannot read is no record of ours, as for criteria.
+        }
+    }
+    return records;
 }
 
 std::optional<CriterionRecord> GeoPackageFeatureClass::Record(const std::string& column) const {

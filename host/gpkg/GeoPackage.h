@@ -102,6 +102,10 @@ public:
     void WriteRecord(const CriterionRecord& record) override;
     std::optional<CriterionRecord> Record(const std::string& column) const override;
     std::vector<CriterionRecord> Records() const override;
+    // Aggregation records are documents of their own standard URI beside the criterion records,
+    // referenced to their column the same way.
+    void WriteAggregationRecord(const AggregationRecord& record) override;
+    std::vector<AggregationRecord> AggregationRecords() const override;
 
     const std::string& Table() const { return m_table; }
     const std::string& GeometryColumn() const { return m_geometryColumn; }
@@ -117,6 +121,16 @@ private:
         CriterionRecord record;
     };
     std::vector<StoredRecord> StoredRecords() const;
+    struct StoredDocument {
+        std::int64_t id;
+        std::string column;
+        std::string document;
+    };
+    // The documents of one standard URI referenced to columns of this table, oldest first.
+    std::vector<StoredDocument> StoredDocuments(const char* standardUri) const;
+    // Replaces the document of the column, in one savepoint.
+    void WriteDocument(const char* standardUri, const std::string& column,
+                       const std::string& document);
 
     std::shared_ptr<Database> m_database;
     std::string m_table;

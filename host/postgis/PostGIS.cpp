@@ -1,5 +1,6 @@
 #include "host/postgis/PostGIS.h"
 
+#include "fzy/AggregationRecords.h"
 #include "host/script/ScriptEngine.h"
 #include "util/Error.h"
 #include "util/NumberText.h"
@@ -269,20 +270,26 @@ std::string PostgisFeatureClass::RecordsTable() const {
     return m_connection->QuoteIdentifier(m_table.schema) + ".quorel_criteria";
 }
 
-bool PostgisFeatureClass::RecordsTableExists() const {
-    return m_connection->Exec("SELECT pg_catalog.to_regclass($1) IS NOT NULL", {RecordsTable()})
+std::string PostgisFeatureClass::AggregationsTable() const {
+    return m_connection->QuoteIdentifier(m_table.schema) + ".quorel_aggregations";
+}
+
+bool PostgisFeatureClass::TableExists(const std::string& qualifiedName) const {
+    return m_connection->Exec("SELECT pg_catalog.to_regclass($1) IS NOT NULL", {qualifiedName})
                .Text(0, 0) == "t";
 }
 
 void PostgisFeatureClass::RemoveRecordsOfMissingColumns() {
-    if (!RecordsTableExists()) {
-        return;
+    for (const std::string& records : {RecordsTable(), AggregationsTable()}) {
+        if (!TableExists(records)) {
+            continue;
+        }
+        m_connection->Exec("DELETE FROM " + records +
+                               " q WHERE q.\"table\" = $1 AND NOT EXISTS (SELECT 1 FROM "
+                               "pg_catalog.pg_attribute a WHERE a.attrelid = $2::regclass AND "
+                               "a.attnum > 0 AND NOT a.attisdropped AND a.attname = q.\"column\")",
+                           {m_table.name, QualifiedName()});
     }
-    m_connection->Exec("DELETE FROM " + RecordsTable() +
-                           " q WHERE q.\"table\" = $1 AND NOT EXISTS (SELECT 1 FROM "
-                           "pg_catalog.pg_attribute a WHERE a.attrelid = $2::regclass AND "
-                           "a.attnum > 0 AND NOT a.attisdropped AND a.attname = q.\"column\")",
-                       {m_table.name, QualifiedName()});
 }
 
 void PostgisFeatureClass::WriteRecord(const CriterionRecord& record) {
@@ -380,6 +387,97 @@ std::vector<CriterionRecord> PostgisFeatureClass::Records() const {
                            {m_table.name});
     for (int i = 0; i < rows.Rows(); ++i) {
         records.push_back(RecordOf(rows, i));
+    }
+    return records;
+}
+
+namespace {
+
+// An array's text as PostgreSQL reads it ({"a","b\\"c"}), each element quoted.
+std::string ArrayLiteral(const std::vector<std::string>& elements) {
+    std::string literal = "{";
+    for (std::size_t i = 0; i < elements.size(); ++i) {
+        literal += i == 0 ? "\"" : ",\"";
+        for (const char c : elements[i]) {
+            if (c == '"' || c == '\\') {
+                literal += '\\';
+            }
+            literal += c;
+        }
+        literal += '"';
+    }
+    return literal + "}";
+}
+
+std::string Joined(const std::vector<std::string>& parts) {
+    std::string joined;
+    for (const auto& part : parts) {
+        joined += (joined.empty() ? "" : ", ") + part;
+    }
+    return joined;
+}
+
+} // namespace
+
+void PostgisFeatureClass::WriteAggregationRecord(const AggregationRecord& record) {
+    std::vector<std::string> weights;
+    for (const double weight : record.weights) {
+        weights.push_back(NumberText(weight));
+    }
+    AsOneUnit(*m_connection, [&] {
+        m_connection->Run("CREATE TABLE IF NOT EXISTS " + AggregationsTable() +
+                          " (\"table\" text NOT NULL, \"column\" text NOT NULL, "
+                          "inputs text[] NOT NULL, operator text NOT NULL, "
+                          "gamma double precision, weights double precision[], "
+                          "created timestamp with time zone NOT NULL, version text NOT NULL, "
+                          "PRIMARY KEY (\"table\", \"column\"))");
+        m_connection->Exec("DELETE FROM " + AggregationsTable() +
+                               " WHERE \"table\" = $1 AND \"column\" = $2",
+                           {m_table.name, record.field});
+        m_connection->Exec(
+            "INSERT INTO " + AggregationsTable() +
+                " (\"table\", \"column\", inputs, operator, gamma, weights, created, version) "
+                "VALUES ($1, $2, $3::text[], $4, $5::double precision, $6::double precision[], "
+                "$7, $8)",
+            {m_table.name, record.field, ArrayLiteral(record.inputs), record.op,
+             record.gamma ? std::optional<std::string>(NumberText(*record.gamma)) : std::nullopt,
+             weights.empty() ? std::nullopt : std::optional<std::string>(ArrayLiteral(weights)),
+             record.created, record.version});
+        std::string operation = record.op;
+        if (record.gamma) {
+            operation += " (gamma " + util::FormatNumber(*record.gamma) + ")";
+        }
+        if (!weights.empty()) {
+            std::vector<std::string> shown;
+            for (const double weight : record.weights) {
+                shown.push_back(util::FormatNumber(weight));
+            }
+            operation += " (weights " + Joined(shown) + ")";
+        }
+        const std::string description = "Quorel aggregation: " + operation + " of " +
+                                        Joined(record.inputs) + ", computed " + record.created +
+                                        " by version " + record.version;
+        m_connection->Run("COMMENT ON COLUMN " + QualifiedName() + "." +
+                          m_connection->QuoteIdentifier(record.field) + " IS " +
+                          m_connection->QuoteLiteral(description));
+    });
+}
+
+std::vector<AggregationRecord> PostgisFeatureClass::AggregationRecords() const {
+    std::vector<AggregationRecord> records;
+    if (!TableExists(AggregationsTable())) {
+        return records;
+    }
+    // The server writes each row as the JSON document a GeoPackage keeps: one reader for both.
+    const Result rows = m_connection->Exec(
+        "SELECT \"column\", json_strip_nulls(json_build_object('inputs', inputs, 'operator', "
+        "operator, 'gamma', gamma, 'weights', weights, 'created', to_char(created AT TIME ZONE "
+        "'UTC', 'YYYY-MM-DD\"T\"HH24:MI:SS') || '+00:00', 'version', version))::text FROM " +
+            AggregationsTable() + " WHERE \"table\" = $1 ORDER BY created, \"column\"",
+        {m_table.name});
+    for (int i = 0; i < rows.Rows(); ++i) {
+        records.push_back(
+            fzy::AggregationFromDocument(rows.Text(i, 1), rows.Text(i, 0), AggregationsTable()));
     }
     return records;
 }

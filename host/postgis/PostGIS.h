@@ -69,10 +69,15 @@ public:
     std::size_t FieldNameByteLength(const std::string& name) const override { return name.size(); }
     std::optional<std::size_t> FieldNameCharacterLimit() const override { return std::nullopt; }
 
+    // Criterion records are rows of quorel_criteria in the table's schema, aggregation records
+    // rows of quorel_aggregations there (inputs and weights as arrays), each table made on first
+    // use; each recorded column gets a COMMENT ON COLUMN describing it.
     void RemoveRecordsOfMissingColumns() override;
     void WriteRecord(const CriterionRecord& record) override;
     std::optional<CriterionRecord> Record(const std::string& column) const override;
     std::vector<CriterionRecord> Records() const override;
+    void WriteAggregationRecord(const AggregationRecord& record) override;
+    std::vector<AggregationRecord> AggregationRecords() const override;
 
     const TableName& Table() const { return m_table; }
     // schema.table, each quoted.
@@ -82,7 +87,10 @@ public:
 
 private:
     std::string RecordsTable() const;
-    bool RecordsTableExists() const;
+    std::string AggregationsTable() const;
+    // Whether the table (schema and name, quoted) is there.
+    bool TableExists(const std::string& qualifiedName) const;
+    bool RecordsTableExists() const { return TableExists(RecordsTable()); }
 
     std::shared_ptr<PostgisWorkspace> m_workspace;
     std::shared_ptr<Connection> m_connection;

@@ -61,19 +61,23 @@ std::unique_ptr<ILayerWriteLock> LockShapefileLayer(const IApplication& app,
     return std::make_unique<ShapefileWriteLock>(shpPath, wait);
 }
 
-std::shared_ptr<IFeatureLayer> Application::AddShapefileLayer(const std::string& shpPath) {
+std::shared_ptr<IFeatureLayer> AddShapefileLayerTo(IApplication& app, const std::string& shpPath) {
     const auto slash = shpPath.find_last_of('/');
     const std::string folder = slash == std::string::npos ? "." : shpPath.substr(0, slash);
     std::string name = slash == std::string::npos ? shpPath : shpPath.substr(slash + 1);
     if (name.size() > 4 && (name.ends_with(".shp") || name.ends_with(".SHP"))) {
         name.resize(name.size() - 4);
     }
-    const auto workspace = m_factory.NewShapefileWorkspaceFactory()->OpenFromFile(folder, 0);
-    auto layer = m_factory.NewFeatureLayer();
+    const auto workspace = app.Factory().NewShapefileWorkspaceFactory()->OpenFromFile(folder, 0);
+    auto layer = app.Factory().NewFeatureLayer();
     layer->SetFeatureClass(workspace->OpenFeatureClass(name));
     layer->SetName(layer->FeatureClass()->AliasName());
-    Document()->FocusMap()->AddLayer(layer);
+    app.Document()->FocusMap()->AddLayer(layer);
     return layer;
+}
+
+std::shared_ptr<IFeatureLayer> Application::AddShapefileLayer(const std::string& shpPath) {
+    return AddShapefileLayerTo(*this, shpPath);
 }
 
 } // namespace quorel::host::shapefile

@@ -30,6 +30,10 @@ private:
 
 // The write lock of a shapefile layer's data: the shapefile of app's focus-map feature layer of
 // that name in that folder, else folder/name.shp, locked by a ShapefileWriteLock.
+// Opens the shapefile at shpPath (with or without ".shp") through app's factory and adds it as a
+// layer, named after its feature class, at the end of app's focus map.
+std::shared_ptr<IFeatureLayer> AddShapefileLayerTo(IApplication& app, const std::string& shpPath);
+
 std::unique_ptr<ILayerWriteLock> LockShapefileLayer(const IApplication& app,
                                                     const std::string& folder,
                                                     const std::string& name,

@@ -17,26 +17,6 @@ namespace {
 
 constexpr const char* kSource = "Calculator";
 
-// Hides the progress however the calculation ends.
-class ProgressGuard {
-public:
-    explicit ProgressGuard(IStatusBar* statusBar) : m_statusBar(statusBar) {}
-    ~ProgressGuard() {
-        if (m_statusBar) {
-            try {
-                m_statusBar->Progress(-1);
-            } catch (...) {
-                // a status bar that fails must not hide the calculation's own outcome
-            }
-        }
-    }
-    ProgressGuard(const ProgressGuard&) = delete;
-    ProgressGuard& operator=(const ProgressGuard&) = delete;
-
-private:
-    IStatusBar* m_statusBar;
-};
-
 const DbfField& NumericColumn(const DbfHeader& header, const std::string& name) {
     const auto found = header.Find(name);
     if (!found) {
@@ -335,7 +315,7 @@ void Calculator::Calculate() {
     if (cursor->AtStart() && featureClass.IsFieldPending(m_field)) {
         // A field just added: written once, with its values. The script is compiled there, so
         // that even one that does not compile leaves the field written (Null) now, not later.
-        const ProgressGuard progressGuard(m_statusBar.get());
+        const ProgressHiddenOnExit progressHidden(m_statusBar.get());
         std::optional<script::Program> program;
         std::size_t total = 0;
         featureClass.WritePendingField(
@@ -350,7 +330,7 @@ void Calculator::Calculate() {
     }
 
     const script::Program program = script::Program::Compile(m_preExpression, m_expression);
-    const ProgressGuard progressGuard(m_statusBar.get());
+    const ProgressHiddenOnExit progressHidden(m_statusBar.get());
     featureClass.WritePendingField();
     DbfBatchFile table(featureClass.DbfPath(), true, cursor->Position(), m_sharing.batchBytes);
     const DbfHeader& header = table.Header();

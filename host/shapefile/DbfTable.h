@@ -106,9 +106,10 @@ void CheckDbfRecordCount(const DbfHeader& header, std::int64_t fileSize,
 // new table, in batches shared among the processor's cores, and a filler that fails leaves the
 // old table as it was. Throws when the table changed since the plan was made.
 // How the records are shared out: batches of about `batchBytes`, among `threads` threads (0: one
-// per core). Tests use small batches and set the threads.
+// per core). Tests use small batches and set the threads. A batch is read once per column and
+// once more to be written: small enough to stay in a core's cache, the rereads cost little.
 struct DbfWorkSharing {
-    std::size_t batchBytes = std::size_t{2} << 20;
+    std::size_t batchBytes = std::size_t{256} << 10;
     std::size_t threads = 0;
 };
 

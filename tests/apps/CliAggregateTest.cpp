@@ -127,7 +127,28 @@ TEST_F(CliAggregateTest, querySelectsWhatTheStoredAggregationHoldsAndSavesThoseF
         << meta.out;
 }
 
-TEST_F(CliAggregateTest, aGeoPackageIsQueriedAsItsShapefileButNotYetAggregated) {
+// A program copied without its export module (nor an installed tree beside it) still selects,
+// then says it cannot save and fails, writing nothing.
+TEST_F(CliAggregateTest, querySaveWithoutTheExportModuleFailsClearly) {
+    const std::string shp = MakeCriteria("alone", 50);
+    const fs::path bin = m_scratch.File("alone") + "/bin";
+    fs::create_directories(bin);
+    fs::copy_file(QUOREL_CLI, bin / "quorel");
+    fs::copy_file(fs::path(QUOREL_CLI).parent_path() / "text.mdb", bin / "text.mdb");
+    const std::string gpkg = m_scratch.File("alone") + "/selected.gpkg";
+    const auto r =
+        test::RunProgram((bin / "quorel").string(),
+                         {"query", shp, "--fields", "FZY_SLOPE,FZY_POPULA", "--op", "or", "--alpha",
+                          "0", "--save", gpkg},
+                         {}, {{"XDG_CONFIG_HOME", m_scratch.File("config")}, {"LC_ALL", "C"}});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.err.find("cannot load the export module: "), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find((bin / "quorel-export.so").string()), std::string::npos) << r.err;
+    EXPECT_NE(r.out, ""); // the selection, printed before the save
+    EXPECT_FALSE(fs::exists(gpkg));
+}
+
+TEST_F(CliAggregateTest, aGeoPackageIsQueriedAsItsShapefileAndItsAggregationRecordedInIt) {
     const std::string shp = MakeCriteria("gpkg", 200);
     const std::string gpkg = m_scratch.File("gpkg") + "/p.gpkg";
     const auto made = test::RunProgram("/usr/bin/ogr2ogr", {"-f", "GPKG", gpkg, shp});
@@ -159,8 +180,17 @@ TEST_F(CliAggregateTest, aGeoPackageIsQueriedAsItsShapefileButNotYetAggregated) 
 
     const auto aggregated =
         Quorel({"aggregate", gpkg, "--fields", "FZY_SLOPE,FZY_POPULA", "--op", "and"});
-    EXPECT_EQ(aggregated.status, 2);
-    EXPECT_NE(aggregated.err.find("only a shapefile layer"), std::string::npos) << aggregated.err;
+    ASSERT_EQ(aggregated.status, 0) << aggregated.err;
+    EXPECT_EQ(testing::Query(gpkg, "SELECT m.md_scope, r.column_name FROM gpkg_metadata m JOIN "
+                                   "gpkg_metadata_reference r ON r.md_file_id = m.id WHERE "
+                                   "m.metadata LIKE '{\"inputs\":[\"FZY_SLOPE\",\"FZY_POPULA\"],"
+                                   "\"operator\":\"and\",%'"),
+              (std::vector<std::vector<std::string>>{{"attributeType", "FZY_AGG"}}));
+    const auto meta = Quorel({"meta", gpkg, "FZY_AGG"});
+    EXPECT_EQ(meta.status, 0) << meta.err;
+    EXPECT_EQ(meta.out.rfind("Results FZY_AGG: aggregation and of FZY_SLOPE, FZY_POPULA, on ", 0),
+              0u)
+        << meta.out;
 }
 
 struct RefusalCase {
@@ -241,8 +271,8 @@ TEST_F(CliAggregateTest, anAggregationKilledAtAnyMomentLeavesTheOldTableOrTheNew
     const std::string original = MakeCriteria("original", 100000);
     // A record of a field the table lacks: each run replaces the records' file to drop it, so
     // that the kills find that replacement under way too.
-    fzy::AggregationRecord gone{"GONE",       {"A", "B"}, "and",
-                                std::nullopt, {},         "2026-01-01T00:00:00+00:00"};
+    fzy::AggregationRecord gone{
+        "GONE", {"A", "B"}, "and", std::nullopt, {}, "2026-01-01T00:00:00+00:00", ""};
     std::ofstream(m_scratch.File("original") + "/p.fzy.json")
         << fzy::AggregationRecordsToJson({gone});
     const std::vector<std::string> kExtensions = {".shp", ".shx", ".dbf",     ".cpg",

@@ -33,12 +33,6 @@ using quorel::testing::ReadWithGdal;
 
 const std::vector<std::string> kExtensions = {".shp", ".shx", ".dbf", ".cpg", ".prj", ".fzy"};
 
-// A run as the shell gives it, and what came of it.
-struct Outcome {
-    int status;
-    std::string output;
-};
-
 class CliRunSafetyTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -74,11 +68,12 @@ protected:
                                   unprivileged);
     }
 
-    Outcome Run(const std::string& folder, const std::vector<std::string>& options,
-                bool unprivileged = false) const {
+    // A run to its end: its output and its errors together in out.
+    test::ProgramResult Run(const std::string& folder, const std::vector<std::string>& options,
+                            bool unprivileged = false) const {
         const std::string output = m_scratch.File("output-" + folder);
         const int status = test::WaitProgram(Start(folder, options, output, unprivileged));
-        return {status, ReadBytes(output)};
+        return {status, ReadBytes(output), {}};
     }
 
     testing::ScratchFolder m_scratch;
@@ -144,10 +139,10 @@ TEST_F(CliRunSafetyTest, aReadOnlyFileIsRefusedAndKeptAsItIs) {
         ASSERT_EQ(::chmod(readOnly.c_str(), 0444), 0);
         const std::string dbf = ReadBytes(Folder("ro") + "/p.dbf");
         const std::string fzy = ReadBytes(Folder("ro") + "/p.fzy");
-        const Outcome outcome = Run("ro", With(kTrapezoidOnSlope, "FZY_SECOND"), true);
-        EXPECT_EQ(outcome.status, 1) << outcome.output;
-        EXPECT_NE(outcome.output.find(message), std::string::npos) << outcome.output;
-        EXPECT_NE(outcome.output.find("Nothing was changed"), std::string::npos) << outcome.output;
+        const test::ProgramResult outcome = Run("ro", With(kTrapezoidOnSlope, "FZY_SECOND"), true);
+        EXPECT_EQ(outcome.status, 1) << outcome.out;
+        EXPECT_NE(outcome.out.find(message), std::string::npos) << outcome.out;
+        EXPECT_NE(outcome.out.find("Nothing was changed"), std::string::npos) << outcome.out;
         EXPECT_EQ(ReadBytes(Folder("ro") + "/p.dbf"), dbf);
         EXPECT_EQ(ReadBytes(Folder("ro") + "/p.fzy"), fzy);
         struct stat status {};
@@ -172,9 +167,9 @@ TEST_F(CliRunSafetyTest, twoRunsAtOnceOnOneTableLoseNothing) {
         Copy("original", "both");
         const pid_t a = Start("both", With(kTrapezoidOnSlope, "FZY_A"), m_scratch.File("output-a"));
         const pid_t b = Start("both", With(kRampOnPopulation, "FZY_B"), m_scratch.File("output-b"));
-        const std::map<std::string, Outcome> outcomes = {
-            {"FZY_A", {test::WaitProgram(a), ReadBytes(m_scratch.File("output-a"))}},
-            {"FZY_B", {test::WaitProgram(b), ReadBytes(m_scratch.File("output-b"))}}};
+        const std::map<std::string, test::ProgramResult> outcomes = {
+            {"FZY_A", {test::WaitProgram(a), ReadBytes(m_scratch.File("output-a")), {}}},
+            {"FZY_B", {test::WaitProgram(b), ReadBytes(m_scratch.File("output-b")), {}}}};
         const testing::GdalTable table = ReadWithGdal(Folder("both") + "/p.shp");
         std::vector<std::string> done;
         for (const auto& [field, outcome] : outcomes) {
@@ -182,8 +177,8 @@ TEST_F(CliRunSafetyTest, twoRunsAtOnceOnOneTableLoseNothing) {
                 done.push_back(field);
                 EXPECT_TRUE(Column(table, field) == expected.at(field)) << field;
             } else {
-                EXPECT_EQ(outcome.status, 1) << outcome.output;
-                EXPECT_NE(outcome.output.find(kLockMessage), std::string::npos) << outcome.output;
+                EXPECT_EQ(outcome.status, 1) << outcome.out;
+                EXPECT_NE(outcome.out.find(kLockMessage), std::string::npos) << outcome.out;
                 EXPECT_TRUE(Column(table, field).empty()) << field;
             }
         }
@@ -261,8 +256,8 @@ TEST_F(CliRunSafetyTest, aRunKilledAtAnyMomentLeavesTheOldTableOrTheNewOne) {
         ASSERT_NO_THROW(MetadataEntries(Folder("killed") + "/p.fzy"));
         leftBehind += HoldsTemporaries(Folder("killed")) ? 1 : 0;
         // The next run goes through and clears what the killed one left.
-        const Outcome next = Run("killed", With(kRampOnPopulation, "FZY_NEXT"));
-        ASSERT_EQ(next.status, 0) << next.output;
+        const test::ProgramResult next = Run("killed", With(kRampOnPopulation, "FZY_NEXT"));
+        ASSERT_EQ(next.status, 0) << next.out;
         ASSERT_FALSE(HoldsTemporaries(Folder("killed")));
     }
     std::cout << "[          ] " << olds << " old tables, " << 50 - olds << " new ones, "

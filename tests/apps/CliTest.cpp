@@ -61,13 +61,11 @@ TEST(CliMembershipTest, printsOneDegreePerValue) {
 TEST(CliTest, usageErrorsExitWithUsageStatusAndOneLine) {
     using Arguments = std::vector<std::string>;
     for (const Arguments& arguments :
-         {Arguments{"frobnicate"},
-          Arguments{"script", "--kind", "2", "-a", "0", "-b", "1", "-c", "2"},
+         {Arguments{"script", "--kind", "2", "-a", "0", "-b", "1", "-c", "2"},
           Arguments{"script", "--kind", "x", "--field", "F"},
           Arguments{"script", "--kind", "9", "--field", "F"},
           Arguments{"sql", "--dialect", "mysql", "--kind", "1", "--field", "F"},
           Arguments{"sql", "--kind", "1", "--field", "F"},
-          Arguments{"membership", "--kind", "1", "-z", "3"},
           Arguments{"membership", "--kind", "1", "-a"},
           Arguments{"membership", "--kind", "1", "abc"}}) {
         const auto r = Quorel(arguments);
@@ -77,8 +75,7 @@ TEST(CliTest, usageErrorsExitWithUsageStatusAndOneLine) {
     }
 }
 
-TEST(CliTest, versionAndHelp) {
-    EXPECT_EQ(Quorel({"--version"}).out, "10.3.0.2\n");
+TEST(CliTest, subcommandsPrintTheirHelp) {
     for (const char* command : {"sql", "membership"}) {
         const auto r = Quorel({command, "--help"});
         EXPECT_EQ(r.status, 0);

@@ -52,10 +52,4 @@ TEST_F(ClassRegistryTest, aProgIdNamesOneClass) {
     EXPECT_EQ(registry.Classes().size(), 1u);
 }
 
-TEST_F(ClassRegistryTest, missingFileIsAnEmptyRegistry) {
-    ClassRegistry registry(m_path);
-    EXPECT_TRUE(registry.Classes().empty());
-    EXPECT_FALSE(registry.FindByProgId("Quorel.menu_requeteur"));
-}
-
 } // namespace

@@ -47,11 +47,6 @@ TEST(MembershipTest, kindZeroLeavesTheDegreeEmpty) {
     EXPECT_TRUE(std::isnan(Membership(0, 5, 0, 1, 2, 3)));
 }
 
-TEST(MembershipTest, nullValuesTakeTheElseBranchOnlyInTheSingleton) {
-    EXPECT_EQ(MembershipFunction(1, 3, 1e14, 1e15, 1e16).OfNull(), 1.0);
-    EXPECT_TRUE(std::isnan(MembershipFunction(5, 0, 1, 2, 3).OfNull()));
-}
-
 TEST(MembershipTest, equalNeighboursDivideByZeroForEveryValue) {
     for (const auto& p : std::vector<std::vector<double>>{{2, 0, 0, 5, 1e15},
                                                           {2, 0, 5, 5, 1e15},

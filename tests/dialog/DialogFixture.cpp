@@ -1,5 +1,6 @@
 #include "tests/dialog/DialogFixture.h"
 
+#include "tests/support/QtApplication.h"
 #include "tools/sample/PolygonShapefile.h"
 
 #include <QApplication>
@@ -14,36 +15,7 @@
 
 namespace quorel::dialog::test {
 
-namespace {
-
-class QtEnvironment final : public ::testing::Environment {
-public:
-    void SetUp() override { EnsureApplication(); }
-    void TearDown() override { m_app.reset(); }
-
-    static std::unique_ptr<QApplication> m_app;
-};
-
-std::unique_ptr<QApplication> QtEnvironment::m_app;
-
-[[maybe_unused]] ::testing::Environment* const kEnvironment =
-    ::testing::AddGlobalTestEnvironment(new QtEnvironment);
-
-} // namespace
-
-void EnsureApplication() {
-    if (QtEnvironment::m_app) {
-        return;
-    }
-    qputenv("QT_QPA_PLATFORM", "offscreen");
-    static int argc = 1;
-    static char name[] = "quorel_dialog_tests";
-    static char* argv[] = {name, nullptr};
-    QtEnvironment::m_app = std::make_unique<QApplication>(argc, argv);
-}
-
 DialogTest::DialogTest() {
-    EnsureApplication();
     const std::string scratch = m_scratch.path().toStdString();
     m_settings = std::make_unique<lang::IniSettingsStore>(scratch);
     m_session =

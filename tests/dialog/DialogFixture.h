@@ -23,9 +23,6 @@ class QWidget;
 
 namespace quorel::dialog::test {
 
-// The windows on the offscreen platform: one QApplication for the whole test program.
-void EnsureApplication();
-
 // A component with its text database, fresh settings and error log in a scratch folder, a GDAL
 // host over shapefiles made by the test, and boxes recorded rather than shown.
 class DialogTest : public ::testing::Test {

@@ -6,6 +6,7 @@
 #include "criterion/Preview.h"
 #include "dialog/Pictures.h"
 #include "dialog/PreviewView.h"
+#include "fzy/AggregationRecords.h"
 #include "host/shapefile/Application.h"
 #include "tests/host/gpkg/TestGeoPackages.h"
 #include "util/StringFunctions.h"
@@ -30,6 +31,9 @@ using Strings = std::vector<std::string>;
 
 class FrmBackTest : public DialogTest {
 protected:
+    // Tests that set the user's decimal mark leave it as they found it.
+    void TearDown() override { util::SetDecimalSeparator(std::nullopt); }
+
     static std::array<QLineEdit*, 4> Boxes(frm_back& d) {
         return {d.Txt_val_a, d.Txt_val_b, d.Txt_val_c, d.Txt_val_d};
     }
@@ -41,6 +45,18 @@ protected:
     static void Choose(frm_back& d, const char* layer, const char* field) {
         ClickItem(*d.Lst_shapes, QString::fromUtf8(layer));
         ClickItem(*d.Lst_fields, QString::fromUtf8(field));
+    }
+    // What the metadata window shows of an aggregation of A and B by and.
+    std::string AndOfAB(const std::string& field) const {
+        std::string shown = Text(330);
+        const Strings arguments = {field, "and", "A, B", "2026-11-24T15:00:00+01:00"};
+        for (std::size_t i = arguments.size(); i-- > 0;) {
+            shown.replace(shown.find("%" + std::to_string(i + 1)), 2, arguments[i]);
+        }
+        return shown;
+    }
+    static fzy::AggregationRecord AndRecord(const std::string& field) {
+        return {field, {"A", "B"}, "and", std::nullopt, {}, "2026-11-24T15:00:00+01:00", "10.3.2"};
     }
     // The metadata window's text (and title) on clicking sum_table.
     static std::string Metadata(frm_back& d, std::string* title = nullptr) {
@@ -88,20 +104,6 @@ TEST_F(FrmBackTest, loadWithoutHostReportsTheStepReached) {
               "91  Object variable or With block variable not setDebug= dans form_load");
 }
 
-TEST_F(FrmBackTest, choosingLayerWithAnyButtonListsItsNumericFieldsAndRecordsIt) {
-    AddLayer(WritePolygons("first", "roads", {{"WIDTH", {1}}}));
-    const std::string path = WritePolygons("second", "parcels", {{"SLOPE", {1}}, {"POP", {2}}});
-    AddLayer(path);
-    frm_back& dialog = Dialog();
-    dialog.Txt_new_name->setText(QStringLiteral("old"));
-    ClickItem(*dialog.Lst_shapes, QStringLiteral("parcels"), Qt::RightButton);
-    EXPECT_EQ(Items(*dialog.Lst_fields), (Strings{"SLOPE", "POP"}));
-    EXPECT_EQ(dialog.Txt_new_name->text(), QString());
-    EXPECT_EQ(m_session->state.g_layer_name, "parcels");
-    EXPECT_EQ(m_session->state.g_layer_path, Folder("second"));
-    EXPECT_EQ(m_session->state.g_layer_index, 1);
-}
-
 TEST_F(FrmBackTest, keyboardMovesInTheLayerListChooseNothing) {
     AddLayer(WritePolygons("data", "roads", {{"WIDTH", {1}}}));
     AddLayer(WritePolygons("data", "parcels", {{"SLOPE", {1}}}));
@@ -114,15 +116,19 @@ TEST_F(FrmBackTest, keyboardMovesInTheLayerListChooseNothing) {
     EXPECT_EQ(m_session->state.g_layer_name, "roads");
 }
 
-TEST_F(FrmBackTest, twoLayersOfOneNameTheLastInTheMapWins) {
-    AddLayer(WritePolygons("a", "parcels", {{"SLOPE", {1}}}));
-    AddLayer(WritePolygons("b", "parcels", {{"HEIGHT", {1}}}));
+// Any mouse button chooses; of two layers of one name, the last in the map is the one chosen.
+TEST_F(FrmBackTest, choosingALayerListsItsNumericFieldsAndRecordsTheLastOfItsName) {
+    AddLayer(WritePolygons("first", "parcels", {{"WIDTH", {1}}}));
+    AddLayer(WritePolygons("second", "parcels", {{"SLOPE", {1}}, {"POP", {2}}}));
     frm_back& dialog = Dialog();
+    dialog.Txt_new_name->setText(QStringLiteral("old"));
     ASSERT_EQ(Items(*dialog.Lst_shapes), (Strings{"parcels", "parcels"}));
-    QTest::mouseClick(dialog.Lst_shapes->viewport(), Qt::LeftButton, {},
+    QTest::mouseClick(dialog.Lst_shapes->viewport(), Qt::RightButton, {},
                       dialog.Lst_shapes->visualItemRect(dialog.Lst_shapes->item(0)).center());
-    EXPECT_EQ(Items(*dialog.Lst_fields), (Strings{"HEIGHT"}));
-    EXPECT_EQ(m_session->state.g_layer_path, Folder("b"));
+    EXPECT_EQ(Items(*dialog.Lst_fields), (Strings{"SLOPE", "POP"}));
+    EXPECT_EQ(dialog.Txt_new_name->text(), QString());
+    EXPECT_EQ(m_session->state.g_layer_name, "parcels");
+    EXPECT_EQ(m_session->state.g_layer_path, Folder("second"));
     EXPECT_EQ(m_session->state.g_layer_index, 1);
 }
 
@@ -158,10 +164,10 @@ TEST_F(FrmBackTest, addingShapefileListsItAndItsFieldsAndAddsItToTheMapAndCancel
     EXPECT_TRUE(m_ui.boxes.empty());
 }
 
-TEST_F(FrmBackTest, aGeoPackageAsksForItsTableAndShowsItsRecordInTheMetadata) {
+TEST_F(FrmBackTest, aGeoPackageAsksForItsTableAndShowsItsRecordsInTheMetadata) {
     const std::string path = Folder("disk") + "/two.gpkg";
-    testing::MakeGeoPackage(path,
-                            {{"roads", {"WIDTH"}, {{3.0}}}, {"zones", {"SLOPE"}, {{1.0}, {5.0}}}});
+    testing::MakeGeoPackage(path, {{"roads", {"WIDTH"}, {{3.0}}},
+                                   {"zones", {"SLOPE", "MIX"}, {{1.0, 0.5}, {5.0, 0.25}}}});
     m_session->context.chooseFile = [&](const std::string&, const Strings&) {
         return std::optional<std::string>(path);
     };
@@ -174,13 +180,16 @@ TEST_F(FrmBackTest, aGeoPackageAsksForItsTableAndShowsItsRecordInTheMetadata) {
     Click(*dialog.cmd_open_shape);
     EXPECT_EQ(offered, (Strings{"roads", "zones"}));
     EXPECT_EQ(Items(*dialog.Lst_shapes), (Strings{"zones"}));
-    EXPECT_EQ(Items(*dialog.Lst_fields), (Strings{"SLOPE"}));
+    EXPECT_EQ(Items(*dialog.Lst_fields), (Strings{"SLOPE", "MIX"}));
     const auto layer =
         std::dynamic_pointer_cast<host::IFeatureLayer>(m_app->Document()->FocusMap()->Layer(0));
     ASSERT_TRUE(layer);
-    dynamic_cast<host::ICriterionRecords&>(*layer->FeatureClass())
-        .WriteRecord({"zones", "SLOPE", "SLOPE", 3, 0, 10, 1e14, 1e15, "2026-11-24T15:00:00+01:00",
-                      "10.3.2"});
+    auto& records = dynamic_cast<host::ICriterionRecords&>(*layer->FeatureClass());
+    records.WriteRecord(
+        {"zones", "SLOPE", "SLOPE", 3, 0, 10, 1e14, 1e15, "2026-11-24T15:00:00+01:00", "10.3.2"});
+    records.WriteAggregationRecord(AndRecord("MIX"));
+    Choose(dialog, "zones", "MIX");
+    EXPECT_EQ(Metadata(dialog), AndOfAB("MIX"));
     Choose(dialog, "zones", "SLOPE");
     const std::string shown = Metadata(dialog);
     EXPECT_EQ(shown.rfind(Text(147) + " SLOPE(", 0), 0u) << shown;
@@ -301,7 +310,6 @@ TEST_F(FrmBackTest, previewCountsTheDegreesAsTheUserTypesAndSuggestsFromPercenti
     EXPECT_EQ(dialog.Txt_val_a->text(), QStringLiteral("3,75"));
     EXPECT_EQ(dialog.Txt_val_b->text(), QStringLiteral("12,5"));
     EXPECT_TRUE(m_ui.boxes.empty());
-    util::SetDecimalSeparator(std::nullopt);
 }
 
 // Parameters the run would refuse: the preview says why in one line, and Calculer still refuses.
@@ -333,7 +341,6 @@ TEST_F(FrmBackTest, previewSaysWhyInOneLineAndCalculerStillRefuses) {
         EXPECT_EQ(m_ui.boxes[0].text.rfind(Text(132) + ":", 0), 0u) << m_ui.boxes[0].text;
         m_ui.boxes.clear();
     }
-    util::SetDecimalSeparator(std::nullopt);
 }
 
 // The degrees stored are the run's tests'; here, that the dialog hands the run what it shows.
@@ -358,8 +365,9 @@ TEST_F(FrmBackTest, calculerAddsTheFieldAndMetadataShowsItsEntry) {
         << shown;
 }
 
-TEST_F(FrmBackTest, metadataShowsText153AndWritesNothing) {
-    AddLayer(WritePolygons("data", "parcels", {{"SLOPE", {1}}}));
+TEST_F(FrmBackTest, metadataShowsText153OrTheAggregationAndWritesNothing) {
+    AddLayer(WritePolygons("data", "parcels", {{"SLOPE", {1}}, {"MIX", {0.5}}}));
+    fzy::AggregationSidecar(Folder("data"), "parcels").Append(AndRecord("MIX"));
     frm_back& dialog = Dialog();
     const bool rootFileBefore = std::filesystem::exists("/.fzy");
     // No layer chosen yet: there is no metadata file to look into.
@@ -367,16 +375,13 @@ TEST_F(FrmBackTest, metadataShowsText153AndWritesNothing) {
     EXPECT_EQ(std::filesystem::exists("/.fzy"), rootFileBefore);
     Choose(dialog, "parcels", "SLOPE");
     EXPECT_EQ(Metadata(dialog), Text(153));
+    Choose(dialog, "parcels", "MIX");
+    EXPECT_EQ(Metadata(dialog), AndOfAB("MIX"));
     EXPECT_FALSE(std::filesystem::exists(Folder("data") + "/parcels.fzy"));
     EXPECT_TRUE(m_ui.boxes.empty());
 }
 
-class StatsButtonTest : public FrmBackTest {
-protected:
-    void TearDown() override { util::SetDecimalSeparator(std::nullopt); }
-};
-
-TEST_F(StatsButtonTest, listsDistinctValuesInOrderAndShowsTheSummary) {
+TEST_F(FrmBackTest, statsListsDistinctValuesInOrderAndShowsTheSummary) {
     AddLayer(WritePolygons("data", "parcels", {{"V", {3, -2, 7.5, 3}}}));
     util::SetDecimalSeparator(',');
     Choose(Dialog(), "parcels", "V");
@@ -399,7 +404,7 @@ TEST_F(StatsButtonTest, listsDistinctValuesInOrderAndShowsTheSummary) {
     EXPECT_TRUE(m_ui.boxes.empty());
 }
 
-TEST_F(StatsButtonTest, fieldWithoutLayerEntryIsReportedAndNoWindowShown) {
+TEST_F(FrmBackTest, statsOfAFieldWithoutLayerEntryIsReportedWithItsStep) {
     const std::string path = WritePolygons("data", "parcels", {{"V", {1}}});
     m_session->context.chooseFile = [&](const std::string&, const Strings&) {
         return std::optional<std::string>(path);

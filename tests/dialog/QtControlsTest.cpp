@@ -71,6 +71,7 @@ TEST_F(DialogTest, listControlRaisesItsClickOncePerSelectionButNotWhenCleared) {
     list.SetClickHandler([&] { ++clicks; });
     list.AddItem("fr");
     list.AddItem("en");
+    list.AddItem("en");
     EXPECT_EQ(list.ListIndex(), -1);
     EXPECT_EQ(list.List(-1), "");
     list.SetListIndex(1);
@@ -78,12 +79,16 @@ TEST_F(DialogTest, listControlRaisesItsClickOncePerSelectionButNotWhenCleared) {
     list.SetListIndex(1);
     EXPECT_EQ(clicks, 2);
     EXPECT_EQ(list.Text(), "en");
+    // The first equal entry is selected; another letter case is no match and no click.
     EXPECT_EQ(util::SelectListItem(list, "fr"), 0);
-    EXPECT_EQ(clicks, 3);
-    widget.setCurrentRow(1); // as the user's click or arrow key changes it
+    EXPECT_EQ(util::SelectListItem(list, "en"), 1);
+    EXPECT_EQ(util::SelectListItem(list, "EN"), -1);
+    EXPECT_EQ(list.ListIndex(), 1);
     EXPECT_EQ(clicks, 4);
+    widget.setCurrentRow(2); // as the user's click or arrow key changes it
+    EXPECT_EQ(clicks, 5);
     list.Clear();
-    EXPECT_EQ(clicks, 4);
+    EXPECT_EQ(clicks, 5);
     EXPECT_EQ(list.ListCount(), 0);
     EXPECT_EQ(list.ListIndex(), -1);
 }

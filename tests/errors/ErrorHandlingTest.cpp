@@ -11,16 +11,6 @@ namespace {
 
 using quorel::test::SplitLines;
 
-TEST(ProcedureTextTest, endsWithTheLineOrABlankWithoutLineNumber) {
-    EXPECT_EQ(LineInfo(0), "");
-    EXPECT_EQ(LineInfo(-3), "Line : -3");
-    EXPECT_EQ(LineInfo(2147483647), "Line : 2147483647");
-    EXPECT_EQ(ProcedureText("ICommand_OnClick", "clsRequêteSouple", 12),
-              "ICommand_OnClick clsRequêteSouple Line : 12");
-    EXPECT_EQ(ProcedureText("ICommand_OnClick", "clsRequêteSouple", 0),
-              "ICommand_OnClick clsRequêteSouple ");
-}
-
 TEST(HandleErrorTest, showsTheCallStackBoxLineByLine) {
     util::RecordingMessageUi ui;
     HandleError(ui, ProcedureText("Class_Terminate", "clsRequêteSouple", 7), 91, "Quorel",
@@ -46,11 +36,16 @@ TEST(HandleErrorTest, showsTheCallStackBoxLineByLine) {
     EXPECT_EQ(SplitLines(ui.boxes[0].text), expected);
 }
 
-TEST(HandleErrorTest, negativeHostNumbersArePrintedSigned) {
+// Without a line number the procedure ends with a blank.
+TEST(HandleErrorTest, negativeHostNumbersArePrintedSignedAndNoLineIsNoLineInfo) {
     util::RecordingMessageUi ui;
-    HandleError(ui, "ICommand_OnCreate clsRequêteSouple ", -2147467259, "Host", "Failure");
+    HandleError(ui, ProcedureText("ICommand_OnCreate", "clsRequêteSouple", 0), -2147467259, "Host",
+                "Failure");
     ASSERT_EQ(ui.boxes.size(), 1u);
-    EXPECT_NE(ui.boxes[0].text.find("\r\nError Number \r\n\t-2147467259\r\n"), std::string::npos);
+    EXPECT_NE(ui.boxes[0].text.find("\tICommand_OnCreate clsRequêteSouple \r\n\r\nError Number "
+                                    "\r\n\t-2147467259\r\n"),
+              std::string::npos)
+        << ui.boxes[0].text;
 }
 
 } // namespace

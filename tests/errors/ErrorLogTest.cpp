@@ -57,24 +57,13 @@ TEST_F(ErrorLogTest, formatsTheReportLineByLine) {
                                       "Division by zero", "Debug=3"));
 }
 
-TEST_F(ErrorLogTest, reportShowsCriticalBoxWithNumberAndSourceInTitle) {
-    ErrorLog log = MakeLog();
-    const std::string text = log.ReportError(Error(11, "Quorel", "Division by zero"), "frm_back",
-                                             "cmd_go_Click", true, 0, "Debug=3", true);
-    ASSERT_EQ(m_ui.boxes.size(), 1u);
-    EXPECT_EQ(m_ui.boxes[0].icon, util::MessageIcon::Critical);
-    EXPECT_EQ(m_ui.boxes[0].title, std::optional<std::string>("Error#11 - Quorel"));
-    EXPECT_EQ(m_ui.boxes[0].text, text);
-    EXPECT_EQ(SplitLines(text)[2], "Error#11 in frm_back(Quorel) - cmd_go_Click"); // line 0: none
-}
-
-TEST_F(ErrorLogTest, twoReportsGiveTwoEntriesInTheLogBesideTheComponent) {
+TEST_F(ErrorLogTest, twoReportsGiveTwoEntriesInTheLogBesideTheComponentAndTwoBoxes) {
     ErrorLog log = MakeLog();
     EXPECT_EQ(log.ErrorLogFile(), m_folder.string() + "/Quorel.log");
     log.ReportError(Error(53, "Quorel", "File not found"), "frm_back", "cmd_add_Click", true, 0,
                     "Debug=1", true);
-    log.ReportError(Error(6, "Quorel", "Overflow"), "frm_back", "cmd_go_Click", true, 0, "Debug=5",
-                    true);
+    const std::string text = log.ReportError(Error(6, "Quorel", "Overflow"), "frm_back",
+                                             "cmd_go_Click", true, 0, "Debug=5", true);
     std::vector<std::string> expected =
         Entry("Error#53 in frm_back(Quorel) - cmd_add_Click", "File not found", "Debug=1");
     for (const std::string& line :
@@ -83,7 +72,11 @@ TEST_F(ErrorLogTest, twoReportsGiveTwoEntriesInTheLogBesideTheComponent) {
     }
     expected.push_back("");
     EXPECT_EQ(SplitLines(test::ReadBytes(m_folder / "Quorel.log")), expected);
-    EXPECT_EQ(m_ui.boxes.size(), 2u);
+    // Each shown as well, in a critical box titled with its number and source.
+    ASSERT_EQ(m_ui.boxes.size(), 2u);
+    EXPECT_EQ(m_ui.boxes[1].text, text);
+    EXPECT_EQ(m_ui.boxes[1].icon, util::MessageIcon::Critical);
+    EXPECT_EQ(m_ui.boxes[1].title, std::optional<std::string>("Error#6 - Quorel"));
 }
 
 // The system's code page is UTF-8: accented and non-Latin paths come out as they are.

@@ -17,14 +17,14 @@ namespace {
 
 bool operator==(const AggregationRecord& a, const AggregationRecord& b) {
     return a.field == b.field && a.inputs == b.inputs && a.op == b.op && a.gamma == b.gamma &&
-           a.weights == b.weights && a.created == b.created;
+           a.weights == b.weights && a.created == b.created && a.version == b.version;
 }
 
 const AggregationRecord kGamma{"FZY_AGG", {"FZY_SLOPE", "FZY_POPULA"}, "gamma", 0.1,
-                               {},        "2026-11-24T15:04:05+01:00"};
+                               {},        "2026-11-24T15:04:05+01:00", ""};
 // Names a user may give: quotes, backslashes, accents, a control character.
-const AggregationRecord kOwa{"Prés \"sec\"",   {"a\\b", "c\td", "é\x01"},  "owa", std::nullopt,
-                             {0.1, 1e-300, 3}, "2026-11-24T15:04:06-03:30"};
+const AggregationRecord kOwa{"Prés \"sec\"",   {"a\\b", "c\td", "é\x01"},   "owa", std::nullopt,
+                             {0.1, 1e-300, 3}, "2026-11-24T15:04:06-03:30", ""};
 
 TEST(AggregationRecordsTest, theJsonReadsBackEveryRecordExactly) {
     const std::string text = AggregationRecordsToJson({kGamma, kOwa});
@@ -33,6 +33,12 @@ TEST(AggregationRecordsTest, theJsonReadsBackEveryRecordExactly) {
     EXPECT_TRUE(back[0] == kGamma);
     EXPECT_TRUE(back[1] == kOwa);
     EXPECT_TRUE(AggregationRecordsFromJson(AggregationRecordsToJson({}), "p").empty());
+    // One record as a database keeps it: a document of its own, with the program's version.
+    for (AggregationRecord record : {kGamma, kOwa}) {
+        record.version = "10.3.2";
+        EXPECT_TRUE(AggregationFromDocument(AggregationDocument(record), record.field, "d") ==
+                    record);
+    }
     // What a person may write by hand: escapes, other spacing, keys of a later version.
     const auto edited = AggregationRecordsFromJson(
         R"({"aggregations":[{"created":"t","operator":"and","field":"\u00e9\ud83d\ude00",)"

@@ -36,11 +36,6 @@ TEST_F(FzyOpenTest, shortFileIsNewAndOnlyItsFirstEightBytesAreRewritten) {
     EXPECT_EQ(ReadBytes(FzyPath()), expected);
 }
 
-TEST_F(FzyOpenTest, missingFolderIsTheCallersError) {
-    std::string name = "PARCELLES.shp";
-    EXPECT_THROW(m_io.fzy_io_open(Folder() + "/gone", name), Error);
-}
-
 using FzyAppendTest = FzyFixture;
 
 TEST_F(FzyAppendTest, workedExampleIsByteExact) {
@@ -201,23 +196,6 @@ TEST_F(FzyDescriptionTest, namesAreComparedExactly) {
     WriteBytes(FzyPath(), MakeFile(0, 1, 0, {EncodeNumberEntry(MakeNumber("ŁÓDŹ"))}));
     Open();
     EXPECT_TRUE(m_io.fzy_io_numberinfo("ŁÓDŹ"));
-}
-
-TEST_F(FzyDescriptionTest, emptyNameRecordSearchReadsNothing) {
-    // No file is open: any read would fail and show a box.
-    EXPECT_FALSE(m_io.fzy_io_recordinfo("", ""));
-    EXPECT_TRUE(m_ui.boxes.empty());
-}
-
-TEST_F(FzyDescriptionTest, showInfoShowsTheTextAndDiscardsTheWindow) {
-    WriteBytes(FzyPath(), MakeFile(0, 1, 0, {EncodeNumberEntry(MakeNumber("FZY_A"))}));
-    Open();
-    ASSERT_TRUE(m_io.fzy_io_numberinfo("FZY_A"));
-    m_io.fzy_io_showinfo();
-    m_io.fzy_io_showinfo();
-    ASSERT_EQ(m_window.shown.size(), 2u);
-    EXPECT_EQ(m_window.shown[0].rfind("T147 FZY_A(", 0), 0u);
-    EXPECT_EQ(m_window.shown[1], "");
 }
 
 // Damaged files: the dump refuses each, each search that meets the damage reports its step,

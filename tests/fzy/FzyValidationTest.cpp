@@ -185,13 +185,5 @@ TEST_F(FzyValidationTest, withoutAFeatureLayerToCheckTheEntryIsKept) {
     EXPECT_EQ(m_ui.boxes[0].text, "13  Type mismatch fzy_io_check Debug=2");
 }
 
-TEST_F(FzyValidationTest, noApplicationIsAnErrorThatKeepsTheEntry) {
-    m_io.SetApplication(nullptr);
-    EXPECT_TRUE(m_io.fzy_io_check("FZY_A", "PARCELLES"));
-    ASSERT_EQ(m_ui.boxes.size(), 1u);
-    EXPECT_NE(m_ui.boxes[0].text.find("424  Object required"), std::string::npos);
-    EXPECT_NE(m_ui.boxes[0].text.find(" fzy_io_check Debug=1"), std::string::npos);
-}
-
 } // namespace
 } // namespace quorel::fzy::test

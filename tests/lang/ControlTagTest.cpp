@@ -16,7 +16,7 @@ TEST(ControlTagTest, readsTextIdSuffixAndTooltip) {
           std::pair{"abc", ControlTag{0, "", 0}}, std::pair{"tt=x", ControlTag{0, "", 0}},
           std::pair{"TT=7", ControlTag{0, "", 0}}, std::pair{" 12 ", ControlTag{12, "", 0}},
           std::pair{"40000", ControlTag{0, "", 0}}, std::pair{"tt=40000", ControlTag{0, "", 0}},
-          std::pair{"tt=7:", ControlTag{0, " :", 0}}}) {
+          std::pair{"tt=7:", ControlTag{0, " :", 0}}, std::pair{"tt=,9", ControlTag{0, "", 0}}}) {
         EXPECT_EQ(ParseControlTag(tag), expected) << ::testing::PrintToString(tag);
     }
 }

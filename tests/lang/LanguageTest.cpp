@@ -169,8 +169,9 @@ TEST_F(LanguageTest, rememberedLanguageWithoutAColumnLeavesEmptyTextsUntilOneIsC
     EXPECT_EQ(m_ui.boxes[0].text.substr(0, head.size()), head);
     ASSERT_TRUE(Texts().Texts().has_value());
     EXPECT_EQ(Texts().Texts()->size(), 5u);
-    for (std::int16_t id = 0; id <= 4; ++id) {
-        EXPECT_EQ(Texts().ResourceString(id), "");
+    // Ids outside the table read empty as well.
+    for (const std::int16_t id : {-1, 0, 1, 2, 3, 4, 5, 32767}) {
+        EXPECT_EQ(Texts().ResourceString(id), "") << id;
     }
     EXPECT_EQ(m_dialog.form.caption, "");
     EXPECT_EQ(m_dialog.list.index, -1);
@@ -246,18 +247,6 @@ TEST_F(LanguageTest, unopenableDatabaseShowsTheInitialisationBox) {
     EXPECT_EQ(m_dialog.form.caption, "");
 }
 
-TEST_F(LanguageTest, accessTextDatabaseIsReadThroughTheAccessEngine) {
-    // The sample has no text table: the database opens, then the missing table is reported.
-    std::filesystem::copy_file(QUOREL_ACCESS_SAMPLE, DatabasePath());
-    LoadDialog();
-    ASSERT_EQ(m_ui.boxes.size(), 2u);
-    EXPECT_EQ(m_ui.boxes[0].title, "DAO_SQL2Value");
-    EXPECT_NE(m_ui.boxes[0].text.find("SQL=SELECT max(id) FROM tblText"), std::string::npos);
-    EXPECT_EQ(m_ui.boxes[1].title, "FillLanguageList");
-    ASSERT_NE(Texts().db(), nullptr);
-    EXPECT_EQ(DetectEngine(Texts().db()->Path()), DatabaseEngine::Access);
-}
-
 TEST_F(LanguageTest, sharedFolderPrefixWithoutReplacementIsRefusedInTheUsersLanguage) {
     MakeDatabase("CREATE TABLE tblText (id INTEGER, fr TEXT, en TEXT);"
                  "INSERT INTO tblText VALUES (190, 'Préfixe refusé', 'Prefix refused');");
@@ -287,51 +276,20 @@ TEST_F(LanguageTest, failingToRememberTheLanguageIsReportedAndLogged) {
     EXPECT_EQ(m_dialog.At("cmd_go").caption, "Compute");
 }
 
-TEST_F(LanguageTest, clickOnAnEmptyListDoesNothing) {
-    MakeDatabase(kTable);
-    m_module.InitLanguage();
-    listlang1_Click(m_dialog, m_module.gResource(), m_log);
-    EXPECT_EQ(m_dialog.form.caption, "design title");
-    EXPECT_EQ(RememberedLanguage(), "(none)");
-}
-
-TEST_F(LanguageTest, lookupsOutsideTheTableAreEmpty) {
-    MakeDatabase(kTable + "INSERT INTO tblText VALUES (162, 'fin', 'end');");
-    m_module.InitLanguage();
-    clsResourceMDB& texts = Texts();
-    EXPECT_EQ(texts.ResourceString(162), "fin");
-    EXPECT_EQ(texts.ResourceString(163), "");
-    EXPECT_EQ(texts.ResourceString(-1), "");
-    EXPECT_EQ(texts.ResourceString(100), "");
-    EXPECT_EQ(texts.ResourceString(32767), "");
-}
-
+// Text 1 names the controls' font; where it is empty the controls keep theirs.
 TEST_F(LanguageTest, fontFollowsTextOneAndIsLeftAloneWhenEmpty) {
     MakeDatabase("CREATE TABLE tblText (id INTEGER, fr TEXT, en TEXT);"
                  "INSERT INTO tblText VALUES (1, 'DejaVu Sans', '');"
                  "INSERT INTO tblText VALUES (2, 'Sortir', 'Exit');");
-    m_module.InitLanguage();
-    clsResourceMDB& texts = Texts();
-    EXPECT_EQ(texts.FontName, "DejaVu Sans");
-    texts.LoadFormLanguageText(m_dialog.form, true);
+    LoadDialog();
+    EXPECT_EQ(Texts().FontName, "DejaVu Sans");
     EXPECT_EQ(m_dialog.At("cmd_sortie").fontName, "DejaVu Sans");
     EXPECT_EQ(m_dialog.At("Txt_explique").fontName, "Tahoma"); // tooltip only
-    texts.FontId = 0;
-    texts.SetFontFromDb();
-    EXPECT_EQ(texts.FontName, "");
-    texts.SetFontFromDb(1);
-    EXPECT_EQ(texts.FontId, 1);
-    EXPECT_EQ(texts.FontName, "DejaVu Sans");
-    texts.LanguageCode("en");
-    texts.LoadResData();
-    EXPECT_EQ(texts.FontName, "");
-    TestDialog fresh;
-    texts.LoadFormLanguageText(fresh.form, false);
-    EXPECT_EQ(fresh.At("cmd_sortie").caption, "Exit");
-    EXPECT_EQ(fresh.At("cmd_sortie").fontName, "Tahoma");
-    texts.LoadFormLanguageText(fresh.form, true);
-    EXPECT_EQ(fresh.At("cmd_sortie").fontName, "(form)");
-    EXPECT_THROW(texts.SetFontFromDb(9), Error);
+    m_dialog.form = TestDialog().form;
+    m_dialog.list.SetListIndex(1);
+    EXPECT_EQ(Texts().FontName, "");
+    EXPECT_EQ(m_dialog.At("cmd_sortie").caption, " Exit");
+    EXPECT_EQ(m_dialog.At("cmd_sortie").fontName, "Tahoma");
 }
 
 } // namespace

@@ -131,7 +131,9 @@ def test_refused_and_failed_runs_change_nothing_recorded(source, field_kept, req
     assert (source.GetLayer().GetLayerDefn().GetFieldIndex("CUT") >= 0) == field_kept
 
 
-def test_an_aggregation_writes_the_operators_degrees(parcels):
+@pytest.mark.parametrize("source", ["parcels", "geopackage"])
+def test_an_aggregation_writes_the_operators_degrees(source, request):
+    parcels = request.getfixturevalue(source)
     quorel.run(parcels, "SLOPE", 5, 2, 5, 15, 25)
     quorel.run(parcels, "SLOPE", 3, 0, 10, out="RAMP")
     quorel.run(parcels, "ALTITUDE", 4, 100, 400, out="LOW")
@@ -147,7 +149,8 @@ def test_an_aggregation_writes_the_operators_degrees(parcels):
     descending = -np.sort(-inputs, axis=1)  # NaN rows stay NaN
     expected = np.column_stack([total ** 0.3 * product ** 0.7, descending @ [3, 2, 1] / 6])
     assert np.isnan(inputs).any() and np.isnan(written).any()
-    # The table keeps 11 decimals: half a unit of the last, and the doubles' own rounding.
+    # A shapefile's table keeps 11 decimals: half a unit of the last, and the doubles' own
+    # rounding; a GeoPackage the double.
     np.testing.assert_allclose(written, expected, rtol=0, atol=6e-12, equal_nan=True)
 
 

@@ -2,35 +2,17 @@
 and the module from the build, and a scratch copy of the sample."""
 
 import os
-import shutil
 import sys
 
 import numpy as np
-import pytest
 from osgeo import ogr
 
 SOURCE_DIR = os.environ["QUOREL_SOURCE_DIR"]
 sys.path.append(os.path.join(SOURCE_DIR, "tests", "python"))
 from pgcluster import postgis, postgres  # noqa: E402,F401 (fixtures)
+from samples import geopackage, parcels  # noqa: E402,F401 (fixtures)
+
 CRITERION = {"SHAPE": 4, "A": 2, "B": 5, "C": 15, "D": 25}  # a trapezoid, kind 5
-
-
-@pytest.fixture
-def parcels(tmp_path):
-    for name in os.listdir(os.path.join(SOURCE_DIR, "samples")):
-        if name.startswith("parcels."):
-            shutil.copy(os.path.join(SOURCE_DIR, "samples", name), tmp_path)
-    return str(tmp_path / "parcels.shp")
-
-
-@pytest.fixture
-def geopackage(parcels):
-    """The sample as a GeoPackage, its one table named "parcels"."""
-    from osgeo import gdal
-
-    path = parcels.replace(".shp", ".gpkg")
-    gdal.VectorTranslate(path, parcels, format="GPKG")
-    return path
 
 
 def assert_degrees_written(shapefile, field):

@@ -1,7 +1,6 @@
 #include "util/FileFunctions.h"
 #include "tests/support/RecordingMessageUi.h"
 #include "tests/support/ScratchFolder.h"
-#include "util/ListControl.h"
 #include "util/MessageUi.h"
 
 #include <gtest/gtest.h>
@@ -42,37 +41,6 @@ TEST_F(FileFunctionsTest, missingFileShowsTheMessageOnlyWhenAsked) {
     // An empty path is missing too; its message ends with an empty line.
     EXPECT_FALSE(FileExists("", &ui));
     EXPECT_EQ(ui.boxes.at(1).text, "File does not exist.\r\n");
-}
-
-class PlainList : public IListControl {
-public:
-    explicit PlainList(std::vector<std::string> items) : m_items(std::move(items)) {}
-    int ListCount() const override { return static_cast<int>(m_items.size()); }
-    std::string List(int index) const override {
-        return m_items.at(static_cast<std::size_t>(index));
-    }
-    int ListIndex() const override { return m_index; }
-    void SetListIndex(int index) override {
-        m_index = index;
-        ++clicks;
-    }
-    void AddItem(const std::string& text) override { m_items.push_back(text); }
-    void Clear() override { m_items.clear(); }
-    int clicks = 0;
-
-private:
-    std::vector<std::string> m_items;
-    int m_index = -1;
-};
-
-TEST(SelectListItemTest, selectsTheFirstEqualEntryOnceAndNothingWithoutAMatch) {
-    PlainList list({"fr", "en", "de", "en"});
-    EXPECT_EQ(SelectListItem(list, "en"), 1);
-    EXPECT_EQ(list.ListIndex(), 1);
-    EXPECT_EQ(list.clicks, 1);
-    EXPECT_EQ(SelectListItem(list, "EN"), -1);
-    EXPECT_EQ(list.ListIndex(), 1);
-    EXPECT_EQ(list.clicks, 1);
 }
 
 } // namespace

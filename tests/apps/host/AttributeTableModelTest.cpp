@@ -3,13 +3,11 @@
 
 #include "apps/quorel-host/AttributeTableModel.h"
 #include "tests/support/ScratchFolder.h"
+#include "tools/sample/PolygonShapefile.h"
 
 #include <gtest/gtest.h>
 
-#include <charconv>
-#include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <string>
 #include <vector>
 
@@ -18,51 +16,24 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct Column {
-    const char* name;
-    char type;
-    std::uint8_t length;
-    std::uint8_t decimals;
-};
-
-// ID N(9,0), DEGREE N(19,11) and NAME C(10), as (id, degree, name) of each record; a record
-// whose name starts with '*' is written deleted.
-const std::vector<Column> kColumns = {
-    {"ID", 'N', 9, 0}, {"DEGREE", 'N', 19, 11}, {"NAME", 'C', 10, 0}};
-constexpr std::size_t kRecordLength = 1 + 9 + 19 + 10;
-
-void PutU16(std::string& bytes, std::size_t at, std::size_t value) {
-    bytes[at] = static_cast<char>(value & 0xFF);
-    bytes[at + 1] = static_cast<char>((value >> 8) & 0xFF);
-}
-
-template <typename Fill> void WriteTable(const fs::path& path, std::size_t count, Fill fill) {
-    std::string header(32 + 32 * kColumns.size() + 1, '\0');
-    header[0] = 0x03;
-    for (int i = 0; i < 4; ++i) {
-        header[4 + i] = static_cast<char>((count >> (8 * i)) & 0xFF);
+// ID N(9,0), DEGREE N(19,11) and NAME C(10), each record's values filled by fill; the
+// records listed in deleted are then flagged deleted.
+void WriteTable(const fs::path& dbf, std::size_t count, const tools::RowFiller& fill,
+                const std::vector<std::size_t>& deleted = {}) {
+    fs::path shp = dbf;
+    tools::WritePolygonShapefile(shp.replace_extension(".shp").string(),
+                                 {{"ID", 'N', 9, 0}, {"DEGREE", 'N', 19, 11}, {"NAME", 'C', 10, 0}},
+                                 count, fill);
+    std::string bytes = test::ReadBytes(dbf);
+    // The header's length at byte 8 and a record's at byte 10, both little-endian.
+    const auto length = [&bytes](std::size_t at) {
+        return static_cast<std::size_t>(static_cast<std::uint8_t>(bytes[at]) |
+                                        static_cast<std::uint8_t>(bytes[at + 1]) << 8);
+    };
+    for (const std::size_t record : deleted) {
+        bytes[length(8) + record * length(10)] = '*';
     }
-    PutU16(header, 8, header.size());
-    PutU16(header, 10, kRecordLength);
-    for (std::size_t c = 0; c < kColumns.size(); ++c) {
-        char* descriptor = header.data() + 32 + 32 * c;
-        std::snprintf(descriptor, 11, "%s", kColumns[c].name);
-        descriptor[11] = kColumns[c].type;
-        descriptor[16] = static_cast<char>(kColumns[c].length);
-        descriptor[17] = static_cast<char>(kColumns[c].decimals);
-    }
-    header.back() = 0x0D;
-    std::string records(count * kRecordLength, ' ');
-    for (std::size_t r = 0; r < count; ++r) {
-        fill(r, records.data() + r * kRecordLength);
-    }
-    std::ofstream out(path, std::ios::binary);
-    out << header << records << '\x1A';
-}
-
-// Right-aligned, as tables lay numbers out.
-void PutNumber(char* field, std::size_t width, std::string_view text) {
-    std::copy(text.begin(), text.end(), field + width - text.size());
+    test::WriteBytes(dbf, bytes);
 }
 
 class AttributeTableModelTest : public ::testing::Test {
@@ -77,16 +48,10 @@ protected:
 
 TEST_F(AttributeTableModelTest, anyRowReadsOnDemandAcrossPages) {
     const fs::path path = m_folder / "pages.dbf";
-    WriteTable(path, 1000, [](std::size_t r, char* record) {
-        char text[24];
-        auto end = std::to_chars(text, text + sizeof text, r + 1).ptr;
-        PutNumber(record + 1, 9, {text, static_cast<std::size_t>(end - text)});
-        // The degree r mod 1000 thousandths, with its 11 decimals.
-        std::snprintf(text, sizeof text, "%19.11f", static_cast<double>(r % 1000) / 1000);
-        std::copy(text, text + 19, record + 10);
-        end = std::to_chars(text, text + sizeof text, r % 97).ptr;
-        record[29] = 'n';
-        std::copy(text, end, record + 30);
+    WriteTable(path, 1000, [](std::size_t r, std::vector<host::Value>& values) {
+        // The degree r mod 1000 thousandths.
+        values = {static_cast<double>(r + 1), static_cast<double>(r % 1000) / 1000,
+                  "n" + std::to_string(r % 97)};
     });
     AttributeTableModel model;
     model.SetTable(std::make_shared<TableReader>(path.string()));
@@ -105,15 +70,13 @@ TEST_F(AttributeTableModelTest, anyRowReadsOnDemandAcrossPages) {
 
 TEST_F(AttributeTableModelTest, deletedRecordsAreNoRowsAndRowsKeepTheirRecordsFids) {
     const fs::path path = m_folder / "deleted.dbf";
-    // Records 0 and 3 deleted; record 4 has no degree (blank, Null).
-    WriteTable(path, 6, [](std::size_t r, char* record) {
-        record[0] = r == 0 || r == 3 ? '*' : ' ';
-        PutNumber(record + 1, 9, std::to_string(10 * r));
-        if (r != 4) {
-            PutNumber(record + 10, 19, "0.50000000000");
-        }
-        record[29] = static_cast<char>('a' + r);
-    });
+    // Records 0 and 3 deleted; record 4 has no degree (Null).
+    WriteTable(path, 6,
+               [](std::size_t r, std::vector<host::Value>& values) {
+                   values = {static_cast<double>(10 * r), r == 4 ? host::Value() : host::Value(0.5),
+                             std::string(1, static_cast<char>('a' + r))};
+               },
+               {0, 3});
     AttributeTableModel model;
     model.SetTable(std::make_shared<TableReader>(path.string()));
     ASSERT_EQ(model.rowCount(), 4);

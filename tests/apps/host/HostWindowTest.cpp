@@ -7,6 +7,7 @@
 #include "component/registry/ClassRegistry.h"
 #include "criterion/Membership.h"
 #include "host/api/Selection.h"
+#include "tests/support/QtApplication.h"
 #include "tests/support/ScratchFolder.h"
 
 #include <QAbstractButton>
@@ -19,7 +20,7 @@
 #include <QMenu>
 #include <QMenuBar>
 #include <QMessageBox>
-#include <QMouseEvent>
+#include <QTest>
 #include <QTimer>
 #include <QToolBar>
 
@@ -40,33 +41,11 @@ namespace fs = std::filesystem;
 
 const QString kCommand = QStringLiteral("Quorel.clsRequêteSouple");
 
-// One QApplication for all the tests, gone before the program's exit, ahead of Qt's own statics.
-class QtEnvironment final : public ::testing::Environment {
-public:
-    void SetUp() override {
-        setenv("QT_QPA_PLATFORM", "offscreen", 1);
-        m_app = std::make_unique<QApplication>(m_argc, m_argv);
-    }
-    void TearDown() override { m_app.reset(); }
-
-private:
-    int m_argc = 1;
-    char m_name[25] = "quorel_host_window_tests";
-    char* m_argv[2] = {m_name, nullptr};
-    std::unique_ptr<QApplication> m_app;
-};
-
-[[maybe_unused]] const ::testing::Environment* const kQt =
-    ::testing::AddGlobalTestEnvironment(new QtEnvironment);
-
-void ReleaseMouseOn(QListWidget& list, const QString& text) {
+void ClickItem(QListWidget& list, const QString& text) {
     const auto found = list.findItems(text, Qt::MatchExactly);
     ASSERT_EQ(found.size(), 1) << text.toStdString();
-    list.setCurrentItem(found.front());
-    const QPoint at = list.visualItemRect(found.front()).center();
-    QMouseEvent release(QEvent::MouseButtonRelease, at, list.viewport()->mapToGlobal(at),
-                        Qt::LeftButton, Qt::NoButton, Qt::NoModifier);
-    QApplication::sendEvent(list.viewport(), &release);
+    QTest::mouseClick(list.viewport(), Qt::LeftButton, {},
+                      list.visualItemRect(found.front()).center());
 }
 
 class HostWindowTest : public ::testing::Test {
@@ -82,12 +61,16 @@ protected:
         }
         fs::copy_file(fs::path(QUOREL_SOURCE_DIR) / "samples" / "demo.qmap",
                       m_folder / "demo.qmap");
+        OpenWindow();
+    }
+
+    // A window over the default class registry, showing the demo document.
+    void OpenWindow() {
         m_window = std::make_unique<MainWindow>(
             MainWindow::Options{component::ClassRegistry::DefaultPath(), {}});
         m_window->OpenDocumentFile(QString::fromStdString((m_folder / "demo.qmap").string()));
         m_window->show();
     }
-    void TearDown() override { m_window.reset(); }
 
     // Clicks the command; while its dialog is up, closes every message box (recording its
     // text) and runs drive on the dialog once, then closes the dialog.
@@ -125,10 +108,10 @@ protected:
     }
 
     static void RunTrapezoidOnSlope(QWidget& dialog) {
-        ReleaseMouseOn(*dialog.findChild<QListWidget*>(QStringLiteral("Lst_shapes")),
-                       QStringLiteral("parcels"));
-        ReleaseMouseOn(*dialog.findChild<QListWidget*>(QStringLiteral("Lst_fields")),
-                       QStringLiteral("SLOPE"));
+        ClickItem(*dialog.findChild<QListWidget*>(QStringLiteral("Lst_shapes")),
+                  QStringLiteral("parcels"));
+        ClickItem(*dialog.findChild<QListWidget*>(QStringLiteral("Lst_fields")),
+                  QStringLiteral("SLOPE"));
         dialog.findChild<QAbstractButton*>(QStringLiteral("cmd_nf_5"))->click();
         const char* boxes[] = {"Txt_val_a", "Txt_val_b", "Txt_val_c", "Txt_val_d"};
         const char* values[] = {"2", "5", "15", "25"};
@@ -187,10 +170,7 @@ TEST_F(HostWindowTest, theCommandStandsInItsCategorysToolbarWithItsTextsAndPictu
 TEST_F(HostWindowTest, onceTheSiblingComponentIsRegisteredTheMenusItemsAreLiveAndOpenItsWindows) {
     const auto pravel = component::ComponentLibrary::Open(QUOREL_PRAVEL);
     ASSERT_EQ(pravel->RegisterServer(), com::kOk);
-    m_window = std::make_unique<MainWindow>(
-        MainWindow::Options{component::ClassRegistry::DefaultPath(), {}});
-    m_window->OpenDocumentFile(QString::fromStdString((m_folder / "demo.qmap").string()));
-    m_window->show();
+    OpenWindow();
     ASSERT_TRUE(m_window->Components().Failures().empty());
     QMenu* menu = nullptr;
     for (QAction* entry : m_window->menuBar()->actions()) {
@@ -228,14 +208,20 @@ TEST_F(HostWindowTest, onceTheSiblingComponentIsRegisteredTheMenusItemsAreLiveAn
     }
 }
 
-void Click(QWidget& widget, const QPoint& at) {
-    const QPointF global = widget.mapToGlobal(QPointF(at));
-    QMouseEvent press(QEvent::MouseButtonPress, QPointF(at), global, Qt::LeftButton, Qt::LeftButton,
-                      Qt::NoModifier);
-    QApplication::sendEvent(&widget, &press);
-    QMouseEvent release(QEvent::MouseButtonRelease, QPointF(at), global, Qt::LeftButton,
-                        Qt::NoButton, Qt::NoModifier);
-    QApplication::sendEvent(&widget, &release);
+// The centre of a sample parcel (FID), and the colour the map shows there: the sample's parcels
+// are the 100 m cells of a 20 x 20 grid, their corners moved less than 30 m, numbered row by row
+// from the bottom left, so a cell's centre lies in its parcel.
+ShapePoint ParcelCentre(const MapView& view, int fid) {
+    const Extent full = view.FullExtent();
+    return {std::round(full.minX / 100) * 100 + (fid % 20 + 0.5) * 100,
+            std::round(full.minY / 100) * 100 + (fid / 20 + 0.5) * 100};
+}
+
+QRgb ParcelPixel(const MapView& view, int fid) {
+    const ScreenPoint at = view.Viewport().ToScreen(ParcelCentre(view, fid));
+    QApplication::processEvents();
+    return const_cast<MapView&>(view).grab().toImage().pixel(static_cast<int>(at.x),
+                                                             static_cast<int>(at.y));
 }
 
 TEST_F(HostWindowTest, aCriterionRunShowsInTheLegendTheTableAndWhatIdentifyFinds) {
@@ -258,16 +244,14 @@ TEST_F(HostWindowTest, aCriterionRunShowsInTheLegendTheTableAndWhatIdentifyFinds
     // The calculator's message was shown, then cleared.
     EXPECT_EQ(m_window->StatusMessage(), QString());
     Screenshot("host_after");
-    // Zoomed in on a few parcels, identify a click on parcel 191 (FID): the sample's parcels
-    // are the 100 m cells of a 20 x 20 grid, their corners moved less than 30 m, numbered row
-    // by row from the bottom left, so a cell's centre lies in its parcel.
-    const Extent full = m_window->View()->FullExtent();
-    const double cellX = std::round(full.minX / 100) * 100 + 11.5 * 100;
-    const double cellY = std::round(full.minY / 100) * 100 + 9.5 * 100;
-    m_window->View()->ZoomToExtent({cellX - 450, cellY - 300, cellX + 450, cellY + 300});
+    // Zoomed in on a few parcels, identify a click on parcel 191.
+    const ShapePoint centre = ParcelCentre(*m_window->View(), 191);
+    m_window->View()->ZoomToExtent(
+        {centre.x - 450, centre.y - 300, centre.x + 450, centre.y + 300});
     m_window->findChild<QAction*>(QStringLiteral("identifyTool"))->trigger();
-    const ScreenPoint at = m_window->View()->Viewport().ToScreen({cellX, cellY});
-    Click(*m_window->View(), QPoint(static_cast<int>(at.x), static_cast<int>(at.y)));
+    const ScreenPoint at = m_window->View()->Viewport().ToScreen(centre);
+    QTest::mouseClick(m_window->View(), Qt::LeftButton, {},
+                      QPoint(static_cast<int>(at.x), static_cast<int>(at.y)));
     const IdentifyPanel& found = *m_window->Identified();
     EXPECT_TRUE(found.isVisible());
     EXPECT_EQ(found.ValueOf(QStringLiteral("FID")), QStringLiteral("191"))
@@ -279,18 +263,6 @@ TEST_F(HostWindowTest, aCriterionRunShowsInTheLegendTheTableAndWhatIdentifyFinds
         << "SLOPE " << slope.toStdString();
     EXPECT_EQ(found.ValueOf(QStringLiteral("LANDUSE")).isEmpty(), false);
     Screenshot("host_identify");
-}
-
-// The colour the map shows at the centre of a sample parcel (FID): the 100 m cells of a 20 x 20
-// grid, numbered row by row from the bottom left.
-QRgb ParcelPixel(const MapView& view, int fid) {
-    const Extent full = view.FullExtent();
-    const double x = std::round(full.minX / 100) * 100 + (fid % 20 + 0.5) * 100;
-    const double y = std::round(full.minY / 100) * 100 + (fid / 20 + 0.5) * 100;
-    const ScreenPoint at = view.Viewport().ToScreen({x, y});
-    QApplication::processEvents();
-    return const_cast<MapView&>(view).grab().toImage().pixel(static_cast<int>(at.x),
-                                                             static_cast<int>(at.y));
 }
 
 TEST_F(HostWindowTest, aLayersSelectionIsDrawnAndMarkedInTheTableWhichCanShowItAlone) {

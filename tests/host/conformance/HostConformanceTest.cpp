@@ -349,6 +349,15 @@ TEST_P(HostConformanceTest, eachLayerSelectsApartAndOtherDataEmptyItsSelection) 
     selection->Unadvise(&counter);
 }
 
+// The rows in another type of cell.
+template <typename Cell> std::vector<std::vector<Cell>> RowsOf(const Rows& rows) {
+    std::vector<std::vector<Cell>> cells;
+    for (const auto& row : rows) {
+        cells.emplace_back(row.begin(), row.end());
+    }
+    return cells;
+}
+
 HostFixture ShapefileHost() {
     return {"shapefile",
             [](const std::string& folder, const std::vector<std::string>& fields,
@@ -358,11 +367,7 @@ HostFixture ShapefileHost() {
                     for (const auto& name : fields) {
                         specs.push_back({name, 'N', 12, 4});
                     }
-                    std::vector<std::vector<Value>> values;
-                    for (const auto& row : rows) {
-                        values.emplace_back(row.begin(), row.end());
-                    }
-                    testing::MakeShapefile(folder, "PARCELS", specs, values);
+                    testing::MakeShapefile(folder, "PARCELS", specs, RowsOf<Value>(rows));
                 }
                 auto app = std::make_shared<shapefile::Application>();
                 app->SetWriteLockWait(std::chrono::milliseconds(0));
@@ -399,11 +404,7 @@ HostFixture GeoPackageHost() {
                const Rows& rows) -> std::shared_ptr<IApplication> {
                 const std::string path = folder + "/PARCELS.gpkg";
                 if (!std::filesystem::exists(path)) {
-                    std::vector<std::vector<Value>> values;
-                    for (const auto& row : rows) {
-                        values.emplace_back(row.begin(), row.end());
-                    }
-                    testing::MakeGeoPackage(path, {{"PARCELS", fields, values}});
+                    testing::MakeGeoPackage(path, {{"PARCELS", fields, RowsOf<Value>(rows)}});
                 }
                 auto app = std::make_shared<source::Application>();
                 app->SetWriteLockWait(std::chrono::milliseconds(0));
@@ -422,11 +423,8 @@ HostFixture PostgisHost() {
                 static std::map<std::string, std::string> databases;
                 auto& source = databases[folder];
                 if (source.empty()) {
-                    std::vector<std::vector<std::optional<double>>> values;
-                    for (const auto& row : rows) {
-                        values.emplace_back(row.begin(), row.end());
-                    }
-                    source = testing::MakePostgisTable("PARCELS", fields, values);
+                    source = testing::MakePostgisTable("PARCELS", fields,
+                                                       RowsOf<std::optional<double>>(rows));
                 }
                 auto app = std::make_shared<source::Application>();
                 app->SetWriteLockWait(std::chrono::milliseconds(0));

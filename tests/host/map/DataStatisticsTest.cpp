@@ -53,15 +53,6 @@ TEST(DataStatisticsTest, distinctValuesInFoundOrderAndFiguresOfNonNullValues) {
     EXPECT_NEAR(results->StandardDeviation(), std::sqrt(squares / 6.0), 1e-12);
 }
 
-TEST(DataStatisticsTest, aNewCursorStartsAfresh) {
-    const auto statistics = Over({1.0, 2.0});
-    EXPECT_EQ(statistics->UniqueValueCount(), 2);
-    statistics->SetCursor(Cursor({5.0}));
-    EXPECT_EQ(statistics->Statistics()->Count(), 1);
-    EXPECT_EQ(statistics->Statistics()->Mean(), 5.0);
-    EXPECT_EQ(statistics->Statistics()->StandardDeviation(), 0.0);
-}
-
 TEST(DataStatisticsTest, noValuesGivesZeroCountAndZeroFigures) {
     const auto statistics = Over({Value{}, Value{}});
     EXPECT_TRUE(statistics->UniqueValues().empty());

@@ -24,17 +24,6 @@ TEST(MapTest, layerByPositionOutOfRangeSaysWhatTheMapHolds) {
               "No layer at position 2 (the map has 2 layers)");
 }
 
-TEST(ApplicationTest, editorExtensionIsFoundByItsIdAndReportsTheEditState) {
-    memory::MemoryApplication app;
-    const auto editor =
-        std::dynamic_pointer_cast<IEditor>(app.FindExtensionByCLSID(UID{kEditorExtensionId}));
-    ASSERT_NE(editor, nullptr);
-    EXPECT_EQ(editor->EditState(), kEditStateNotEditing);
-    app.EditorExtension()->SetEditState(kEditStateEditing);
-    EXPECT_EQ(editor->EditState(), kEditStateEditing);
-    EXPECT_EQ(app.FindExtensionByCLSID(UID{"esriFramework.Other"}), nullptr);
-}
-
 TEST(ApplicationTest, statusBarKeepsPaneTextsAndTellsItsListeners) {
     memory::MemoryApplication app;
     std::vector<std::string> shown;
@@ -51,17 +40,6 @@ TEST(ApplicationTest, statusBarKeepsPaneTextsAndTellsItsListeners) {
     EXPECT_EQ(app.StatusBar()->MessageText(1), "");
     EXPECT_EQ(shown, (std::vector<std::string>{"0:Calcul en cours", "2:x"}));
     EXPECT_EQ(progress, (std::vector<double>{0.5, -1}));
-}
-
-// (New and opened documents, and focus changes, are the event tests'.)
-TEST(ApplicationTest, theActiveDocumentIsTheDocument) {
-    memory::MemoryApplication app;
-    const auto first = app.Documents().front();
-    const auto second = app.NewDocument();
-    EXPECT_EQ(app.Document(), second);
-    app.SetActiveDocument(first);
-    EXPECT_EQ(app.Document(), first);
-    EXPECT_EQ(app.Document()->FocusMap()->Name(), "Layers");
 }
 
 } // namespace

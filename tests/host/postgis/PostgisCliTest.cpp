@@ -1,4 +1,4 @@
-// quorel run, stats and meta on PostGIS tables, as a user types them.
+// quorel run, aggregate, stats and meta on PostGIS tables, as a user types them.
 
 #include "host/postgis/Connection.h"
 #include "tests/apps/RunProgram.h"
@@ -88,6 +88,51 @@ TEST(PostgisCliTest, runFillsTheFieldOnTheServerAndRecordsTheCriterion) {
     const auto stats = Quorel({"stats", source, "--layer", table, "SLOPE"});
     EXPECT_EQ(stats.status, 0) << stats.err;
     EXPECT_NE(stats.out.find("22.5"), std::string::npos) << stats.out;
+}
+
+TEST(PostgisCliTest, aggregateFillsTheFieldAndRecordsItUntilTheColumnIsDropped) {
+    const std::string table = "agg\"regated; --";
+    const std::string quoted = "B \"q\" \\";
+    const std::vector<std::vector<std::optional<double>>> degrees{
+        {0.25, 1.0}, {std::nullopt, 0.5}, {0.0, 0.125}, {1.0, 0.75}};
+    const std::string source = testing::MakePostgisTable(table, {"A", quoted}, degrees);
+    const auto run = Quorel({"aggregate", source, "--fields", "A," + quoted, "--op", "mean",
+                             "--weights", "3,1", "--out", "MIX"});
+    ASSERT_EQ(run.status, 0) << run.err;
+    const auto mixed = testing::PostgisColumn(source, table, "MIX");
+    ASSERT_EQ(mixed.size(), degrees.size());
+    for (std::size_t i = 0; i < degrees.size(); ++i) {
+        ASSERT_EQ(mixed[i].has_value(), degrees[i][0].has_value()) << i;
+        if (mixed[i]) {
+            EXPECT_EQ(*mixed[i], (3 * *degrees[i][0] + *degrees[i][1]) / 4) << i;
+        }
+    }
+    Connection connection(source);
+    const Result record =
+        connection.Exec("SELECT inputs[2], operator, gamma IS NULL, weights::text, version, "
+                        "col_description($1::regclass, 5) FROM quorel_aggregations WHERE "
+                        "\"table\" = $2 AND \"column\" = 'MIX'",
+                        {connection.QuoteIdentifier(table), table});
+    ASSERT_EQ(record.Rows(), 1);
+    EXPECT_EQ(record.Text(0, 0), quoted);
+    EXPECT_EQ(record.Text(0, 1), "mean");
+    EXPECT_EQ(record.Text(0, 2), "t");
+    EXPECT_EQ(record.Text(0, 3), "{3,1}");
+    EXPECT_FALSE(record.Text(0, 4).empty());
+    EXPECT_EQ(record.Text(0, 5).rfind("Quorel aggregation: mean (weights 3, 1) of A, " + quoted, 0),
+              0u)
+        << record.Text(0, 5);
+    const auto meta = Quorel({"--lang", "en", "meta", source, "MIX"});
+    EXPECT_EQ(meta.status, 0) << meta.err;
+    EXPECT_EQ(meta.out.rfind("Results MIX: aggregation mean (weights 3, 1) of A, " + quoted, 0), 0u)
+        << meta.out;
+
+    // The next run's validation drops the record of a column another program dropped.
+    connection.Run("ALTER TABLE " + connection.QuoteIdentifier(table) + " DROP COLUMN \"MIX\"");
+    ASSERT_EQ(Quorel({"aggregate", source, "--fields", "A," + quoted, "--op", "or"}).status, 0);
+    EXPECT_EQ(Count(source, "SELECT string_agg(\"column\" || ' ' || operator, ',') FROM "
+                            "quorel_aggregations"),
+              "FZY_AGG or");
 }
 
 TEST(PostgisCliTest, badInputIsRefusedWithItsMessageAndNothingWritten) {

@@ -1,17 +1,19 @@
 // The engine run on every kind's generated script gives, bit for bit, the degrees of the direct
-// evaluation, over random parameters and values (break points, their neighbours, Nulls).
+// evaluation, over random parameters and the values every engine is held to (break points and
+// their neighbours, Null, infinite, huge and tiny).
 
 #include "criterion/Membership.h"
 #include "criterion/Parameters.h"
 #include "criterion/Script.h"
 #include "host/script/ScriptEngine.h"
+#include "tests/support/DegreeCases.h"
+#include "tests/support/Thrown.h"
 #include "util/Error.h"
 
 #include <gtest/gtest.h>
 
-#include <bit>
+#include <algorithm>
 #include <cmath>
-#include <limits>
 #include <random>
 #include <vector>
 
@@ -38,37 +40,6 @@ double RandomParameter(std::mt19937_64& random) {
     }
 }
 
-std::vector<double> RandomValues(std::mt19937_64& random, const criterion::MembershipFunction& f,
-                                 std::vector<std::uint8_t>& isNull) {
-    std::vector<double> values;
-    const double low = std::min({f.A(), f.B(), f.C(), f.D()});
-    for (const double point : {f.A(), f.B(), f.C(), f.D()}) {
-        if (std::fabs(point) >= 1E14) {
-            continue; // a completion value: far from the data
-        }
-        values.push_back(point);
-        values.push_back(std::nextafter(point, -INFINITY));
-        values.push_back(std::nextafter(point, INFINITY));
-    }
-    const double high = std::max({f.A(), f.B(), f.C(), f.D()}) < 1E14
-                            ? std::max({f.A(), f.B(), f.C(), f.D()})
-                            : std::max(f.A(), f.B()) + 1.0;
-    const double from = (low > -1E14 ? low : std::min(f.C(), f.D())) - 1.0;
-    std::uniform_real_distribution<double> spread(from - (high - from) / 4,
-                                                  high + (high - from) / 4);
-    while (values.size() < 1500) {
-        values.push_back(spread(random));
-    }
-    values.push_back(std::numeric_limits<double>::infinity());
-    values.push_back(-std::numeric_limits<double>::infinity());
-    std::shuffle(values.begin(), values.end(), random);
-    isNull.assign(values.size(), 0);
-    for (std::size_t i = 0; i < values.size(); i += 37) {
-        isNull[i] = 1;
-    }
-    return values;
-}
-
 TEST_P(MembershipPropertyTest, engineGivesTheDirectDegreesBitForBit) {
     const int kind = GetParam();
     std::mt19937_64 random(20240 + kind);
@@ -79,48 +50,36 @@ TEST_P(MembershipPropertyTest, engineGivesTheDirectDegreesBitForBit) {
             value = RandomParameter(random);
         }
         std::sort(p, p + 4);
-        double a = p[0], b = p[1], c = p[2], d = p[3];
-        criterion::CompleteParameters(kind, a, b, c, d);
-        if (!criterion::CheckParameterOrder(a, b, c, d)) {
+        const test::DegreeCase c = test::Completed({kind, p[0], p[1], p[2], p[3]});
+        if (!criterion::CheckParameterOrder(c.a, c.b, c.c, c.d)) {
             continue;
         }
+        SCOPED_TRACE(::testing::PrintToString(c));
         const Program program =
-            Program::Compile(*criterion::BuildPreExpression(kind, "VALUE", a, b, c, d),
+            Program::Compile(*criterion::BuildPreExpression(kind, "VALUE", c.a, c.b, c.c, c.d),
                              criterion::kCalculatorExpression);
-        std::optional<criterion::MembershipFunction> direct;
+        Column input;
+        input.values = test::DegreeValues(c);
+        input.isNull.assign(input.values.size(), 0);
+        input.isNull[2] = 1;
+        Column output;
         try {
-            direct.emplace(kind, a, b, c, d);
+            test::ScriptDegree(c, 1.0);
         } catch (const Error& error) {
-            // Equal neighbours divide by zero: the engine fails the same way on any feature.
-            Column one;
-            one.resize(1);
-            Column out;
-            try {
-                program.Evaluate({&one}, out);
-                ADD_FAILURE() << "no error for parameters " << a << " " << b << " " << c << " "
-                              << d;
-            } catch (const Error& engineError) {
-                EXPECT_EQ(engineError.Number(), error.Number());
-            }
+            // Equal neighbours divide by zero: the engine fails the same way.
+            EXPECT_EQ(quorel::test::Thrown([&] { program.Evaluate({&input}, output); }).Number(),
+                      error.Number());
             continue;
         }
-        Column input;
-        input.values = RandomValues(random, *direct, input.isNull);
-        std::vector<double> expected(input.size());
-        direct->Evaluate(input.values.data(), expected.data(), input.size());
-        Column output;
         program.Evaluate({&input}, output);
         for (std::size_t i = 0; i < input.size(); ++i) {
-            const double want = input.isNull[i] != 0 ? direct->OfNull() : expected[i];
-            const bool same =
-                std::isnan(want)
-                    ? output.isNull[i] != 0
-                    : output.isNull[i] == 0 && std::bit_cast<std::uint64_t>(output.values[i]) ==
-                                                   std::bit_cast<std::uint64_t>(want);
-            ASSERT_TRUE(same) << "kind " << kind << " x " << input.values[i] << " null "
-                              << int(input.isNull[i]) << " parameters " << a << " " << b << " " << c
-                              << " " << d << ": engine " << output.values[i] << " (null "
-                              << int(output.isNull[i]) << "), direct " << want;
+            const auto want = test::ScriptDegree(
+                c, input.isNull[i] != 0 ? std::nullopt : std::optional(input.values[i]));
+            ASSERT_TRUE(want ? output.isNull[i] == 0 && test::SameBits(output.values[i], *want)
+                             : output.isNull[i] != 0)
+                << "x " << input.values[i] << " null " << int(input.isNull[i]) << ": engine "
+                << output.values[i] << " (null " << int(output.isNull[i]) << "), direct "
+                << want.value_or(NAN);
         }
         ++checked;
     }

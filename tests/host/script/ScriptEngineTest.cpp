@@ -234,20 +234,6 @@ TEST(ScriptEngineTest, fieldsAreListedOnceInOrderOfFirstUseAndCaseSensitive) {
     EXPECT_EQ(program.FieldNames(), (std::vector<std::string>{"Slope", "POP", "pop", "ALT"}));
 }
 
-TEST(ScriptEngineTest, withoutFieldsTheOutputSizeGivesTheFeatureCount) {
-    EXPECT_EQ(RunScript("Val = 2 ^ 10", "Val", {}, 3),
-              (std::vector<Maybe>{1024.0, 1024.0, 1024.0}));
-}
-
-TEST(ScriptEngineTest, mismatchedColumnsAreRefused) {
-    const Program program = Program::Compile("Val = [A] + [B]", "Val");
-    const Column three = MakeColumn({1.0, 2.0, 3.0});
-    const Column two = MakeColumn({1.0, 2.0});
-    Column output;
-    EXPECT_THROW(program.Evaluate({&three}, output), Error);
-    EXPECT_THROW(program.Evaluate({&three, &two}, output), Error);
-}
-
 TEST(ScriptEngineTest, longFlatScriptsAndExpressionsWork) {
     std::string sum = "Val = 0";
     for (int i = 0; i < 20000; ++i) {
@@ -288,15 +274,6 @@ TEST(ScriptEngineTest, syntaxErrorsNameTheLine) {
             EXPECT_NE(error.Description().find("line " + std::to_string(line)), std::string::npos)
                 << error.Description();
         }
-    }
-}
-
-TEST(ScriptEngineTest, expressionErrorsSaySo) {
-    for (const char* expression : {"", "Val +", "Val\nX", "(Val"}) {
-        SCOPED_TRACE(expression);
-        const Error error = Thrown([&] { Program::Compile("Val = 1", expression); });
-        EXPECT_EQ(error.Number(), error_number::kSyntaxError);
-        EXPECT_NE(error.Description().find("expression"), std::string::npos);
     }
 }
 
