@@ -105,11 +105,6 @@ void AsOneUnit(Connection& connection, const std::function<void()>& work) {
     connection.Run(nested ? "RELEASE SAVEPOINT quorel_unit" : "COMMIT");
 }
 
-// A column read as double precision, as the degree's SQL expression reads its field.
-std::string CastToDouble(const Connection& connection, const std::string& name) {
-    return "CAST(" + connection.QuoteIdentifier(name) + " AS double precision)";
-}
-
 std::string NumberText(double value) {
     return util::FormatRoundTrip(value);
 }
@@ -581,61 +576,18 @@ void Calculator::Calculate() {
     }
 }
 
-namespace {
-
-// The column the expression reads, when it is a numeric one: PostgreSQL turns a numeric into
-// double precision through its text, and the expression reads its field many times.
-std::optional<std::string> NumericSourceOf(Connection& connection, const std::string& table,
-                                           const std::string& expression) {
-    const Result numeric = connection.Exec(
-        "SELECT a.attname FROM pg_catalog.pg_attribute a WHERE a.attrelid = $1::regclass AND "
-        "a.attnum > 0 AND NOT a.attisdropped AND a.atttypid = 'pg_catalog.numeric'::regtype",
-        {table});
-    std::optional<std::string> source;
-    for (int i = 0; i < numeric.Rows(); ++i) {
-        const std::string name = numeric.Text(i, 0);
-        if (expression.find(CastToDouble(connection, name)) != std::string::npos) {
-            if (source) {
-                return std::nullopt;
-            }
-            source = name;
-        }
-    }
-    return source;
-}
-
-// A name for a column that the table does not have.
-std::string FreeColumnName(const IFields& fields) {
-    std::string name = "quorel_degree";
-    for (int i = 1; fields.FindField(name) >= 0; ++i) {
-        name = "quorel_degree_" + std::to_string(i);
-    }
-    return name;
-}
-
-} // namespace
-
 void Calculator::CalculateWithSql(PostgisFeatureClass& table) {
     Connection& connection = table.SharedConnection();
-    // The column's type and table kind, and whether it is as AddField leaves it: the table's
-    // last column, with nothing attached to it and no table inheriting it.
     const Result target = connection.Exec(
-        "SELECT pg_catalog.format_type(a.atttypid, a.atttypmod), c.relkind, "
-        "a.attnum = (SELECT max(l.attnum) FROM pg_catalog.pg_attribute l WHERE l.attrelid = "
-        "c.oid AND l.attnum > 0 AND NOT l.attisdropped) AND NOT a.attnotnull AND NOT "
-        "a.atthasdef AND a.attacl IS NULL AND a.attoptions IS NULL AND a.attinhcount = 0 AND "
-        "NOT c.relhassubclass AND pg_catalog.col_description(c.oid, a.attnum) IS NULL AND NOT "
-        "EXISTS (SELECT 1 FROM pg_catalog.pg_depend d WHERE d.refclassid = "
-        "'pg_catalog.pg_class'::regclass AND d.refobjid = c.oid AND d.refobjsubid = a.attnum) "
+        "SELECT pg_catalog.format_type(a.atttypid, a.atttypmod), c.relkind "
         "FROM pg_catalog.pg_attribute a JOIN pg_catalog.pg_class c ON c.oid = a.attrelid "
         "WHERE a.attrelid = $1::regclass AND a.attname = $2 AND NOT a.attisdropped",
         {table.QualifiedName(), m_field});
     const bool rewritable = target.Rows() == 1 && target.Text(0, 0) == "double precision" &&
                             (target.Text(0, 1) == "r" || target.Text(0, 1) == "p");
-    const bool fresh = rewritable && target.Text(0, 1) == "r" && target.Text(0, 2) == "t";
-    const std::string qualified = table.QualifiedName();
     const std::string column = connection.QuoteIdentifier(m_field);
-    const std::string update = "UPDATE " + qualified + " SET " + column + " = (" + *m_sql + ")";
+    const std::string update =
+        "UPDATE " + table.QualifiedName() + " SET " + column + " = (" + *m_sql + ")";
     AsOneUnit(connection, [&] {
         if (!rewritable) {
             connection.Run(update);
@@ -645,27 +597,8 @@ void Calculator::CalculateWithSql(PostgisFeatureClass& table) {
         // every row and index entry. A column some view or rule uses cannot change this way.
         connection.Run("SAVEPOINT quorel_rewrite");
         try {
-            const auto source = fresh && m_sql->find(column) == std::string::npos
-                                    ? NumericSourceOf(connection, qualified, *m_sql)
-                                    : std::optional<std::string>();
-            bool filled = false;
-            if (source) {
-                try {
-                    FillFromNumeric(connection, table, *source);
-                    filled = true;
-                } catch (const Error&) {
-                    // A value the expression cannot take fails the plain rewrite alike; any
-                    // other refusal (of the generated column) leaves it to the plain rewrite.
-                    if (connection.LastSqlState().rfind("22", 0) == 0) {
-                        throw;
-                    }
-                    connection.Run("ROLLBACK TO SAVEPOINT quorel_rewrite");
-                }
-            }
-            if (!filled) {
-                connection.Run("ALTER TABLE " + qualified + " ALTER COLUMN " + column +
-                               " TYPE double precision USING (" + *m_sql + ")");
-            }
+            connection.Run("ALTER TABLE " + table.QualifiedName() + " ALTER COLUMN " + column +
+                           " TYPE double precision USING (" + *m_sql + ")");
         } catch (const Error&) {
             if (connection.LastSqlState() != "0A000") {
                 throw;
@@ -675,31 +608,6 @@ void Calculator::CalculateWithSql(PostgisFeatureClass& table) {
         }
         connection.Run("RELEASE SAVEPOINT quorel_rewrite");
     });
-}
-
-// The same single rewrite, reading the numeric source once per row instead of at each use in
-// the expression: the rewrite stores the source as double precision in the (fresh) output
-// column, and a generated column, which the rewrite computes from the row it has just made,
-// takes the degree from it; that column then becomes a plain one and takes the output's place
-// and name. The source's bytes stay in each row, under the dropped column, until the table is
-// next rewritten.
-void Calculator::FillFromNumeric(Connection& connection, PostgisFeatureClass& table,
-                                 const std::string& source) {
-    const std::string qualified = table.QualifiedName();
-    const std::string column = connection.QuoteIdentifier(m_field);
-    const std::string degree = connection.QuoteIdentifier(FreeColumnName(*table.Fields()));
-    const std::string cast = CastToDouble(connection, source);
-    std::string expression = *m_sql;
-    for (auto at = expression.find(cast); at != std::string::npos;
-         at = expression.find(cast, at + column.size())) {
-        expression.replace(at, cast.size(), column);
-    }
-    connection.Run("ALTER TABLE " + qualified + " ALTER COLUMN " + column +
-                   " TYPE double precision USING (" + cast + "), ADD COLUMN " + degree +
-                   " double precision GENERATED ALWAYS AS (" + expression + ") STORED");
-    connection.Run("ALTER TABLE " + qualified + " ALTER COLUMN " + degree + " DROP EXPRESSION");
-    connection.Run("ALTER TABLE " + qualified + " DROP COLUMN " + column);
-    connection.Run("ALTER TABLE " + qualified + " RENAME COLUMN " + degree + " TO " + column);
 }
 
 void Calculator::CalculateWithScript(PostgisFeatureClass& table) {

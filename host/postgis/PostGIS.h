@@ -124,9 +124,8 @@ private:
 
 // Fills a field of a PostGIS table. Given the degree as SQL (ISqlCalculator), the server
 // computes it in one statement and no row travels: a column of double precision in a plain
-// table is rewritten once (ALTER COLUMN ... TYPE double precision USING the expression; for a
-// column just added whose source is numeric, with the source read once per row), any other (a
-// view, a column of another type, a column a view uses) is filled by UPDATE. Without
+// table is rewritten once (ALTER COLUMN ... TYPE double precision USING the expression), any
+// other (a view, a column of another type, a column a view uses) is filled by UPDATE. Without
 // SQL (a user's script), the values are read, computed by the script engine and written back
 // by one UPDATE. Either way it is one transaction (the write lock's, when one is held): a
 // failure leaves the field as it was.
@@ -143,8 +142,6 @@ public:
 
 private:
     void CalculateWithSql(PostgisFeatureClass& table);
-    void FillFromNumeric(Connection& connection, PostgisFeatureClass& table,
-                         const std::string& source);
     void CalculateWithScript(PostgisFeatureClass& table);
 
     std::shared_ptr<PostgisCursor> m_cursor;
