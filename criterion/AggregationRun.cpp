@@ -173,6 +173,7 @@ void AggregationRun::Record(const AggregationChoice& choice) {
     }
     record.created = util::IsoDateTime(std::time(nullptr));
     record.version = errors::ComponentVersionText();
+    record.description = fzy::DescribeAggregationRecord(record, m_texts);
     m_openRecords->Append(record);
 }
 

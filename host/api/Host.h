@@ -307,6 +307,9 @@ struct AggregationRecord {
     std::string created; // ISO 8601 with the offset from UTC, e.g. 2026-11-24T15:04:05+01:00
     // The program's; empty where the record's place keeps none (a shapefile's JSON file).
     std::string version;
+    // As CriterionRecord's description: the record as the metadata window shows it, in the
+    // run's language, for a source that keeps it for people (a column's comment). Not read back.
+    std::string description = {};
 };
 
 // The criterion and aggregation records of a feature class whose source keeps them inside its

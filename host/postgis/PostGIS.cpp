@@ -287,6 +287,32 @@ void PostgisFeatureClass::RemoveRecordsOfMissingColumns() {
     }
 }
 
+// The comment is for everyone who reads the table: the description, else the English one,
+// its lines as psql shows them and the source's password left out.
+void PostgisFeatureClass::Comment(const std::string& column, const std::string& description,
+                                  const std::string& english) {
+    std::string comment;
+    for (std::size_t i = 0; i < description.size(); ++i) {
+        if (description.compare(i, 2, "\r\n") != 0) {
+            comment += description[i];
+        }
+    }
+    if (comment.empty()) {
+        comment = english;
+    }
+    const std::string source = Source();
+    const std::string shown = WithoutPassword(source);
+    if (shown != source) {
+        for (auto at = comment.find(source); at != std::string::npos;
+             at = comment.find(source, at + shown.size())) {
+            comment.replace(at, source.size(), shown);
+        }
+    }
+    m_connection->Run("COMMENT ON COLUMN " + QualifiedName() + "." +
+                      m_connection->QuoteIdentifier(column) + " IS " +
+                      m_connection->QuoteLiteral(comment));
+}
+
 void PostgisFeatureClass::WriteRecord(const CriterionRecord& record) {
     AsOneUnit(*m_connection, [&] {
         m_connection->Run("CREATE TABLE IF NOT EXISTS " + RecordsTable() +
@@ -309,28 +335,7 @@ void PostgisFeatureClass::WriteRecord(const CriterionRecord& record) {
             ", a = " + util::FormatNumber(record.a) + ", b = " + util::FormatNumber(record.b) +
             ", c = " + util::FormatNumber(record.c) + ", d = " + util::FormatNumber(record.d) +
             ", computed " + record.created + " by version " + record.version;
-        // The comment is for everyone who reads the table: lines as psql shows them, and the
-        // source's password left out.
-        std::string description;
-        for (std::size_t i = 0; i < record.description.size(); ++i) {
-            if (record.description.compare(i, 2, "\r\n") != 0) {
-                description += record.description[i];
-            }
-        }
-        if (description.empty()) {
-            description = english;
-        }
-        const std::string source = Source();
-        const std::string shown = WithoutPassword(source);
-        if (shown != source) {
-            for (auto at = description.find(source); at != std::string::npos;
-                 at = description.find(source, at + shown.size())) {
-                description.replace(at, source.size(), shown);
-            }
-        }
-        m_connection->Run("COMMENT ON COLUMN " + QualifiedName() + "." +
-                          m_connection->QuoteIdentifier(record.column) + " IS " +
-                          m_connection->QuoteLiteral(description));
+        Comment(record.column, record.description, english);
     });
 }
 
@@ -449,12 +454,9 @@ void PostgisFeatureClass::WriteAggregationRecord(const AggregationRecord& record
             }
             operation += " (weights " + Joined(shown) + ")";
         }
-        const std::string description = "Quorel aggregation: " + operation + " of " +
-                                        Joined(record.inputs) + ", computed " + record.created +
-                                        " by version " + record.version;
-        m_connection->Run("COMMENT ON COLUMN " + QualifiedName() + "." +
-                          m_connection->QuoteIdentifier(record.field) + " IS " +
-                          m_connection->QuoteLiteral(description));
+        Comment(record.field, record.description,
+                "Quorel aggregation: " + operation + " of " + Joined(record.inputs) +
+                    ", computed " + record.created + " by version " + record.version);
     });
 }
 

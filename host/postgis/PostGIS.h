@@ -91,6 +91,9 @@ private:
     // Whether the table (schema and name, quoted) is there.
     bool TableExists(const std::string& qualifiedName) const;
     bool RecordsTableExists() const { return TableExists(RecordsTable()); }
+    // Sets a record's column comment: its description, else the English one.
+    void Comment(const std::string& column, const std::string& description,
+                 const std::string& english);
 
     std::shared_ptr<PostgisWorkspace> m_workspace;
     std::shared_ptr<Connection> m_connection;

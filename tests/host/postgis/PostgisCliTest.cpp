@@ -96,8 +96,8 @@ TEST(PostgisCliTest, aggregateFillsTheFieldAndRecordsItUntilTheColumnIsDropped) 
     const std::vector<std::vector<std::optional<double>>> degrees{
         {0.25, 1.0}, {std::nullopt, 0.5}, {0.0, 0.125}, {1.0, 0.75}};
     const std::string source = testing::MakePostgisTable(table, {"A", quoted}, degrees);
-    const auto run = Quorel({"aggregate", source, "--fields", "A," + quoted, "--op", "mean",
-                             "--weights", "3,1", "--out", "MIX"});
+    const auto run = Quorel({"--lang", "fr", "aggregate", source, "--fields", "A," + quoted, "--op",
+                             "mean", "--weights", "3,1", "--out", "MIX"});
     ASSERT_EQ(run.status, 0) << run.err;
     const auto mixed = testing::PostgisColumn(source, table, "MIX");
     ASSERT_EQ(mixed.size(), degrees.size());
@@ -119,13 +119,14 @@ TEST(PostgisCliTest, aggregateFillsTheFieldAndRecordsItUntilTheColumnIsDropped) 
     EXPECT_EQ(record.Text(0, 2), "t");
     EXPECT_EQ(record.Text(0, 3), "{3,1}");
     EXPECT_FALSE(record.Text(0, 4).empty());
-    EXPECT_EQ(record.Text(0, 5).rfind("Quorel aggregation: mean (weights 3, 1) of A, " + quoted, 0),
-              0u)
-        << record.Text(0, 5);
-    const auto meta = Quorel({"--lang", "en", "meta", source, "MIX"});
+    const auto meta = Quorel({"--lang", "fr", "meta", source, "MIX"});
     EXPECT_EQ(meta.status, 0) << meta.err;
-    EXPECT_EQ(meta.out.rfind("Results MIX: aggregation mean (weights 3, 1) of A, " + quoted, 0), 0u)
+    EXPECT_EQ(meta.out.rfind("Résultats MIX : agrégation mean (poids 3, 1) de A, " + quoted, 0), 0u)
         << meta.out;
+    // The column's comment is the record as meta shows it, in the run's language (up to its
+    // time, which the record keeps in UTC).
+    const auto untimed = [](const std::string& text) { return text.substr(0, text.rfind(' ')); };
+    EXPECT_EQ(untimed(record.Text(0, 5)), untimed(meta.out)) << record.Text(0, 5);
 
     // The next run's validation drops the record of a column another program dropped.
     connection.Run("ALTER TABLE " + connection.QuoteIdentifier(table) + " DROP COLUMN \"MIX\"");
