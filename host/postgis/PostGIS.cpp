@@ -313,17 +313,25 @@ void PostgisFeatureClass::Comment(const std::string& column, const std::string& 
                       m_connection->QuoteLiteral(comment));
 }
 
+// Makes a records table on first use (table and column, the given columns, created and
+// version) and removes the row of a column, which the new record replaces.
+void PostgisFeatureClass::ClearRecordRow(const std::string& recordsTable,
+                                         const std::string& columns, const std::string& column) {
+    m_connection->Run("CREATE TABLE IF NOT EXISTS " + recordsTable +
+                      " (\"table\" text NOT NULL, \"column\" text NOT NULL, " + columns +
+                      ", created timestamp with time zone NOT NULL, version text NOT NULL, "
+                      "PRIMARY KEY (\"table\", \"column\"))");
+    m_connection->Exec("DELETE FROM " + recordsTable + " WHERE \"table\" = $1 AND \"column\" = $2",
+                       {m_table.name, column});
+}
+
 void PostgisFeatureClass::WriteRecord(const CriterionRecord& record) {
     AsOneUnit(*m_connection, [&] {
-        m_connection->Run("CREATE TABLE IF NOT EXISTS " + RecordsTable() +
-                          " (\"table\" text NOT NULL, \"column\" text NOT NULL, "
-                          "source_field text NOT NULL, kind smallint NOT NULL, "
-                          "a double precision, b double precision, c double precision, "
-                          "d double precision, created timestamp with time zone NOT NULL, "
-                          "version text NOT NULL, PRIMARY KEY (\"table\", \"column\"))");
-        m_connection->Exec("DELETE FROM " + RecordsTable() +
-                               " WHERE \"table\" = $1 AND \"column\" = $2",
-                           {m_table.name, record.column});
+        ClearRecordRow(RecordsTable(),
+                       "source_field text NOT NULL, kind smallint NOT NULL, "
+                       "a double precision, b double precision, c double precision, "
+                       "d double precision",
+                       record.column);
         m_connection->Exec(
             "INSERT INTO " + RecordsTable() + " VALUES ($1, $2, $3, $4, $5, $6, $7, $8, $9, $10)",
             {m_table.name, record.column, record.sourceField, std::to_string(record.kind),
@@ -425,15 +433,10 @@ void PostgisFeatureClass::WriteAggregationRecord(const AggregationRecord& record
         weights.push_back(NumberText(weight));
     }
     AsOneUnit(*m_connection, [&] {
-        m_connection->Run("CREATE TABLE IF NOT EXISTS " + AggregationsTable() +
-                          " (\"table\" text NOT NULL, \"column\" text NOT NULL, "
-                          "inputs text[] NOT NULL, operator text NOT NULL, "
-                          "gamma double precision, weights double precision[], "
-                          "created timestamp with time zone NOT NULL, version text NOT NULL, "
-                          "PRIMARY KEY (\"table\", \"column\"))");
-        m_connection->Exec("DELETE FROM " + AggregationsTable() +
-                               " WHERE \"table\" = $1 AND \"column\" = $2",
-                           {m_table.name, record.field});
+        ClearRecordRow(AggregationsTable(),
+                       "inputs text[] NOT NULL, operator text NOT NULL, "
+                       "gamma double precision, weights double precision[]",
+                       record.field);
         m_connection->Exec(
             "INSERT INTO " + AggregationsTable() +
                 " (\"table\", \"column\", inputs, operator, gamma, weights, created, version) "

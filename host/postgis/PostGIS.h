@@ -91,6 +91,8 @@ private:
     // Whether the table (schema and name, quoted) is there.
     bool TableExists(const std::string& qualifiedName) const;
     bool RecordsTableExists() const { return TableExists(RecordsTable()); }
+    void ClearRecordRow(const std::string& recordsTable, const std::string& columns,
+                        const std::string& column);
     // Sets a record's column comment: its description, else the English one.
     void Comment(const std::string& column, const std::string& description,
                  const std::string& english);
