@@ -351,9 +351,11 @@ bool OutOfRange(const std::optional<double>& v) {
     return v && !(*v >= 0 && *v <= 1);
 }
 
-std::optional<std::string> RangeRefusal(const std::vector<std::size_t>& outside,
-                                        const std::vector<std::string>& fields,
-                                        const util::ITextSource& texts) {
+} // namespace
+
+std::optional<std::string> InputRangeRefusal(const std::vector<std::size_t>& outside,
+                                             const std::vector<std::string>& fields,
+                                             const util::ITextSource& texts) {
     for (std::size_t k = 0; k < outside.size(); ++k) {
         if (outside[k] > 0) {
             return FillPlaceholders(texts.ResourceString(kTextInputOutOfRange),
@@ -363,8 +365,6 @@ std::optional<std::string> RangeRefusal(const std::vector<std::size_t>& outside,
     return std::nullopt;
 }
 
-} // namespace
-
 std::optional<std::string> CheckInputRange(const AggregationInputs& inputs,
                                            const std::vector<std::string>& fields,
                                            const util::ITextSource& texts) {
@@ -373,7 +373,7 @@ std::optional<std::string> CheckInputRange(const AggregationInputs& inputs,
         outside.push_back(
             static_cast<std::size_t>(std::count_if(column.begin(), column.end(), OutOfRange)));
     }
-    return RangeRefusal(outside, fields, texts);
+    return InputRangeRefusal(outside, fields, texts);
 }
 
 std::optional<std::string> CheckInputRange(host::ICursor& cursor,
@@ -388,17 +388,7 @@ std::optional<std::string> CheckInputRange(host::ICursor& cursor,
             }
         }
     }
-    return RangeRefusal(outside, fields, texts);
-}
-
-std::optional<std::string> CheckInputRange(host::IFeatureClass& table,
-                                           const std::vector<std::string>& fields,
-                                           const util::ITextSource& texts) {
-    if (auto* counter = dynamic_cast<host::IValueRangeCount*>(&table)) {
-        return RangeRefusal(counter->CountOutside(fields, 0, 1), fields, texts);
-    }
-    // A recycling cursor: each row is read before the next is asked for.
-    return CheckInputRange(*table.Search(true), fields, texts);
+    return InputRangeRefusal(outside, fields, texts);
 }
 
 std::vector<std::optional<double>> CombinedDegrees(const Aggregation& a,

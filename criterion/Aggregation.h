@@ -125,11 +125,11 @@ std::optional<std::string> CheckInputRange(const AggregationInputs& inputs,
 std::optional<std::string> CheckInputRange(host::ICursor& cursor,
                                            const std::vector<std::string>& fields,
                                            const util::ITextSource& texts);
-// The same for the table: counted by the table itself where it can (host::IValueRangeCount),
-// far faster than row by row, else through a cursor.
-std::optional<std::string> CheckInputRange(host::IFeatureClass& table,
-                                           const std::vector<std::string>& fields,
-                                           const util::ITextSource& texts);
+// The refusal for these counts of values out of range per field, if any is not 0 (the counts a
+// range-checking calculator refuses with).
+std::optional<std::string> InputRangeRefusal(const std::vector<std::size_t>& outside,
+                                             const std::vector<std::string>& fields,
+                                             const util::ITextSource& texts);
 
 // Each feature's combined degree, in the inputs' order.
 std::vector<std::optional<double>> CombinedDegrees(const Aggregation& a,

@@ -60,13 +60,14 @@ RunOutcome AggregationRun::Run(const AggregationChoice& choice) {
             if (!refusal) {
                 refusal = ChooseOutputName(host, choice.outputName);
             }
-            if (refusal && host.lock) {
-                host.lock->Commit(); // nothing written but the validation, which stays
+            if (!refusal) {
+                refusal = Calculate(host, choice);
             }
             if (!refusal) {
-                Calculate(host, choice);
                 Record(choice);
-                host.lock->Commit();
+            }
+            if (host.lock) {
+                host.lock->Commit(); // after a refusal, only the validation was written
             }
         } catch (const std::exception& caught) {
             const auto* error = dynamic_cast<const Error*>(&caught);
@@ -97,7 +98,7 @@ RunOutcome AggregationRun::Run(const AggregationChoice& choice) {
 }
 
 // The layer locked and taken, its records validated, the editing check, the inputs checked:
-// fields of the table, numeric, every value in [0, 1].
+// fields of the table, numeric (their values are checked when the field is calculated).
 std::optional<std::string> AggregationRun::Prepare(HostObjects& host,
                                                    const AggregationChoice& choice) {
     host.lock = LockChosenLayer(m_state, m_texts, kProcedureName);
@@ -115,10 +116,7 @@ std::optional<std::string> AggregationRun::Prepare(HostObjects& host,
     if (HostEditor(m_state, kProcedureName)->EditState() == host::kEditStateEditing) {
         return m_texts.ResourceString(kTextEditing);
     }
-    if (auto refusal = CheckInputFieldsExist(*host.featureClass, choice.inputs, m_texts)) {
-        return refusal;
-    }
-    return CheckInputRange(*host.featureClass, choice.inputs, m_texts);
+    return CheckInputFieldsExist(*host.featureClass, choice.inputs, m_texts);
 }
 
 std::optional<std::string> AggregationRun::ChooseOutputName(HostObjects& host,
@@ -140,8 +138,20 @@ std::optional<std::string> AggregationRun::ChooseOutputName(HostObjects& host,
     return std::nullopt;
 }
 
-// The output field added, then filled by the host's calculator, the status bar saying so.
-void AggregationRun::Calculate(HostObjects& host, const AggregationChoice& choice) {
+// Every input value in [0, 1], the output field added, then filled by the host's calculator,
+// the status bar saying so. A calculator that checks the values as it reads them spares the
+// table a read of its own, and drops the field when it refuses.
+std::optional<std::string> AggregationRun::Calculate(HostObjects& host,
+                                                     const AggregationChoice& choice) {
+    const auto calculator = m_state.g_app->Factory().NewCalculator();
+    auto* checking = dynamic_cast<host::IRangeCheckingCalculator*>(calculator.get());
+    if (checking && checking->ChecksRangeOf(*host.featureClass)) {
+        checking->SetRangeCheck(choice.inputs, 0, 1);
+    } else if (auto refusal =
+                   CheckInputRange(*host.featureClass->Search(true), choice.inputs, m_texts)) {
+        return refusal;
+    }
+
     const auto field = m_state.g_app->Factory().NewField();
     field->SetName(m_outputName);
     field->SetType(host::kFieldTypeDouble);
@@ -149,15 +159,21 @@ void AggregationRun::Calculate(HostObjects& host, const AggregationChoice& choic
     host.featureClass->AddField(*field);
     host.keptField = m_outputName;
 
-    const auto calculator = m_state.g_app->Factory().NewCalculator();
     host.statusBar = m_state.g_app->StatusBar();
     host.statusBar->Message(0, m_texts.ResourceString(kTextAggregating));
     calculator->SetCursor(host.featureClass->Search(true));
     calculator->SetPreExpression(AggregationScript(choice.aggregation, choice.inputs));
     calculator->SetExpression("Val");
     calculator->SetField(m_outputName);
-    calculator->Calculate();
+    try {
+        calculator->Calculate();
+    } catch (const host::ValuesOutsideRange& refused) {
+        host.keptField.reset();
+        host.statusBar->Message(0, "");
+        return InputRangeRefusal(refused.Outside(), choice.inputs, m_texts);
+    }
     host.statusBar->Message(0, "");
+    return std::nullopt;
 }
 
 void AggregationRun::Record(const AggregationChoice& choice) {

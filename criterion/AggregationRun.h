@@ -51,7 +51,7 @@ private:
     struct HostObjects;
     std::optional<std::string> Prepare(HostObjects& host, const AggregationChoice& choice);
     std::optional<std::string> ChooseOutputName(HostObjects& host, const std::string& typed);
-    void Calculate(HostObjects& host, const AggregationChoice& choice);
+    std::optional<std::string> Calculate(HostObjects& host, const AggregationChoice& choice);
     void Record(const AggregationChoice& choice);
 
     ComponentState& m_state;

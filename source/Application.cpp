@@ -15,8 +15,10 @@ namespace {
 
 // Keeps what the run sets, then hands it to the calculator of the cursor's source when asked to
 // calculate. It takes the degree as SQL where the cursor's source computes in its database
-// (PostGIS); SqlDialect is empty for the others.
-class SourceCalculator final : public host::ICalculator, public host::ISqlCalculator {
+// (PostGIS); SqlDialect is empty for the others. Shapefiles check value ranges as they fill.
+class SourceCalculator final : public host::ICalculator,
+                               public host::ISqlCalculator,
+                               public host::IRangeCheckingCalculator {
 public:
     explicit SourceCalculator(std::shared_ptr<host::IStatusBar> statusBar)
         : m_statusBar(std::move(statusBar)) {}
@@ -31,6 +33,13 @@ public:
     }
     void SetSqlExpression(const std::string& expression) override { m_sql = expression; }
 
+    bool ChecksRangeOf(const host::IFeatureClass& table) const override {
+        return dynamic_cast<const host::shapefile::ShapefileFeatureClass*>(&table) != nullptr;
+    }
+    void SetRangeCheck(const std::vector<std::string>& fields, double low, double high) override {
+        m_rangeCheck = host::shapefile::DbfRangeCheck{fields, low, high};
+    }
+
     void Calculate() override {
         std::shared_ptr<host::ICalculator> calculator;
         if (dynamic_cast<host::postgis::PostgisCursor*>(m_cursor.get())) {
@@ -42,7 +51,12 @@ public:
         } else if (dynamic_cast<host::gpkg::GeoPackageCursor*>(m_cursor.get())) {
             calculator = std::make_shared<host::gpkg::Calculator>(m_statusBar);
         } else {
-            calculator = std::make_shared<host::shapefile::Calculator>(m_statusBar);
+            auto shapefile = std::make_shared<host::shapefile::Calculator>(m_statusBar);
+            if (m_rangeCheck) {
+                shapefile->SetRangeCheck(m_rangeCheck->fields, m_rangeCheck->low,
+                                         m_rangeCheck->high);
+            }
+            calculator = shapefile;
         }
         calculator->SetCursor(m_cursor);
         calculator->SetPreExpression(m_preExpression);
@@ -58,6 +72,7 @@ private:
     std::string m_expression;
     std::string m_field;
     std::optional<std::string> m_sql;
+    std::optional<host::shapefile::DbfRangeCheck> m_rangeCheck;
 };
 
 } // namespace

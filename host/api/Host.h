@@ -11,6 +11,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -264,17 +265,29 @@ public:
     virtual std::shared_ptr<IFeatureLayer> NewFeatureLayer() = 0;
 };
 
-// A feature class that counts the values of numeric fields outside an interval in one pass of
-// its own, with no row per feature, where walking a cursor would cost far more. The feature
-// class implements it beside IFeatureClass; where it does not, a cursor gives the same counts.
-class IValueRangeCount {
+// A calculator that can check the values of numeric fields while it reads them for the
+// calculation, and refuse before it changes anything when some lie outside an interval: one read
+// of the table where a check before the calculation would take two. Where a calculator cannot
+// (ChecksRangeOf false), the caller checks before.
+class IRangeCheckingCalculator {
 public:
-    virtual ~IValueRangeCount() = default;
-    // Per field, in the order given, how many of the features' values are neither Null nor in
-    // [low, high]. Throws quorel::Error, as a cursor's rows would, when a field is missing or not
-    // numeric.
-    virtual std::vector<std::size_t> CountOutside(const std::vector<std::string>& fields,
-                                                  double low, double high) = 0;
+    virtual ~IRangeCheckingCalculator() = default;
+    virtual bool ChecksRangeOf(const IFeatureClass& table) const = 0;
+    // The next Calculate throws ValuesOutsideRange when any value of these fields is neither Null
+    // nor in [low, high]; it then has changed nothing, and a field just added is dropped unwritten.
+    virtual void SetRangeCheck(const std::vector<std::string>& fields, double low, double high) = 0;
+};
+
+// A range-checking calculator's refusal: per checked field, in the order given, how many values
+// are neither Null nor in the interval.
+class ValuesOutsideRange : public std::runtime_error {
+public:
+    explicit ValuesOutsideRange(std::vector<std::size_t> outside)
+        : std::runtime_error("values outside the interval"), m_outside(std::move(outside)) {}
+    const std::vector<std::size_t>& Outside() const { return m_outside; }
+
+private:
+    std::vector<std::size_t> m_outside;
 };
 
 // One criterion as a source that keeps the records inside its own data holds it: the column a

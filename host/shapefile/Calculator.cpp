@@ -6,6 +6,8 @@
 #include "util/Error.h"
 #include "util/NumberText.h"
 
+#include <algorithm>
+#include <atomic>
 #include <cstdint>
 #include <cstring>
 #include <memory>
@@ -98,18 +100,36 @@ private:
 // Fills the output column of a batch of records with the script's value per record.
 class ScriptFiller final : public DbfColumnFiller {
 public:
-    ScriptFiller(const script::Program& program, const DbfHeader& layout, std::string output)
+    ScriptFiller(const script::Program& program, const DbfHeader& layout, std::string output,
+                 const std::optional<DbfRangeCheck>& rangeCheck = std::nullopt)
         : m_program(program), m_output(NumericColumn(layout, output)),
           m_outputName(std::move(output)), m_recordLength(layout.recordLength) {
         // Each referenced name is a numeric column, or FID, the record's number.
         const DbfField* field = nullptr;
+        std::vector<std::optional<std::size_t>> columns; // per input, its place in the table
         for (const std::string& name : program.FieldNames()) {
             if (name == "FID" && !layout.Find(name)) {
                 m_inputs.emplace_back(std::nullopt);
+                columns.emplace_back(std::nullopt);
             } else {
                 field = &NumericColumn(layout, name);
                 m_inputs.emplace_back(*field);
+                columns.push_back(layout.Find(name));
             }
+        }
+        if (rangeCheck) {
+            m_low = rangeCheck->low;
+            m_high = rangeCheck->high;
+            for (const std::string& name : rangeCheck->fields) {
+                // A checked field the script reads anyway is not read twice.
+                const auto input = std::find(columns.begin(), columns.end(), layout.Find(name));
+                m_checks.push_back({DbfNumberReader(NumericColumn(layout, name)),
+                                    input == columns.end()
+                                        ? std::nullopt
+                                        : std::optional<std::size_t>(input - columns.begin())});
+            }
+            m_outside = std::make_unique<std::atomic<std::size_t>[]>(m_checks.size());
+            return; // each record's values checked: none remembered
         }
         // One field and nothing else read, and texts short enough to keep.
         if (m_inputs.size() == 1 && field != nullptr && field->length <= 16 &&
@@ -130,6 +150,7 @@ public:
         std::vector<script::Column> inputs;
         std::vector<const script::Column*> inputPointers;
         script::Column output;
+        script::Column checked; // a checked field the script does not read
         RepeatMemo memo;
         bool remembering = true;             // until a batch shows too few repeats
         std::vector<std::uint32_t> entryOf;  // per record of the batch
@@ -162,7 +183,50 @@ public:
         FillEach(firstRecord, count, records, work);
     }
 
+    void BeforeReplace() const override {
+        if (!m_refused) {
+            return;
+        }
+        std::vector<std::size_t> outside;
+        for (std::size_t k = 0; k < m_checks.size(); ++k) {
+            outside.push_back(m_outside[k].load());
+        }
+        throw ValuesOutsideRange(std::move(outside));
+    }
+
 private:
+    struct Check {
+        DbfNumberReader reader;
+        std::optional<std::size_t> input; // the script's input column that holds the field
+    };
+
+    // Counts the batch's checked values outside the interval; true once any batch had some: the
+    // table will be refused, and its values need not be computed.
+    bool Refused(std::size_t count, const char* records, Work& work) const {
+        for (std::size_t k = 0; k < m_checks.size(); ++k) {
+            const Check& check = m_checks[k];
+            const script::Column* column = &work.checked;
+            if (check.input) {
+                column = &work.inputs[*check.input];
+            } else {
+                work.checked.resize(count);
+                check.reader.Read(records, m_recordLength, count, work.checked.values.data(),
+                                  work.checked.isNull.data());
+            }
+            std::size_t n = 0;
+            for (std::size_t r = 0; r < count; ++r) {
+                const double v = column->values[r];
+                const bool in = column->isNull[r] != 0 || (v >= m_low && v <= m_high);
+                n += !in && !DbfBatchFile::IsDeleted(records + r * m_recordLength) ? 1 : 0;
+            }
+            if (n > 0) {
+                m_outside[k] += n;
+                m_refused = true;
+            }
+        }
+        return m_refused;
+    }
+
     void FillEach(std::size_t firstRecord, std::size_t count, char* records, Work& work) const {
         for (std::size_t k = 0; k < m_inputs.size(); ++k) {
             script::Column& input = work.inputs[k];
@@ -176,6 +240,9 @@ private:
                 input.isNull[r] = 0;
                 input.values[r] = static_cast<double>(firstRecord + r);
             }
+        }
+        if (!m_checks.empty() && Refused(count, records, work)) {
+            return;
         }
         script::Column& output = work.output;
         output.resize(count);
@@ -298,6 +365,11 @@ private:
     std::size_t m_recordLength;
     // The one field read, where records may share the output of the same text in it.
     std::optional<DbfField> m_key;
+    std::vector<Check> m_checks;
+    double m_low = 0.0;
+    double m_high = 0.0;
+    std::unique_ptr<std::atomic<std::size_t>[]> m_outside; // per check
+    mutable std::atomic<bool> m_refused{false};
 };
 
 } // namespace
@@ -322,7 +394,7 @@ void Calculator::Calculate() {
             [&](const DbfHeader& layout) {
                 program.emplace(script::Program::Compile(m_preExpression, m_expression));
                 total = layout.recordCount;
-                return std::make_unique<ScriptFiller>(*program, layout, m_field);
+                return std::make_unique<ScriptFiller>(*program, layout, m_field, m_rangeCheck);
             },
             [&](std::size_t done) { ShowProgress(done, total); }, m_sharing);
         cursor->MoveToEnd();
@@ -332,6 +404,14 @@ void Calculator::Calculate() {
     const script::Program program = script::Program::Compile(m_preExpression, m_expression);
     const ProgressHiddenOnExit progressHidden(m_statusBar.get());
     featureClass.WritePendingField();
+    if (m_rangeCheck) {
+        std::vector<std::size_t> outside =
+            CountDbfValuesOutside(featureClass.DbfPath(), m_rangeCheck->fields, m_rangeCheck->low,
+                                  m_rangeCheck->high, m_sharing);
+        if (std::any_of(outside.begin(), outside.end(), [](std::size_t n) { return n > 0; })) {
+            throw ValuesOutsideRange(std::move(outside));
+        }
+    }
     DbfBatchFile table(featureClass.DbfPath(), true, cursor->Position(), m_sharing.batchBytes);
     const DbfHeader& header = table.Header();
     const ScriptFiller filler(program, header, m_field);
@@ -346,6 +426,10 @@ void Calculator::Calculate() {
         ShowProgress(done, total);
     }
     cursor->MoveToEnd();
+}
+
+bool Calculator::ChecksRangeOf(const IFeatureClass& table) const {
+    return dynamic_cast<const ShapefileFeatureClass*>(&table) != nullptr;
 }
 
 void Calculator::ShowProgress(std::size_t done, std::size_t total) {

@@ -4,9 +4,17 @@
 #include "host/shapefile/DbfTable.h"
 
 #include <memory>
+#include <optional>
 #include <string>
+#include <vector>
 
 namespace quorel::host::shapefile {
+
+struct DbfRangeCheck {
+    std::vector<std::string> fields;
+    double low = 0.0;
+    double high = 0.0;
+};
 
 // The field calculator over a shapefile: compiles the pre-expression and the expression once,
 // then works through the table in batches of records, reading the referenced columns straight
@@ -14,7 +22,7 @@ namespace quorel::host::shapefile {
 // (see ShapefileFeatureClass) is written with its values, the batches shared among the cores;
 // an existing field is filled in place (a fixed-width column, so the table stays whole and
 // readable whenever the work stops). Reports the fraction done to the status bar as it goes.
-class Calculator final : public ICalculator {
+class Calculator final : public ICalculator, public IRangeCheckingCalculator {
 public:
     explicit Calculator(std::shared_ptr<IStatusBar> statusBar)
         : m_statusBar(std::move(statusBar)) {}
@@ -27,6 +35,13 @@ public:
     // of the script (division by zero...) stops the work: a field just added stays, Null; in
     // an existing field the batches done so far stay written.
     void Calculate() override;
+
+    // The values of a field just added are checked as they are read, the table left as it was
+    // when some are out; an existing field's are checked in a pass of their own before.
+    bool ChecksRangeOf(const IFeatureClass& table) const override;
+    void SetRangeCheck(const std::vector<std::string>& fields, double low, double high) override {
+        m_rangeCheck = DbfRangeCheck{fields, low, high};
+    }
 
     // Records per batch are about this many bytes' worth (tests use small batches).
     void SetBatchBytes(std::size_t bytes) { m_sharing.batchBytes = bytes; }
@@ -41,6 +56,7 @@ private:
     std::string m_preExpression;
     std::string m_expression;
     std::string m_field;
+    std::optional<DbfRangeCheck> m_rangeCheck;
     DbfWorkSharing m_sharing;
 };
 

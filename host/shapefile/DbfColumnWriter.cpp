@@ -27,7 +27,9 @@ public:
         : m_plan(plan), m_oldFile(oldFile), m_oldPath(oldPath), m_newFile(newFile),
           m_newPath(newPath), m_filler(filler), m_threads(sharing.threads),
           m_batch(std::max<std::size_t>(1, sharing.batchBytes / plan.layout.recordLength)),
-          m_batches((plan.table.recordCount + m_batch - 1) / m_batch) {}
+          m_batches((plan.table.recordCount + m_batch - 1) / m_batch),
+          m_writeBackBatches(
+              std::max<std::size_t>(1, kWriteBackBytes / (m_batch * plan.layout.recordLength))) {}
 
     // Throws the failure of the earliest batch that failed.
     void Run(const DbfProgress& progress) {
@@ -92,9 +94,7 @@ private:
                 }
                 const auto at = static_cast<off_t>(m_plan.layout.headerLength + first * newLength);
                 WriteExactly(m_newFile, out.get(), count * newLength, at, m_newPath);
-                // Start putting the batch on disk now, so the final flush has little to wait for.
-                ::sync_file_range(m_newFile, at, static_cast<off_t>(count * newLength),
-                                  SYNC_FILE_RANGE_WRITE);
+                StartWriteBack(batch, at + static_cast<off_t>(count * newLength));
                 const std::size_t done = m_done.fetch_add(count) + count;
                 if (progress && *progress) {
                     m_reported = done;
@@ -110,6 +110,21 @@ private:
         }
     }
 
+    // Starts putting the batches written so far on disk, so that the final flush has little to
+    // wait for: after every few megabytes, not every batch, since each request takes the file's
+    // block-mapping lock, which the other threads' writes wait for.
+    void StartWriteBack(std::size_t batch, off_t end) const {
+        if ((batch + 1) % m_writeBackBatches != 0 && batch + 1 != m_batches) {
+            return;
+        }
+        const std::size_t since = batch + 1 - std::min(batch + 1, m_writeBackBatches);
+        const auto start = static_cast<off_t>(m_plan.layout.headerLength +
+                                              since * m_batch * m_plan.layout.recordLength);
+        ::sync_file_range(m_newFile, start, end - start, SYNC_FILE_RANGE_WRITE);
+    }
+
+    static constexpr std::size_t kWriteBackBytes = std::size_t{4} << 20;
+
     const DbfNewColumn& m_plan;
     int m_oldFile;
     const std::string& m_oldPath;
@@ -119,6 +134,7 @@ private:
     std::size_t m_threads; // 0: one per core
     std::size_t m_batch;   // records per batch
     std::size_t m_batches; // batches in the table
+    std::size_t m_writeBackBatches;
     std::atomic<std::size_t> m_next{0};
     std::atomic<std::size_t> m_done{0};
     std::atomic<std::size_t> m_failedBatch{SIZE_MAX};
@@ -162,6 +178,9 @@ void WriteDbfColumn(const std::string& dbfPath, const DbfNewColumn& plan,
                  tempPath);
     ColumnWriter(plan, old.Get(), dbfPath, temp.Descriptor(), tempPath, filler, sharing)
         .Run(progress);
+    if (filler) {
+        filler->BeforeReplace();
+    }
     const auto end = static_cast<off_t>(
         plan.layout.headerLength + std::size_t{plan.table.recordCount} * plan.layout.recordLength);
     WriteExactly(temp.Descriptor(), &kDbfEndOfFile, 1, end, tempPath);

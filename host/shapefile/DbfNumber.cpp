@@ -282,7 +282,25 @@ DbfNumberReader::DbfNumberReader(const DbfField& field)
       m_decimals(field.decimals > 0 && field.decimals < field.length ? field.decimals : 0),
       // At most 19 digits: the integer they make fits 64 bits (ReadLaidOut takes it only below
       // 2^53, where it is an exact double).
-      m_laidOut(m_wholeWidth + m_decimals <= 19 && m_decimals < std::size(kPowersOfTen)) {}
+      m_laidOut(m_wholeWidth + m_decimals <= 19 && m_decimals < std::size(kPowersOfTen)) {
+    if (m_wholeWidth >= 1 && m_wholeWidth <= 8 && m_offset + m_wholeWidth >= 8) {
+        // The 8 bytes end with the whole part: blanks, then the digit; those before it are of
+        // no account. Built as bytes, so that the words hold them in memory order.
+        char mask[8];
+        char zero[8];
+        const std::size_t skipped = 8 - m_wholeWidth;
+        for (std::size_t i = 0; i < 8; ++i) {
+            mask[i] = static_cast<char>(i < skipped ? 0 : 0xFF);
+            zero[i] = i < skipped ? '\0' : ' ';
+        }
+        zero[7] = '0';
+        std::memcpy(&m_wholeMask, mask, 8);
+        std::memcpy(&m_wholeZero, zero, 8);
+        zero[7] = '1';
+        std::memcpy(&m_wholeOne, zero, 8);
+        m_wholeAsWord = true;
+    }
+}
 
 // Every character is looked at whatever it is, and what it is only sets flags: the number of
 // blanks in front varies from value to value, and the loop must not depend on it. Inlined in
@@ -294,7 +312,19 @@ DbfNumberReader::DbfNumberReader(const DbfField& field)
     unsigned started = 0; // a sign or a digit was seen: no more blanks or signs
     unsigned seenDigit = 0;
     unsigned negative = 0;
-    for (std::size_t i = 0; i < m_wholeWidth; ++i) {
+    std::size_t wholeRead = 0;
+    if (m_wholeAsWord) {
+        // Degrees, 0 or 1 before the point, in one comparison rather than character by character.
+        std::uint64_t word = 0;
+        std::memcpy(&word, text + m_wholeWidth - 8, 8);
+        word &= m_wholeMask;
+        if (word == m_wholeZero || word == m_wholeOne) {
+            digits = word == m_wholeOne ? 1 : 0;
+            seenDigit = 1;
+            wholeRead = m_wholeWidth;
+        }
+    }
+    for (std::size_t i = wholeRead; i < m_wholeWidth; ++i) {
         const auto c = static_cast<unsigned char>(text[i]);
         const unsigned digit = c - unsigned{'0'};
         const unsigned isDigit = digit <= 9 ? 1 : 0;

@@ -84,6 +84,8 @@ public:
     virtual std::unique_ptr<Scratch> NewScratch() const { return nullptr; }
     virtual void Fill(std::size_t firstRecord, std::size_t count, char* records,
                       Scratch* scratch) const = 0;
+    // Once every batch is filled, before the new table replaces the old: a throw keeps the old.
+    virtual void BeforeReplace() const {}
 
 protected:
     DbfColumnFiller() = default;
@@ -154,6 +156,12 @@ private:
     std::size_t m_wholeWidth; // characters before the point (all of them without decimals)
     std::size_t m_decimals;
     bool m_laidOut; // whether the layout can hold a value ReadLaidOut reads exactly
+    // The characters before the point read as one word, where the record holds 8 bytes up to
+    // their end: masked, they match these words for a whole part of 0 or 1, as degrees have.
+    bool m_wholeAsWord = false;
+    std::uint64_t m_wholeMask = 0;
+    std::uint64_t m_wholeZero = 0;
+    std::uint64_t m_wholeOne = 0;
 };
 
 // Writes a number into a fixed-width numeric field: as many of the declared decimals as fit,

@@ -287,12 +287,6 @@ ShapefileFeatureClass::~ShapefileFeatureClass() {
     }
 }
 
-std::vector<std::size_t> ShapefileFeatureClass::CountOutside(const std::vector<std::string>& fields,
-                                                             double low, double high) {
-    WritePendingField(); // as a cursor would before reading the records
-    return CountDbfValuesOutside(m_dbfPath, fields, low, high);
-}
-
 std::shared_ptr<IWorkspace> ShapefileFeatureClass::Workspace() const {
     return std::make_shared<ShapefileWorkspace>(m_folder);
 }
@@ -388,6 +382,9 @@ void ShapefileFeatureClass::WritePendingField(const FillerMaker& makeFiller,
         WriteDbfColumn(m_dbfPath, *plan, filler.get(), progress, sharing);
         m_pending.reset();
         return;
+    } catch (const ValuesOutsideRange&) {
+        m_pending.reset();
+        throw;
     } catch (...) {
         if (!plan) {
             m_pending->failed = true;

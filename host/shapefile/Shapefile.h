@@ -75,7 +75,6 @@ private:
 // last; any reading of the records, another field added or the object's end writes it, Null.
 // The field's checks (name, room in the table) are made when it is added.
 class ShapefileFeatureClass final : public IFeatureClass,
-                                    public IValueRangeCount,
                                     public std::enable_shared_from_this<ShapefileFeatureClass> {
 public:
     // Opens folder/baseName.shp; throws quorel::Error saying why it cannot.
@@ -93,8 +92,6 @@ public:
     std::shared_ptr<ICursor> Search(bool recycling) override;
     std::optional<std::size_t> FieldNameByteLimit() const override;
     std::size_t FieldNameByteLength(const std::string& name) const override;
-    std::vector<std::size_t> CountOutside(const std::vector<std::string>& fields, double low,
-                                          double high) override;
 
     const std::string& Folder() const { return m_folder; }
     const std::string& ShpPath() const { return m_shpPath; }
@@ -109,7 +106,8 @@ public:
     // Writes the pending field with the values the filler made for its layout (the table with
     // the field) puts there. When the filler cannot be made or fails, the field is written Null
     // and the filler's error thrown; when even that fails, the error says the field was not
-    // added, and the field stays pending as above.
+    // added, and the field stays pending as above. A filler that refuses (ValuesOutsideRange)
+    // leaves the table as it was and the field dropped.
     using FillerMaker = std::function<std::unique_ptr<DbfColumnFiller>(const DbfHeader& layout)>;
     void WritePendingField(const FillerMaker& makeFiller, const DbfProgress& progress,
                            const DbfWorkSharing& sharing);

@@ -156,6 +156,55 @@ TEST_F(CalculatorTest, deletedRecordsKeepTheirBytesWhenTheColumnIsFilled) {
     EXPECT_EQ(seenDeleted, deleted.size());
 }
 
+// The counts of a range check, in batches of a few records among three threads: the interval's
+// ends are in, Null is neither in nor out, deleted records do not count. A refusal changes
+// nothing, and a field just added is dropped; the check of an existing field is made before it
+// is filled in place.
+TEST_F(CalculatorTest, aRangeCheckRefusesWithTheCountsOutsideAndChangesNothing) {
+    const std::string dbf = m_folder.File("parcels.dbf");
+    {
+        // The last record (SLOPE 26.25, ZERO 39) deleted.
+        std::string bytes = testing::ReadBytes(dbf);
+        const DbfHeader header = ReadDbfHeader(dbf);
+        bytes[header.headerLength + 39 * header.recordLength] = '*';
+        test::WriteBytes(dbf, bytes);
+    }
+    const std::string before = testing::ReadBytes(dbf);
+    const auto refusal = [](Calculator& calculator) {
+        try {
+            calculator.Calculate();
+        } catch (const ValuesOutsideRange& refused) {
+            return refused.Outside();
+        }
+        return std::vector<std::size_t>{};
+    };
+    // SLOPE is -3 + 0.75 i, Null at 7: 0 and 0.75 in; ZERO is i: 0 and 1 in. The script reads
+    // SLOPE only: ZERO is read for the check alone.
+    const auto calculator = NewCalculator("Val = [SLOPE] * 2", "OUT");
+    calculator->SetThreads(3);
+    EXPECT_TRUE(calculator->ChecksRangeOf(*m_layer->FeatureClass()));
+    calculator->SetRangeCheck({"ZERO", "SLOPE"}, 0, 1);
+    EXPECT_EQ(refusal(*calculator), (std::vector<std::size_t>{37, 36}));
+    EXPECT_EQ(testing::ReadBytes(dbf), before);
+    EXPECT_LT(m_layer->FeatureClass()->Fields()->FindField("OUT"), 0);
+
+    // In place, in an existing field.
+    const auto inPlace = NewCalculator("Val = [SLOPE] * 2", "ZERO");
+    inPlace->SetThreads(3);
+    inPlace->SetRangeCheck({"SLOPE"}, 0, 1);
+    EXPECT_EQ(refusal(*inPlace), (std::vector<std::size_t>{36}));
+    EXPECT_EQ(testing::ReadBytes(dbf), before);
+
+    // Every value within: the field is added and filled.
+    AddDouble(m_app, *m_layer, "OUT");
+    const auto within = NewCalculator("Val = [SLOPE] * 2", "OUT");
+    within->SetRangeCheck({"SLOPE", "ZERO"}, -3, 38);
+    within->Calculate();
+    DbfBatchFile file(dbf, false);
+    ASSERT_TRUE(file.Next());
+    EXPECT_EQ(ParseDbfNumber(FieldBytes(file.Record(1), file.Header().fields[2])), -4.5);
+}
+
 // Features with the same text in the one field a script reads get the same value, whatever the
 // batches: one record in three has a text of its own (10,000, more than a thread keeps from batch
 // to batch, neighbours differing in their last character), the others repeat 97; some are Null.

@@ -157,7 +157,7 @@ TEST(DbfNumberTest, columnReaderAgreesWithTheGeneralReader) {
         DbfField field;
         field.length = static_cast<std::uint8_t>(1 + random() % 20);
         field.decimals = static_cast<std::uint8_t>(random() % (field.length + 1));
-        field.offset = 3;
+        field.offset = 1 + random() % 8; // the whole part read as a word or not
         const std::size_t recordLength = field.offset + field.length + 2;
         std::string records;
         const std::size_t count = 200;
@@ -165,9 +165,12 @@ TEST(DbfNumberTest, columnReaderAgreesWithTheGeneralReader) {
             std::string text;
             if (random() % 2 == 0) {
                 // As a writer lays it out: printf's fixed form, right-aligned.
+                // Degrees in [0, 1] one time in three, as the columns a combination reads.
                 const double magnitude = std::pow(10.0, static_cast<double>(random() % 12));
                 const double value =
-                    (static_cast<double>(random() % 2000001) - 1e6) / 1e6 * magnitude;
+                    random() % 3 == 0
+                        ? static_cast<double>(random() % 1000001) / 1e6
+                        : (static_cast<double>(random() % 2000001) - 1e6) / 1e6 * magnitude;
                 char buffer[64];
                 std::snprintf(buffer, sizeof buffer, "%*.*f", field.length, field.decimals, value);
                 text = buffer;
@@ -199,32 +202,6 @@ TEST(DbfNumberTest, columnReaderAgreesWithTheGeneralReader) {
             }
         }
     }
-}
-
-// The count a run checks its inputs by, in batches of a record or two among three threads:
-// the interval's ends are in, Null is neither in nor out, and deleted records do not count.
-TEST(DbfValueRangeTest, countsTheValuesOutsideTheIntervalOfEachField) {
-    ScratchFolder folder;
-    const std::vector<std::optional<double>> a = {0.0, 1.0, 1.5, std::nullopt, -0.25, 0.5, 7.0};
-    std::vector<std::vector<host::Value>> rows;
-    for (std::size_t i = 0; i < a.size(); ++i) {
-        rows.push_back({a[i] ? host::Value(*a[i]) : host::Value(), static_cast<double>(i) / 4});
-    }
-    testing::MakeShapefile(folder.Path(), "t", {{"A", 'N', 19, 11}, {"B", 'N', 7, 2}}, rows);
-    const std::string dbf = folder.File("t.dbf");
-    EXPECT_EQ(CountDbfValuesOutside(dbf, {"B", "A"}, 0, 1, DbfWorkSharing{60, 3}),
-              (std::vector<std::size_t>{2, 3}));
-    // The last record deleted: its 7 and 1.5 no longer count.
-    const DbfHeader header = ReadDbfHeader(dbf);
-    std::string bytes = ReadBytes(dbf);
-    bytes[header.headerLength + (a.size() - 1) * header.recordLength] = '*';
-    test::WriteBytes(dbf, bytes);
-    EXPECT_EQ(CountDbfValuesOutside(dbf, {"A", "B"}, 0, 1, DbfWorkSharing{60, 3}),
-              (std::vector<std::size_t>{2, 1}));
-    EXPECT_EQ(Thrown([&] {
-                  CountDbfValuesOutside(dbf, {"A", "NONE"}, 0, 1);
-              }).Number(),
-              error_number::kHostFailure);
 }
 
 class DbfAddFieldTest : public ::testing::Test {
