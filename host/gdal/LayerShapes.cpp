@@ -6,7 +6,9 @@
 #include <ogrsf_frmts.h>
 
 #include <algorithm>
+#include <functional>
 #include <memory>
+#include <numeric>
 
 namespace quorel::host::gdal {
 namespace {
@@ -65,27 +67,60 @@ void AddPolygon(const OGRPolygon& polygon, FeatureShape& shape, Extent& extent) 
     }
 }
 
+// Visits the features as the layer gives them, and returns their ids.
+std::vector<GIntBig> ForEachFeature(OGRLayer& layer,
+                                    const std::function<void(OGRFeature&)>& visit) {
+    layer.ResetReading();
+    std::vector<GIntBig> ids;
+    while (Feature feature{layer.GetNextFeature()}) {
+        ids.push_back(feature->GetFID());
+        visit(*feature);
+    }
+    return ids;
+}
+
+// Puts what was read per feature in the order of the features' ids, the layer's record order as
+// its table shows it: a database gives rows in the order they lie on disk, which an update
+// changes.
+template <typename T> void InIdOrder(std::vector<T>& items, const std::vector<GIntBig>& ids) {
+    if (std::is_sorted(ids.begin(), ids.end())) {
+        return;
+    }
+    std::vector<std::size_t> order(ids.size());
+    std::iota(order.begin(), order.end(), std::size_t{0});
+    std::stable_sort(order.begin(), order.end(),
+                     [&ids](std::size_t a, std::size_t b) { return ids[a] < ids[b]; });
+    std::vector<T> sorted;
+    sorted.reserve(items.size());
+    for (const std::size_t i : order) {
+        sorted.push_back(std::move(items[i]));
+    }
+    items = std::move(sorted);
+}
+
 } // namespace
 
 LayerShapes ReadLayerShapes(const std::string& shpPath, const std::string& layerName) {
     const Dataset dataset = OpenVector(shpPath);
-    OGRLayer* layer = LayerOf(*dataset, shpPath, layerName);
-    layer->ResetReading();
     LayerShapes result;
-    while (Feature feature{layer->GetNextFeature()}) {
-        FeatureShape shape;
-        if (const OGRGeometry* geometry = feature->GetGeometryRef()) {
-            const auto type = wkbFlatten(geometry->getGeometryType());
-            if (type == wkbPolygon) {
-                AddPolygon(*geometry->toPolygon(), shape, result.extent);
-            } else if (type == wkbMultiPolygon) {
-                for (const OGRPolygon* part : *geometry->toMultiPolygon()) {
-                    AddPolygon(*part, shape, result.extent);
+    const auto ids =
+        ForEachFeature(*LayerOf(*dataset, shpPath, layerName), [&result](OGRFeature& feature) {
+            FeatureShape shape;
+            if (const OGRGeometry* geometry = feature.GetGeometryRef()) {
+                const auto type = wkbFlatten(geometry->getGeometryType());
+                if (type == wkbPolygon) {
+                    AddPolygon(*geometry->toPolygon(), shape, result.extent);
+                } else if (type == wkbMultiPolygon) {
+                    for (const OGRPolygon* part : *geometry->toMultiPolygon()) {
+                        AddPolygon(*part, shape, result.extent);
+                    }
                 }
             }
-        }
-        result.features.push_back(std::move(shape));
-    }
+            result.features.push_back(std::move(shape));
+        });
+    InIdOrder(result.features, ids);
+    result.ids.assign(ids.begin(), ids.end());
+    std::sort(result.ids.begin(), result.ids.end());
     return result;
 }
 
@@ -99,15 +134,15 @@ std::vector<std::optional<double>> ReadNumericColumn(const std::string& shpPath,
         throw Error(error_number::kHostInvalidIndex, "LayerShapes",
                     "No field " + field + " in " + shpPath);
     }
-    layer->ResetReading();
     std::vector<std::optional<double>> values;
-    while (Feature feature{layer->GetNextFeature()}) {
-        if (feature->IsFieldSetAndNotNull(index)) {
-            values.emplace_back(feature->GetFieldAsDouble(index));
+    const auto ids = ForEachFeature(*layer, [&values, index](OGRFeature& feature) {
+        if (feature.IsFieldSetAndNotNull(index)) {
+            values.emplace_back(feature.GetFieldAsDouble(index));
         } else {
             values.emplace_back();
         }
-    }
+    });
+    InIdOrder(values, ids);
     return values;
 }
 

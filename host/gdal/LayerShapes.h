@@ -1,9 +1,10 @@
 #pragma once
 
 // What a map view draws: the polygons of a layer and the values of one numeric column, in the
-// order of the layer's records, read with OGR. The layer is a shapefile's, or the one of that
-// name in a file of several (a GeoPackage's table).
+// order of the layer's records (their ids' order), read with OGR. The layer is a shapefile's, or
+// the one of that name in a file of several (a GeoPackage's table).
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -31,7 +32,8 @@ struct FeatureShape {
 
 struct LayerShapes {
     std::vector<FeatureShape> features;
-    Extent extent{1, 1, 0, 0}; // empty until a point is read
+    std::vector<std::int64_t> ids; // per feature, its id (FID), rising
+    Extent extent{1, 1, 0, 0};     // empty until a point is read
 };
 
 // Throws quorel::Error when the file cannot be opened.

@@ -7,6 +7,8 @@
 #include "component/registry/ClassRegistry.h"
 #include "criterion/Membership.h"
 #include "host/api/Selection.h"
+#include "tests/host/postgis/TestPostgis.h"
+#include "tests/support/PostgresCluster.h"
 #include "tests/support/QtApplication.h"
 #include "tests/support/ScratchFolder.h"
 
@@ -29,6 +31,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <memory>
 #include <string>
@@ -307,6 +310,33 @@ TEST_F(HostWindowTest, aLayersSelectionIsDrawnAndMarkedInTheTableWhichCanShowItA
     m_window->SelectedOnlyBox()->setChecked(false);
     EXPECT_EQ(model.rowCount(), 400);
     EXPECT_EQ(ParcelPixel(*m_window->View(), 191), before191);
+}
+
+// A document's PostGIS layer is drawn, its squares in the order of their ids, even once an update
+// has moved the first row to the end of the table on disk; its selection is marked by id.
+TEST_F(HostWindowTest, aPostgisLayerIsDrawnInItsTablesOrderAndShowsItsSelection) {
+    const std::string source = testing::MakePostgisTable("roads", {"WIDTH"}, {{1.0}, {2.0}, {3.0}});
+    test::PostgresCluster::Instance().Sql(test::PostgresCluster::DatabaseOf(source),
+                                          "UPDATE roads SET \"WIDTH\" = 10 WHERE fid = 1");
+    const fs::path document = m_folder / "roads.qmap";
+    {
+        std::ofstream out(document);
+        out << "quorel-map\t1\nmap\tm\nlayer\troads\t" << source << "\tselectable\troads\n";
+    }
+    m_window->OpenDocumentFile(QString::fromStdString(document.string()));
+    const auto layer = m_window->FindLayer(QStringLiteral("roads"));
+    ASSERT_NE(layer, nullptr);
+    host::SelectionOf(layer)->SelectFeatures({1});
+    QApplication::processEvents();
+    ASSERT_EQ(m_window->View()->Layers().size(), 1u);
+    const DrawnLayer& drawn = m_window->View()->Layers().front();
+    ASSERT_TRUE(drawn.geometry);
+    ASSERT_EQ(drawn.geometry->FeatureCount(), 3u);
+    for (std::size_t i = 0; i < 3; ++i) {
+        EXPECT_EQ(drawn.geometry->FeatureBox(i).minX, static_cast<double>(i));
+    }
+    ASSERT_TRUE(drawn.selected);
+    EXPECT_EQ(*drawn.selected, (std::vector<std::uint8_t>{1, 0, 0}));
 }
 
 TEST_F(HostWindowTest, contentsFollowLayersAddedRenamedHiddenMadeUnselectableAndRemoved) {
