@@ -148,7 +148,7 @@ void BM_OpenTable(benchmark::State& state) {
     const std::string dbf = quorel::host::shapefile::SiblingPath(ShpPath(), ".dbf");
     for (auto _ : state) {
         AttributeTableModel model;
-        model.SetTable(std::make_shared<TableReader>(dbf));
+        model.SetTable(std::make_shared<DbfTableReader>(dbf));
         for (int row = 0; row < 40; ++row) {
             for (int column = 0; column < model.columnCount(); ++column) {
                 benchmark::DoNotOptimize(model.data(model.index(row, column), Qt::DisplayRole));
@@ -162,7 +162,7 @@ BENCHMARK(BM_OpenTable)->Unit(benchmark::kMillisecond);
 void BM_ScrollTable(benchmark::State& state) {
     const std::string dbf = quorel::host::shapefile::SiblingPath(ShpPath(), ".dbf");
     AttributeTableModel model;
-    model.SetTable(std::make_shared<TableReader>(dbf));
+    model.SetTable(std::make_shared<DbfTableReader>(dbf));
     std::mt19937 random(3);
     std::uniform_int_distribution<int> place(0, model.rowCount() - 40);
     for (auto _ : state) {

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
+#include <numeric>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -21,7 +22,7 @@ constexpr std::size_t kScanBytes = std::size_t{4} << 20;
 
 } // namespace
 
-TableReader::TableReader(std::string dbfPath) : m_path(std::move(dbfPath)) {
+DbfTableReader::DbfTableReader(std::string dbfPath) : m_path(std::move(dbfPath)) {
     m_file = host::shapefile::FileHandle(::open(m_path.c_str(), O_RDONLY | O_CLOEXEC));
     if (m_file.Get() < 0) {
         host::shapefile::ThrowFileError(errno, "open", m_path);
@@ -34,7 +35,7 @@ TableReader::TableReader(std::string dbfPath) : m_path(std::move(dbfPath)) {
     FindDeletedRecords(std::min<std::size_t>(m_header.recordCount, stored / m_header.recordLength));
 }
 
-TableReader::FileIdentity TableReader::IdentityOf(int fd) {
+DbfTableReader::FileIdentity DbfTableReader::IdentityOf(int fd) {
     struct stat status {};
     if (::fstat(fd, &status) != 0) {
         return {};
@@ -45,12 +46,12 @@ TableReader::FileIdentity TableReader::IdentityOf(int fd) {
                 status.st_mtim.tv_nsec};
 }
 
-bool TableReader::IsCurrent() const {
+bool DbfTableReader::IsCurrent() const {
     const host::shapefile::FileHandle now(::open(m_path.c_str(), O_RDONLY | O_CLOEXEC));
     return now.Get() >= 0 && IdentityOf(now.Get()) == m_identity;
 }
 
-void TableReader::ReadAt(char* into, std::size_t bytes, std::size_t record) const {
+void DbfTableReader::ReadAt(char* into, std::size_t bytes, std::size_t record) const {
     auto offset = static_cast<off_t>(m_header.headerLength + record * m_header.recordLength);
     while (bytes > 0) {
         const ssize_t got = ::pread(m_file.Get(), into, bytes, offset);
@@ -67,7 +68,7 @@ void TableReader::ReadAt(char* into, std::size_t bytes, std::size_t record) cons
 }
 
 // Deleted records are rare: the rows map to records one for one until the first is met.
-void TableReader::FindDeletedRecords(std::size_t recordCount) {
+void DbfTableReader::FindDeletedRecords(std::size_t recordCount) {
     const std::size_t length = m_header.recordLength;
     const std::size_t batch = std::max<std::size_t>(kScanBytes / length, 1);
     std::vector<char> buffer(batch * length);
@@ -95,7 +96,7 @@ void TableReader::FindDeletedRecords(std::size_t recordCount) {
     }
 }
 
-std::optional<std::size_t> TableReader::RowOfRecord(std::int64_t record) const {
+std::optional<std::size_t> DbfTableReader::RowOfRecord(std::int64_t record) const {
     if (record < 0) {
         return std::nullopt;
     }
@@ -110,7 +111,7 @@ std::optional<std::size_t> TableReader::RowOfRecord(std::int64_t record) const {
     return static_cast<std::size_t>(found - m_liveRecords.begin());
 }
 
-const char* TableReader::Record(std::size_t row) const {
+const char* DbfTableReader::Record(std::size_t row) const {
     const std::size_t index = row / kPageRows;
     auto page = std::find_if(m_pages.begin(), m_pages.end(),
                              [index](const Page& p) { return p.index == index; });
@@ -134,7 +135,7 @@ const char* TableReader::Record(std::size_t row) const {
     return current.bytes.data() + (RecordOf(row) - current.firstRecord) * m_header.recordLength;
 }
 
-host::Value TableReader::Value(std::size_t row, std::size_t column) const {
+host::Value DbfTableReader::Value(std::size_t row, std::size_t column) const {
     if (row >= m_rowCount || column >= m_header.fields.size()) {
         throw Error(error_number::kHostInvalidIndex, "TableReader",
                     "No cell at row " + std::to_string(row) + ", column " + std::to_string(column) +
@@ -153,6 +154,88 @@ host::Value TableReader::Value(std::size_t row, std::size_t column) const {
         text.remove_suffix(1);
     }
     return host::shapefile::DecodeDbfText(text, m_header.encoding);
+}
+
+FeatureClassTable::FeatureClassTable(std::string key,
+                                     std::shared_ptr<host::IFeatureClass> featureClass)
+    : m_key(std::move(key)), m_featureClass(std::move(featureClass)) {
+    const auto fields = m_featureClass->Fields();
+    std::optional<std::int32_t> idField;
+    for (std::int32_t i = 0; i < fields->FieldCount(); ++i) {
+        const auto field = fields->Field(i);
+        m_fieldNames.push_back(field->Name());
+        if (field->Type() == host::kFieldTypeOID) {
+            idField = i;
+        } else if (field->Type() != host::kFieldTypeGeometry) {
+            m_columns.push_back({field->Name(), i, field->Type() < host::kFieldTypeString});
+        }
+    }
+    const auto cursor = m_featureClass->Search(true);
+    std::int64_t position = 0;
+    while (const auto row = cursor->NextRow()) {
+        std::int64_t id = position++;
+        if (idField) {
+            const host::Value value = row->GetValue(*idField);
+            if (const auto* number = std::get_if<double>(&value)) {
+                id = static_cast<std::int64_t>(*number);
+            }
+        }
+        m_ids.push_back(id);
+        for (const Column& column : m_columns) {
+            m_values.push_back(row->GetValue(column.field));
+        }
+    }
+    // The cursor lists rows in the order of their ids; if a source did not, sort them.
+    if (!std::is_sorted(m_ids.begin(), m_ids.end())) {
+        std::vector<std::size_t> order(m_ids.size());
+        std::iota(order.begin(), order.end(), std::size_t{0});
+        std::stable_sort(order.begin(), order.end(),
+                         [this](std::size_t a, std::size_t b) { return m_ids[a] < m_ids[b]; });
+        std::vector<std::int64_t> ids;
+        std::vector<host::Value> values;
+        for (const std::size_t r : order) {
+            ids.push_back(m_ids[r]);
+            for (std::size_t c = 0; c < m_columns.size(); ++c) {
+                values.push_back(std::move(m_values[r * m_columns.size() + c]));
+            }
+        }
+        m_ids = std::move(ids);
+        m_values = std::move(values);
+    }
+}
+
+std::vector<std::string> FeatureClassTable::FieldNamesNow() const {
+    std::vector<std::string> names;
+    const auto fields = m_featureClass->Fields();
+    for (std::int32_t i = 0; i < fields->FieldCount(); ++i) {
+        names.push_back(fields->Field(i)->Name());
+    }
+    return names;
+}
+
+bool FeatureClassTable::IsCurrent() const {
+    try {
+        return FieldNamesNow() == m_fieldNames;
+    } catch (const std::exception&) {
+        return false;
+    }
+}
+
+std::optional<std::size_t> FeatureClassTable::RowOfRecord(std::int64_t record) const {
+    const auto found = std::lower_bound(m_ids.begin(), m_ids.end(), record);
+    if (found == m_ids.end() || *found != record) {
+        return std::nullopt;
+    }
+    return static_cast<std::size_t>(found - m_ids.begin());
+}
+
+host::Value FeatureClassTable::Value(std::size_t row, std::size_t column) const {
+    if (row >= m_ids.size() || column >= m_columns.size()) {
+        throw Error(error_number::kHostInvalidIndex, "TableReader",
+                    "No cell at row " + std::to_string(row) + ", column " + std::to_string(column) +
+                        " of " + m_key);
+    }
+    return m_values[row * m_columns.size() + column];
 }
 
 QString CellText(const host::Value& value) {
@@ -242,7 +325,7 @@ int AttributeTableModel::rowCount(const QModelIndex& parent) const {
 }
 
 int AttributeTableModel::columnCount(const QModelIndex& parent) const {
-    return parent.isValid() || !m_table ? 0 : static_cast<int>(m_table->Header().fields.size()) + 1;
+    return parent.isValid() || !m_table ? 0 : static_cast<int>(m_table->ColumnCount()) + 1;
 }
 
 QVariant AttributeTableModel::data(const QModelIndex& index, int role) const {
@@ -255,9 +338,8 @@ QVariant AttributeTableModel::data(const QModelIndex& index, int role) const {
         return IsSelectedRow(row) ? QVariant(QColor(178, 232, 255)) : QVariant();
     }
     if (role == Qt::TextAlignmentRole) {
-        const bool numeric =
-            index.column() == 0 ||
-            m_table->Header().fields[static_cast<std::size_t>(index.column() - 1)].IsNumeric();
+        const bool numeric = index.column() == 0 ||
+                             m_table->IsNumericColumn(static_cast<std::size_t>(index.column() - 1));
         return numeric ? QVariant(Qt::AlignRight | Qt::AlignVCenter) : QVariant();
     }
     if (role != Qt::DisplayRole) {
@@ -280,8 +362,7 @@ QVariant AttributeTableModel::headerData(int section, Qt::Orientation orientatio
     if (section == 0) {
         return QStringLiteral("FID");
     }
-    return QString::fromStdString(
-        m_table->Header().fields[static_cast<std::size_t>(section - 1)].name);
+    return QString::fromStdString(m_table->ColumnName(static_cast<std::size_t>(section - 1)));
 }
 
 } // namespace quorel::host_app

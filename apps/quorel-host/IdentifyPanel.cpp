@@ -36,9 +36,8 @@ void IdentifyPanel::ShowFeature(const QString& layerName, const TableReader& tab
         return item;
     };
     add(QStringLiteral("FID"), fid);
-    const auto& fields = table.Header().fields;
-    for (std::size_t c = 0; c < fields.size(); ++c) {
-        const QString name = QString::fromStdString(fields[c].name);
+    for (std::size_t c = 0; c < table.ColumnCount(); ++c) {
+        const QString name = QString::fromStdString(table.ColumnName(c));
         QTreeWidgetItem* item = add(name, CellText(table.Value(row, c)));
         if (name == emphasized) {
             QFont bold = item->font(0);

@@ -762,15 +762,19 @@ void MainWindow::FillFieldChoice() {
 }
 
 std::shared_ptr<const TableReader> MainWindow::TableOf(const host::IFeatureLayer& layer) {
-    const std::string path = DbfPathOf(layer);
-    if (path.empty()) {
+    const std::string dbfPath = DbfPathOf(layer);
+    const std::string path = dbfPath.empty() ? LayerDataOf(layer).Key() : dbfPath;
+    if (path.empty() || !layer.FeatureClass()) {
         return nullptr;
     }
     if (const auto& shown = m_tableModel->Table();
         shown && shown->Path() == path && shown->IsCurrent()) {
         return shown;
     }
-    return std::make_shared<TableReader>(path);
+    if (dbfPath.empty()) {
+        return std::make_shared<FeatureClassTable>(path, layer.FeatureClass());
+    }
+    return std::make_shared<DbfTableReader>(dbfPath);
 }
 
 void MainWindow::FillTable() {

@@ -54,7 +54,7 @@ TEST_F(AttributeTableModelTest, anyRowReadsOnDemandAcrossPages) {
                   "n" + std::to_string(r % 97)};
     });
     AttributeTableModel model;
-    model.SetTable(std::make_shared<TableReader>(path.string()));
+    model.SetTable(std::make_shared<DbfTableReader>(path.string()));
     ASSERT_EQ(model.rowCount(), 1000);
     ASSERT_EQ(model.columnCount(), 4);
     EXPECT_EQ(model.headerData(0, Qt::Horizontal, Qt::DisplayRole).toString(), "FID");
@@ -78,7 +78,7 @@ TEST_F(AttributeTableModelTest, deletedRecordsAreNoRowsAndRowsKeepTheirRecordsFi
                },
                {0, 3});
     AttributeTableModel model;
-    model.SetTable(std::make_shared<TableReader>(path.string()));
+    model.SetTable(std::make_shared<DbfTableReader>(path.string()));
     ASSERT_EQ(model.rowCount(), 4);
     const std::vector<std::vector<QString>> expected = {{"1", "10", "0.5", "b"},
                                                         {"2", "20", "0.5", "c"},

@@ -312,9 +312,9 @@ TEST_F(HostWindowTest, aLayersSelectionIsDrawnAndMarkedInTheTableWhichCanShowItA
     EXPECT_EQ(ParcelPixel(*m_window->View(), 191), before191);
 }
 
-// A document's PostGIS layer is drawn, its squares in the order of their ids, even once an update
-// has moved the first row to the end of the table on disk; its selection is marked by id.
-TEST_F(HostWindowTest, aPostgisLayerIsDrawnInItsTablesOrderAndShowsItsSelection) {
+// A document's PostGIS layer is drawn and tabled, its squares and rows in the order of their ids,
+// even once an update has moved the first row to the end of the table on disk.
+TEST_F(HostWindowTest, aPostgisLayerIsDrawnAndTabledInTheOrderOfItsIdsWithItsSelection) {
     const std::string source = testing::MakePostgisTable("roads", {"WIDTH"}, {{1.0}, {2.0}, {3.0}});
     test::PostgresCluster::Instance().Sql(test::PostgresCluster::DatabaseOf(source),
                                           "UPDATE roads SET \"WIDTH\" = 10 WHERE fid = 1");
@@ -337,6 +337,17 @@ TEST_F(HostWindowTest, aPostgisLayerIsDrawnInItsTablesOrderAndShowsItsSelection)
     }
     ASSERT_TRUE(drawn.selected);
     EXPECT_EQ(*drawn.selected, (std::vector<std::uint8_t>{1, 0, 0}));
+    // Its table lists the rows in the same order, and can show the selection alone.
+    const AttributeTableModel& model = *m_window->AttributeModel();
+    ASSERT_EQ(model.rowCount(), 3);
+    ASSERT_EQ(model.columnCount(), 2);
+    EXPECT_EQ(model.headerData(1, Qt::Horizontal, Qt::DisplayRole).toString(), "WIDTH");
+    EXPECT_EQ(model.data(model.index(0, 0), Qt::DisplayRole).toString(), "1");
+    EXPECT_EQ(model.data(model.index(0, 1), Qt::DisplayRole).toString(), "10");
+    EXPECT_TRUE(model.data(model.index(0, 0), Qt::BackgroundRole).isValid());
+    m_window->SelectedOnlyBox()->setChecked(true);
+    ASSERT_EQ(model.rowCount(), 1);
+    EXPECT_EQ(model.data(model.index(0, 1), Qt::DisplayRole).toString(), "10");
 }
 
 TEST_F(HostWindowTest, contentsFollowLayersAddedRenamedHiddenMadeUnselectableAndRemoved) {
