@@ -1,6 +1,7 @@
 #include "apps/quorel-host/AttributeTableModel.h"
 
 #include "util/Error.h"
+#include "util/KeyOrder.h"
 #include "util/NumberText.h"
 
 #include <QColor>
@@ -8,7 +9,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
-#include <numeric>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -181,27 +181,14 @@ FeatureClassTable::FeatureClassTable(std::string key,
             }
         }
         m_ids.push_back(id);
+        std::vector<host::Value>& values = m_rows.emplace_back();
+        values.reserve(m_columns.size());
         for (const Column& column : m_columns) {
-            m_values.push_back(row->GetValue(column.field));
+            values.push_back(row->GetValue(column.field));
         }
     }
-    // The cursor lists rows in the order of their ids; if a source did not, sort them.
-    if (!std::is_sorted(m_ids.begin(), m_ids.end())) {
-        std::vector<std::size_t> order(m_ids.size());
-        std::iota(order.begin(), order.end(), std::size_t{0});
-        std::stable_sort(order.begin(), order.end(),
-                         [this](std::size_t a, std::size_t b) { return m_ids[a] < m_ids[b]; });
-        std::vector<std::int64_t> ids;
-        std::vector<host::Value> values;
-        for (const std::size_t r : order) {
-            ids.push_back(m_ids[r]);
-            for (std::size_t c = 0; c < m_columns.size(); ++c) {
-                values.push_back(std::move(m_values[r * m_columns.size() + c]));
-            }
-        }
-        m_ids = std::move(ids);
-        m_values = std::move(values);
-    }
+    // The cursor lists rows in the order of their ids; a source that does not is sorted.
+    util::SortByKeys(m_rows, m_ids);
 }
 
 std::vector<std::string> FeatureClassTable::FieldNamesNow() const {
@@ -235,7 +222,7 @@ host::Value FeatureClassTable::Value(std::size_t row, std::size_t column) const 
                     "No cell at row " + std::to_string(row) + ", column " + std::to_string(column) +
                         " of " + m_key);
     }
-    return m_values[row * m_columns.size() + column];
+    return m_rows[row][column];
 }
 
 QString CellText(const host::Value& value) {

@@ -120,10 +120,10 @@ private:
 
     std::string m_key;
     std::shared_ptr<host::IFeatureClass> m_featureClass;
-    std::vector<std::string> m_fieldNames; // the layer's, as read
-    std::vector<Column> m_columns;         // its fields but the FID and the geometry
-    std::vector<std::int64_t> m_ids;       // per row, rising
-    std::vector<host::Value> m_values;     // row after row
+    std::vector<std::string> m_fieldNames;        // the layer's, as read
+    std::vector<Column> m_columns;                // its fields but the FID and the geometry
+    std::vector<std::int64_t> m_ids;              // per row, rising
+    std::vector<std::vector<host::Value>> m_rows; // per row, per column
 };
 
 // A value as the table shows it: numbers with up to 15 significant digits and a point.

@@ -39,14 +39,6 @@ Extent Union(const Extent& a, const Extent& b) {
             std::max(a.maxY, b.maxY)};
 }
 
-std::optional<std::size_t> LayerGeometry::FeatureOfId(std::int64_t id) const {
-    const auto found = std::lower_bound(m_ids.begin(), m_ids.end(), id);
-    if (found == m_ids.end() || *found != id) {
-        return std::nullopt;
-    }
-    return static_cast<std::size_t>(found - m_ids.begin());
-}
-
 LayerGeometry LayerGeometry::FromShapes(const host::gdal::LayerShapes& shapes) {
     LayerGeometry g;
     std::size_t pointCount = 0;
@@ -61,9 +53,6 @@ LayerGeometry LayerGeometry::FromShapes(const host::gdal::LayerShapes& shapes) {
     g.m_ringStarts.reserve(ringCount + 1);
     g.m_featureRings.reserve(shapes.features.size() + 1);
     g.m_boxes.reserve(shapes.features.size());
-    if (shapes.ids.size() == shapes.features.size()) {
-        g.m_ids = shapes.ids;
-    }
     for (const auto& feature : shapes.features) {
         g.m_featureRings.push_back(g.m_ringStarts.size());
         Extent box{1, 1, 0, 0};

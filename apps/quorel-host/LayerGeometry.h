@@ -37,8 +37,6 @@ public:
     static LayerGeometry FromShapes(const host::gdal::LayerShapes& shapes);
 
     std::size_t FeatureCount() const { return m_boxes.size(); }
-    // The feature of an id (FID), if the shapes said the ids.
-    std::optional<std::size_t> FeatureOfId(std::int64_t id) const;
     const Extent& Bounds() const { return m_bounds; }
     // Empty for a feature without geometry.
     const Extent& FeatureBox(std::size_t feature) const { return m_boxes[feature]; }
@@ -59,7 +57,6 @@ private:
     std::vector<std::size_t> m_ringStarts;   // one per ring, and the end
     std::vector<std::size_t> m_featureRings; // one per feature, and the end
     std::vector<Extent> m_boxes;
-    std::vector<std::int64_t> m_ids; // per feature, rising; empty if not known
     Extent m_bounds{1, 1, 0, 0};
     std::vector<std::uint32_t> m_order; // features with a box, along the Z-order curve
     std::vector<Extent> m_bucketBoxes;  // one per kBucketSize entries of m_order

@@ -617,12 +617,11 @@ void MainWindow::ShowCurrentSelection() {
 
 std::shared_ptr<const std::vector<std::uint8_t>>
 MainWindow::SelectedMarks(const std::shared_ptr<host::IFeatureLayer>& layer,
-                          const LayerGeometry& geometry) {
+                          std::size_t featureCount) {
     const host::IFeatureSelection* selection = host::SelectionOf(layer);
     if (selection == nullptr || selection->SelectedIds().empty()) {
         return nullptr;
     }
-    const std::size_t featureCount = geometry.FeatureCount();
     // Kept while the selection and the table stay: a redraw need not read the table again.
     SelectionMarks& kept = m_selectionMarks[layer.get()];
     std::shared_ptr<const TableReader> table;
@@ -635,13 +634,11 @@ MainWindow::SelectedMarks(const std::shared_ptr<host::IFeatureLayer>& layer,
         kept.marks->size() == featureCount) {
         return kept.marks;
     }
-    // The map's features are the table's rows, one for one; a source without a table here
-    // (GeoPackage, PostGIS) has its features in the order of their ids.
+    // The map's features are the table's rows, one for one.
     auto marks = std::make_shared<std::vector<std::uint8_t>>(featureCount, 0);
     for (const std::int64_t id : selection->SelectedIds()) {
-        const auto feature = table ? table->RowOfRecord(id) : geometry.FeatureOfId(id);
-        if (feature && *feature < featureCount) {
-            (*marks)[*feature] = 1;
+        if (const auto row = table->RowOfRecord(id); row && *row < featureCount) {
+            (*marks)[*row] = 1;
         }
     }
     kept = {selection->SelectedIds(), table, marks};
@@ -828,7 +825,7 @@ void MainWindow::Redraw() {
     // The top of the contents is drawn last, over the others.
     for (auto it = layers.rbegin(); it != layers.rend(); ++it) {
         if (auto geometry = GeometryOf(**it)) {
-            auto selected = SelectedMarks(*it, *geometry);
+            auto selected = SelectedMarks(*it, geometry->FeatureCount());
             drawn.push_back({*it, std::move(geometry),
                              LayerFill(static_cast<std::size_t>(layers.rend() - it - 1)),
                              m_toc->IsShown(*it), std::move(selected)});

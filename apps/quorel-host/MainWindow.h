@@ -120,7 +120,7 @@ private:
     void ScheduleSelectionUpdate();
     void ShowCurrentSelection();
     std::shared_ptr<const std::vector<std::uint8_t>>
-    SelectedMarks(const std::shared_ptr<host::IFeatureLayer>& layer, const LayerGeometry& geometry);
+    SelectedMarks(const std::shared_ptr<host::IFeatureLayer>& layer, std::size_t featureCount);
     std::shared_ptr<const LayerGeometry> GeometryOf(const host::IFeatureLayer& layer);
     std::shared_ptr<const TableReader> TableOf(const host::IFeatureLayer& layer);
     template <typename Action> void Guarded(const QString& what, Action action);

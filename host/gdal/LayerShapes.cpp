@@ -1,6 +1,7 @@
 #include "host/gdal/LayerShapes.h"
 
 #include "util/Error.h"
+#include "util/KeyOrder.h"
 
 #include <gdal_priv.h>
 #include <ogrsf_frmts.h>
@@ -8,7 +9,6 @@
 #include <algorithm>
 #include <functional>
 #include <memory>
-#include <numeric>
 
 namespace quorel::host::gdal {
 namespace {
@@ -79,31 +79,12 @@ std::vector<GIntBig> ForEachFeature(OGRLayer& layer,
     return ids;
 }
 
-// Puts what was read per feature in the order of the features' ids, the layer's record order as
-// its table shows it: a database gives rows in the order they lie on disk, which an update
-// changes.
-template <typename T> void InIdOrder(std::vector<T>& items, const std::vector<GIntBig>& ids) {
-    if (std::is_sorted(ids.begin(), ids.end())) {
-        return;
-    }
-    std::vector<std::size_t> order(ids.size());
-    std::iota(order.begin(), order.end(), std::size_t{0});
-    std::stable_sort(order.begin(), order.end(),
-                     [&ids](std::size_t a, std::size_t b) { return ids[a] < ids[b]; });
-    std::vector<T> sorted;
-    sorted.reserve(items.size());
-    for (const std::size_t i : order) {
-        sorted.push_back(std::move(items[i]));
-    }
-    items = std::move(sorted);
-}
-
 } // namespace
 
 LayerShapes ReadLayerShapes(const std::string& shpPath, const std::string& layerName) {
     const Dataset dataset = OpenVector(shpPath);
     LayerShapes result;
-    const auto ids =
+    auto ids =
         ForEachFeature(*LayerOf(*dataset, shpPath, layerName), [&result](OGRFeature& feature) {
             FeatureShape shape;
             if (const OGRGeometry* geometry = feature.GetGeometryRef()) {
@@ -118,9 +99,8 @@ LayerShapes ReadLayerShapes(const std::string& shpPath, const std::string& layer
             }
             result.features.push_back(std::move(shape));
         });
-    InIdOrder(result.features, ids);
-    result.ids.assign(ids.begin(), ids.end());
-    std::sort(result.ids.begin(), result.ids.end());
+    // A database gives rows in the order they lie on disk, which an update changes.
+    util::SortByKeys(result.features, ids);
     return result;
 }
 
@@ -135,14 +115,14 @@ std::vector<std::optional<double>> ReadNumericColumn(const std::string& shpPath,
                     "No field " + field + " in " + shpPath);
     }
     std::vector<std::optional<double>> values;
-    const auto ids = ForEachFeature(*layer, [&values, index](OGRFeature& feature) {
+    auto ids = ForEachFeature(*layer, [&values, index](OGRFeature& feature) {
         if (feature.IsFieldSetAndNotNull(index)) {
             values.emplace_back(feature.GetFieldAsDouble(index));
         } else {
             values.emplace_back();
         }
     });
-    InIdOrder(values, ids);
+    util::SortByKeys(values, ids);
     return values;
 }
 

@@ -4,7 +4,6 @@
 // order of the layer's records (their ids' order), read with OGR. The layer is a shapefile's, or
 // the one of that name in a file of several (a GeoPackage's table).
 
-#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -32,8 +31,7 @@ struct FeatureShape {
 
 struct LayerShapes {
     std::vector<FeatureShape> features;
-    std::vector<std::int64_t> ids; // per feature, its id (FID), rising
-    Extent extent{1, 1, 0, 0};     // empty until a point is read
+    Extent extent{1, 1, 0, 0}; // empty until a point is read
 };
 
 // Throws quorel::Error when the file cannot be opened.
