@@ -213,12 +213,8 @@ private:
                 check.reader.Read(records, m_recordLength, count, work.checked.values.data(),
                                   work.checked.isNull.data());
             }
-            std::size_t n = 0;
-            for (std::size_t r = 0; r < count; ++r) {
-                const double v = column->values[r];
-                const bool in = column->isNull[r] != 0 || (v >= m_low && v <= m_high);
-                n += !in && !DbfBatchFile::IsDeleted(records + r * m_recordLength) ? 1 : 0;
-            }
+            const std::size_t n = CountValuesOutside(column->values.data(), column->isNull.data(),
+                                                     records, m_recordLength, count, m_low, m_high);
             if (n > 0) {
                 m_outside[k] += n;
                 m_refused = true;

@@ -119,6 +119,12 @@ void WriteDbfColumn(const std::string& dbfPath, const DbfNewColumn& plan,
                     const DbfColumnFiller* filler = nullptr, const DbfProgress& progress = {},
                     const DbfWorkSharing& sharing = {});
 
+// Of count values read from consecutive records (one every recordLength bytes), how many are
+// neither Null nor in [low, high], those of deleted records left out.
+std::size_t CountValuesOutside(const double* values, const std::uint8_t* isNull,
+                               const char* records, std::size_t recordLength, std::size_t count,
+                               double low, double high);
+
 // Per numeric field, in the order given, how many records not deleted hold a value that is
 // neither Null nor in [low, high], as ParseDbfNumber reads it; the batches are shared as
 // WriteDbfColumn shares them. Throws when a field is missing or not numeric.

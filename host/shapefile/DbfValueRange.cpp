@@ -14,6 +14,17 @@
 
 namespace quorel::host::shapefile {
 
+std::size_t CountValuesOutside(const double* values, const std::uint8_t* isNull,
+                               const char* records, std::size_t recordLength, std::size_t count,
+                               double low, double high) {
+    std::size_t n = 0;
+    for (std::size_t r = 0; r < count; ++r) {
+        const bool in = isNull[r] != 0 || (values[r] >= low && values[r] <= high);
+        n += !in && !DbfBatchFile::IsDeleted(records + r * recordLength) ? 1 : 0;
+    }
+    return n;
+}
+
 std::vector<std::size_t> CountDbfValuesOutside(const std::string& dbfPath,
                                                const std::vector<std::string>& fields, double low,
                                                double high, const DbfWorkSharing& sharing) {
@@ -57,12 +68,8 @@ std::vector<std::size_t> CountDbfValuesOutside(const std::string& dbfPath,
                             static_cast<off_t>(header.headerLength + first * length), dbfPath);
                 for (std::size_t k = 0; k < readers.size(); ++k) {
                     readers[k].Read(records.data(), length, count, values.data(), isNull.data());
-                    std::size_t n = 0;
-                    for (std::size_t r = 0; r < count; ++r) {
-                        const bool in = isNull[r] != 0 || (values[r] >= low && values[r] <= high);
-                        n += !in && !DbfBatchFile::IsDeleted(records.data() + r * length) ? 1 : 0;
-                    }
-                    counted[k] += n;
+                    counted[k] += CountValuesOutside(values.data(), isNull.data(), records.data(),
+                                                     length, count, low, high);
                 }
             }
         } catch (...) {
